@@ -1,6 +1,5 @@
 #include "support/Utf8.h"
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -25,12 +24,7 @@ const char* skipAscii(const char* at, const char* end) {
         if (seen & kHighBits) break;
         at += kBlock;
     }
-    while (end - at >= 8) {
-        const std::uint64_t high = wordAt(at) & kHighBits;
-        if (high && std::endian::native == std::endian::little) return at + std::countr_zero(high) / 8;
-        if (high) break;
-        at += 8;
-    }
+    while (end - at >= 8 && !(wordAt(at) & kHighBits)) at += 8;
     while (at != end && !(*at & 0x80)) ++at;
     return at;
 }
