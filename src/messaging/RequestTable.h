@@ -53,6 +53,9 @@ private:
 /// again, passing over ids in use. Thread-safe.
 class RequestTable {
 public:
+    explicit RequestTable(std::int32_t firstIdentifier = 1) {
+        state_.with([&](State& state) { state.messageIdentifier = firstIdentifier; });
+    }
     /// The id for the next request and its entry, registered under it.
     std::int32_t enter(std::shared_ptr<WaitingRequest> request);
     /// To be called after the send of the request that entered last.
