@@ -8,10 +8,12 @@ namespace brindlemar {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
-/// Now when the delay is negative; a delay beyond the clock's range counts as a century.
+/// A century: longer delays count as this one, so that no sum leaves the clock's range.
+inline constexpr std::chrono::nanoseconds kLongestDelay = std::chrono::hours(24 * 365 * 100);
+
+/// Now when the delay is negative.
 inline Deadline deadlineAfter(std::chrono::nanoseconds delay) {
-    constexpr std::chrono::nanoseconds century = std::chrono::hours(24 * 365 * 100);
-    return std::chrono::steady_clock::now() + std::clamp(delay, std::chrono::nanoseconds::zero(), century);
+    return std::chrono::steady_clock::now() + std::clamp(delay, std::chrono::nanoseconds::zero(), kLongestDelay);
 }
 
 /// For poll(2): rounded up, so that a wait never ends early.
