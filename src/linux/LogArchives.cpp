@@ -53,13 +53,13 @@ std::string newArchivePath(const std::string& path) {
     std::array<char, 32> date;
     std::strftime(date.data(), date.size(), ".%Y%m%dT%H%M%S.", &utc);
 
-    std::array<unsigned char, 8> random{};
-    static_cast<void>(::getrandom(random.data(), random.size(), GRND_NONBLOCK));
+    unsigned long long random = 0;
+    static_cast<void>(::getrandom(&random, sizeof random, GRND_NONBLOCK));
+    random = (random & ~(3ULL << 62)) | (1ULL << 63); // the variant
     const auto time = static_cast<unsigned long long>(moment.milliseconds);
-    std::array<char, 40> uuid;
-    std::snprintf(uuid.data(), uuid.size(), "%08llX-%04llX-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", time >> 16,
-                  time & 0xFFFF, 0x7000 | moment.number, 0x80 | (random[0] & 0x3F), random[1], random[2], random[3],
-                  random[4], random[5], random[6], random[7]);
+    std::array<char, 80> uuid;
+    std::snprintf(uuid.data(), uuid.size(), "%08llX-%04llX-%04X-%04llX-%012llX", time >> 16, time & 0xFFFF,
+                  0x7000 | moment.number, random >> 48, random & 0xFFFFFFFFFFFF);
     return path + date.data() + uuid.data();
 }
 

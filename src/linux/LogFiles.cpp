@@ -30,6 +30,15 @@ std::optional<std::string> absolutePath(const char* variable) {
     return value && *value == '/' ? std::optional<std::string>(value) : std::nullopt;
 }
 
+std::unique_ptr<LogDestination> batched(std::unique_ptr<LogOutput> output) {
+    if (!output) return nullptr;
+    try {
+        return std::make_unique<BatchedLog>(std::move(output));
+    } catch (const std::exception&) { // no thread to be had
+        return nullptr;
+    }
+}
+
 } // namespace
 
 std::unique_ptr<LogDestination> LogFiles::console() {
@@ -37,8 +46,7 @@ std::unique_ptr<LogDestination> LogFiles::console() {
 }
 
 std::unique_ptr<LogDestination> LogFiles::file(const RotatingLogFile& file) {
-    auto output = RotatingFile::open(file);
-    return output ? std::make_unique<BatchedLog>(std::move(output)) : nullptr;
+    return batched(RotatingFile::open(file));
 }
 
 std::optional<std::string> LogFiles::libraryDirectory() {
