@@ -1,0 +1,27 @@
+#include "messaging/MessageLogger.h"
+
+#include "support/Guarded.h"
+
+#include <optional>
+
+namespace brindlemar {
+
+namespace {
+Guarded<std::optional<Logger>>& copy() {
+    static Guarded<std::optional<Logger>> logger;
+    return logger;
+}
+} // namespace
+
+Logger messageLogger() {
+    return copy().with([](std::optional<Logger>& logger) {
+        if (!logger) logger = Logger::shared();
+        return *logger;
+    });
+}
+
+void resetMessageLogger() {
+    copy().with([](std::optional<Logger>& logger) { logger.reset(); });
+}
+
+} // namespace brindlemar
