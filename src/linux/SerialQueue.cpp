@@ -66,7 +66,10 @@ SerialQueue::SerialQueue(QueueTimers& timers, const std::string& name)
     ::pthread_setname_np(thread_.native_handle(), name.substr(0, 15).c_str());
 }
 
-SerialQueue::~SerialQueue() {
+SerialQueue::~SerialQueue() { stop(); }
+
+void SerialQueue::stop() {
+    if (!thread_.joinable()) return;
     core_->stop();
     thread_.join();
     core_->dropWaiting();

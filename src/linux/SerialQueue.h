@@ -8,14 +8,15 @@
 
 namespace brindlemar {
 
-/// One task at a time, in the order of the calls. The destructor waits for the running task and drops the others; it
-/// must not run on this queue.
+/// One task at a time, in the order of the calls. stop(), or else the destructor, waits for the running task and drops
+/// the others and all that come later; neither may run on this queue.
 class SerialQueue final : public Queue {
 public:
     /// `name` shows in process listings (at most 15 bytes of it). The timers outlive the queue.
     SerialQueue(QueueTimers& timers, const std::string& name);
     ~SerialQueue() override;
 
+    void stop();
     void async(Task task) override;
     void after(std::chrono::nanoseconds delay, Task task) override;
     [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds interval, Task handler) override;

@@ -2,14 +2,21 @@
 
 #include "linux/Deadline.h"
 
-#include <thread>
-
 namespace brindlemar {
 
 Timestamp SystemClock::now() {
     return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
 }
 
-void SystemClock::sleep(std::chrono::nanoseconds duration) { std::this_thread::sleep_until(deadlineAfter(duration)); }
+void SystemClock::sleep(std::chrono::nanoseconds duration) {
+    std::unique_lock lock(mutex_);
+    stop_.wait_until(lock, deadlineAfter(duration), [this] { return stopped_; });
+}
+
+void SystemClock::stopSleeping() {
+    std::lock_guard lock(mutex_);
+    stopped_ = true;
+    stop_.notify_all();
+}
 
 } // namespace brindlemar

@@ -137,7 +137,9 @@ private:
 WorkerPool::WorkerPool(QueueTimers& timers, Limits limits)
     : timers_(timers), core_(std::make_shared<Core>(timers, limits)) {}
 
-WorkerPool::~WorkerPool() { core_->stop(); }
+WorkerPool::~WorkerPool() { stop(); }
+
+void WorkerPool::stop() { core_->stop(); }
 
 void WorkerPool::async(Task task) { core_->post(std::move(task)); }
 

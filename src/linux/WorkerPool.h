@@ -7,8 +7,8 @@ namespace brindlemar {
 
 /// Tasks start in the order of the calls. Up to `usualThreads` threads are made as tasks come; beyond that, one more
 /// each time tasks have waited a look (10 ms) during which none was started, up to `mostThreads`. A thread above the
-/// usual number that finds nothing to do for `linger` leaves. The destructor waits for the running tasks and drops the
-/// others; it must not run on this queue.
+/// usual number that finds nothing to do for `linger` leaves. stop(), or else the destructor, waits for the running
+/// tasks and drops the others and all that come later; neither may run on this queue.
 class WorkerPool final : public Queue {
 public:
     struct Limits {
@@ -21,6 +21,7 @@ public:
     WorkerPool(QueueTimers& timers, Limits limits);
     ~WorkerPool() override;
 
+    void stop();
     void async(Task task) override;
     void after(std::chrono::nanoseconds delay, Task task) override;
     [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds interval, Task handler) override;

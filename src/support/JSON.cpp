@@ -120,6 +120,12 @@ JSON JSON::object(const Members& members) {
     return of(std::move(object));
 }
 
+JSON JSON::array(const std::vector<JSON>& elements) {
+    json::array array;
+    for (const JSON& element : elements) array.push_back(element.at_ ? *element.at_ : json::value());
+    return of(std::move(array));
+}
+
 std::string_view withoutByteOrderMark(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     return text;

@@ -48,6 +48,7 @@ public:
     JSON(bool flag);
     using Members = std::vector<std::pair<std::string_view, JSON>>;
     static JSON object(const Members& members);
+    static JSON array(const std::vector<JSON>& elements);
 
     /// Objects and arrays, nested at most 512 deep, a byte-order mark before them accepted; anything else is null.
     static JSON parse(std::string_view text);

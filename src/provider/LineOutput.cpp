@@ -1,0 +1,45 @@
+#include "provider/LineOutput.h"
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+namespace brindlemar {
+
+namespace {
+constexpr auto kLook = std::chrono::milliseconds(100); // how often a waiting write looks whether it should stop
+}
+
+LineOutput::LineOutput(FileDescriptor output, const std::atomic<bool>& stopping, std::chrono::milliseconds patience)
+    : output_(std::move(output)), stopping_(stopping), patience_(patience) {
+    ::fcntl(output_.get(), F_SETFL, ::fcntl(output_.get(), F_GETFL) | O_NONBLOCK);
+}
+
+bool LineOutput::write(std::string_view line) {
+    std::string text(line);
+    text += '\n';
+    std::lock_guard turn(turn_);
+    for (std::string_view rest = text; !rest.empty() && !closed_;) closed_ = !writeSome(rest);
+    return !closed_;
+}
+
+/// False when the reader is lost.
+bool LineOutput::writeSome(std::string_view& bytes) {
+    auto waited = std::chrono::milliseconds::zero();
+    while (!stopping_ && waited < patience_) {
+        const ssize_t written = ::write(output_.get(), bytes.data(), bytes.size());
+        if (written > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+            return true;
+        }
+        if (written < 0 && errno != EAGAIN && errno != EINTR) return false;
+        pollfd writable{output_.get(), POLLOUT, 0};
+        if (::poll(&writable, 1, static_cast<int>(kLook.count())) == 0) waited += kLook;
+    }
+    return false;
+}
+
+} // namespace brindlemar

@@ -1,0 +1,35 @@
+// Lines for a reader in another process, who may be slow, stop reading, or be gone.
+#pragma once
+
+#include "linux/FileDescriptor.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string_view>
+
+namespace brindlemar {
+
+/// Thread-safe. The descriptor is closed with the object, which tells the reader that nothing more comes.
+class LineOutput {
+public:
+    static constexpr auto kPatience = std::chrono::seconds(60);
+
+    /// Writes end early, and none begins, once `stopping` reads true.
+    LineOutput(FileDescriptor output, const std::atomic<bool>& stopping, std::chrono::milliseconds patience = kPatience);
+
+    /// Waits for the reader, at most `patience` without any progress. False when the reader is gone or gave no sign for
+    /// so long; then nothing is written any more.
+    bool write(std::string_view line);
+
+private:
+    bool writeSome(std::string_view& bytes);
+
+    const FileDescriptor output_;
+    const std::atomic<bool>& stopping_;
+    const std::chrono::milliseconds patience_;
+    std::mutex turn_; // whole lines
+    bool closed_ = false;
+};
+
+} // namespace brindlemar
