@@ -24,6 +24,7 @@ RemotePort::Result PendingAnswers::Place::wait(std::chrono::nanoseconds limit) {
 
 void PendingAnswers::arrived(std::int32_t msgid, Payload answer) {
     std::lock_guard lock(mutex_);
+    if (ended_) return;
     for (Waiter& waiter : waiters_) {
         if (waiter.msgid != msgid || waiter.result) continue;
         waiter.result = {SendStatus::success, std::move(answer)};

@@ -1,11 +1,11 @@
 #include "linux/SerialQueue.h"
 #include "linux/SystemClock.h"
 #include "linux/WorkerPool.h"
+#include "support/Patience.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -15,19 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
-
-constexpr auto kPatience = 30s;
-
-/// Something that happens once, waited for with patience.
-class Event {
-public:
-    void happen() { promise_.set_value(); }
-    bool happens() const { return future_.wait_for(kPatience) == std::future_status::ready; }
-
-private:
-    std::promise<void> promise_;
-    std::shared_future<void> future_ = promise_.get_future().share();
-};
 
 /// Both kinds of queue, for what they have in common.
 class EveryQueue : public testing::TestWithParam<const char*> {
