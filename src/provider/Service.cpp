@@ -1,0 +1,167 @@
+#include "provider/Service.h"
+
+#include "core/BrindlemarFileProvider.h"
+#include "items/ItemIdentifiers.h"
+#include "linux/DBusServices.h"
+#include "linux/LinuxFiles.h"
+#include "linux/LogFiles.h"
+#include "linux/QueueTimers.h"
+#include "linux/SerialQueue.h"
+#include "linux/SocketMessagePorts.h"
+#include "linux/SystemClock.h"
+#include "linux/WorkerPool.h"
+#include "messaging/BxMessages.h"
+#include "messaging/MessageLogger.h"
+#include "platform/Platform.h"
+#include "provider/Calls.h"
+#include "provider/DomainRegistry.h"
+#include "support/JSON.h"
+
+#include <cstdlib>
+#include <deque>
+#include <stdexcept>
+
+namespace brindlemar {
+
+namespace {
+/// What sockets report about peers that break the rules.
+void logDiagnostic(std::string_view text) { LogScope(Logger::shared(), "diagnostic(_:)").warning(text); }
+
+std::string userDirectory(const char* variable, const char* belowHome) {
+    const char* value = std::getenv(variable);
+    if (value && *value == '/') return std::string(value) + "/brindlemar";
+    const char* home = std::getenv("HOME");
+    if (!home || *home != '/')
+        throw std::runtime_error(std::string("There is no home directory to keep state in; set HOME or ") + variable +
+                                 ".");
+    return std::string(home) + belowHome + "/brindlemar";
+}
+} // namespace
+
+ServicePlaces ServicePlaces::ofUser() {
+    ServicePlaces places{.state = userDirectory("XDG_STATE_HOME", "/.local/state"),
+                         .cache = userDirectory("XDG_CACHE_HOME", "/.cache"),
+                         .userVisibleRoot = ""};
+    const char* home = std::getenv("HOME");
+    places.userVisibleRoot = home && *home == '/' ? std::string(home) + "/Brindlemar" : places.state + "/Brindlemar";
+    return places;
+}
+
+class HybridStores final : public ObjectStores {
+public:
+    HybridStores(std::string, Clock&) {}
+    std::unique_ptr<ObjectStore> make(StoreConfiguration, ObjectCoder) override { return nullptr; }
+};
+
+/// In the order of construction. What the platform bundle refers to is declared before everything that uses it.
+struct Service::Parts {
+    Parts(const RuntimeDirectory& directory, const ServicePlaces& places)
+        : ports(RuntimeDirectory::open(), mainQueue, logDiagnostic), xpc(directory, logDiagnostic),
+          stores(places.cache, clock),
+          registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
+                   {.temporaryDirectory = places.state + "/domains/" + std::string(ExtensionBundleIdentifier) + "/tmp",
+                    .userVisibleRoot = places.userVisibleRoot}) {
+        Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
+        extension = BrindlemarFileProvider::make(registry.domain());
+    }
+    /// The platform's hold on a source whose endpoint nobody has connected to yet; the oldest give way.
+    void keep(const std::shared_ptr<NSFileProviderServiceSource>& source) {
+        constexpr std::size_t most = 16;
+        const auto dropped = sources.with([&](auto& kept) {
+            kept.push_back(source);
+            std::shared_ptr<NSFileProviderServiceSource> oldest;
+            if (kept.size() > most) {
+                oldest = std::move(kept.front());
+                kept.pop_front();
+            }
+            return oldest;
+        });
+    }
+    ~Parts() {
+        stopping = true;
+        clock.stopSleeping();
+        // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
+        tasks.stop();
+        backgroundQueue.stop();
+        mainQueue.stop();
+        sources.with([](auto& kept) { return std::exchange(kept, {}); });
+        extension->invalidate();
+        extension.reset();
+        BxMessages::reset();
+    }
+
+    std::atomic<bool> stopping{false};
+    SystemClock clock;
+    LogFiles log;
+    struct LoggerEnd {
+        ~LoggerEnd() {
+            resetMessageLogger();
+            Logger::reset();
+        }
+    } loggerEnd; // the logger writes through `log` to the last
+    QueueTimers timers;
+    SerialQueue mainQueue{timers, "main queue"};
+    WorkerPool backgroundQueue{timers};
+    WorkerPool tasks{timers}; // apart from the background queue: lookups that wait for a host do not hold up answers
+    SocketMessagePorts ports;
+    DBusServices xpc;
+    LinuxFiles files;
+    HybridStores stores;
+    DomainRegistry registry;
+    std::shared_ptr<BrindlemarFileProvider> extension;
+    Guarded<std::deque<std::shared_ptr<NSFileProviderServiceSource>>> sources;
+};
+
+Service::Service(const RuntimeDirectory& directory, const ServicePlaces& places)
+    : parts_(std::make_unique<Parts>(directory, places)) {}
+Service::~Service() = default;
+
+std::string Service::status() const {
+    const DomainManager::State domain = parts_->registry.ownManager().state();
+    const std::vector<std::string> records = parts_->extension->connections.copy();
+    std::vector<JSON> connections, signals;
+    for (const std::string& record : records)
+        if (const auto connection = parseConnection(record))
+            connections.push_back(JSON::object({{"name", connection->name}, {"domain", connection->domain}}));
+    for (const std::string& container : domain.signals) signals.push_back(container);
+    return JSON::object(
+               {{"service", JSON::object({{"pid", JSON(std::int64_t{::getpid()})}, {"version", BRINDLEMAR_VERSION}})},
+                {"domain", JSON::object({{"identifier", ExtensionBundleIdentifier},
+                                         {"state", domain.connected ? "connected" : "disconnected"},
+                                         {"reason", domain.connected ? JSON() : JSON(domain.reason)}})},
+                {"configured", JSON(parts_->extension->configured.load())},
+                {"connections", JSON::array(connections)},
+                {"signals", JSON::object({{"pending", JSON(static_cast<std::int64_t>(domain.signals.size()))},
+                                          {"containers", JSON::array(signals)},
+                                          {"total", JSON(static_cast<std::int64_t>(domain.signalCount))}})},
+                {"requests", JSON::object({{"waiting", JSON(static_cast<std::int64_t>(
+                                                           BxMessages::sharedInstance().waitingCount()))}})}})
+        .serialized()
+        .value_or("{}");
+}
+
+std::optional<std::string> Service::endpoint(const std::string& serviceName) {
+    std::optional<std::string> address;
+    const auto askSources = [&](const std::optional<ServiceSources>& sources, const auto&) {
+        if (!sources) return;
+        for (const auto& source : *sources) {
+            if (source->serviceName() != serviceName) continue;
+            if (auto endpoint = source->makeListenerEndpoint()) address = std::move(endpoint->address);
+            parts_->keep(source);
+        }
+    };
+    parts_->extension->supportedServiceSources(std::string(NSFileProviderRootContainerItemIdentifier), askSources);
+    return address;
+}
+
+void Service::callItem(std::string identifier, FileDescriptor output) {
+    brindlemar::callItem(*parts_->extension, std::move(identifier),
+                         std::make_shared<LineOutput>(std::move(output), parts_->stopping));
+}
+
+void Service::callList(std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
+    brindlemar::callList(*parts_->extension, std::move(identifier), pageSize,
+                         std::make_shared<LineOutput>(std::move(output), parts_->stopping), parts_->tasks);
+}
+
+} // namespace brindlemar

@@ -1,0 +1,42 @@
+// The file-provider service: one extension for one domain, on the platform's services on Linux.
+#pragma once
+
+#include "linux/Control.h"
+#include "linux/RuntimeDirectory.h"
+
+#include <memory>
+#include <string>
+
+namespace brindlemar {
+
+/// Where the service keeps what is its own. Absolute paths.
+struct ServicePlaces {
+    std::string state;           // the domain's temporary directory; also the process's current directory
+    std::string cache;           // item caches
+    std::string userVisibleRoot; // where the user's view is to be
+
+    /// $XDG_STATE_HOME, $XDG_CACHE_HOME and $HOME, as the XDG Base Directory Specification says; throws
+    /// std::runtime_error with a sentence for the user when there is no home directory.
+    static ServicePlaces ofUser();
+};
+
+/// Its construction installs the platform and creates the extension; the process has one at a time. The control
+/// handlers may be called from any thread.
+class Service {
+public:
+    /// The run-time directory outlives the service.
+    Service(const RuntimeDirectory& directory, const ServicePlaces& places);
+    /// Stops all work within a moment, whatever hosts and readers do. No control handler may run any more.
+    ~Service();
+
+    std::string status() const;
+    std::optional<std::string> endpoint(const std::string& serviceName);
+    void callItem(std::string identifier, FileDescriptor output);
+    void callList(std::string identifier, std::uint32_t pageSize, FileDescriptor output);
+
+private:
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
+};
+
+} // namespace brindlemar
