@@ -63,7 +63,10 @@ int serve(const sigset_t& ends) {
     auto started = ControlServer::start(directory, std::move(handlers), [](std::string_view text) {
         std::cerr << "brindlemard: " + std::string(text) + "\n";
     });
-    if (const auto* refusal = std::get_if<ControlServer::Refusal>(&started)) return fail(refusal->reason + ".");
+    if (const auto* refusal = std::get_if<ControlServer::Refusal>(&started)) {
+        std::cerr << "brindlemard " << refusal->reason << ".\n";
+        return kFailure;
+    }
     auto& control = std::get<std::unique_ptr<ControlServer>>(started);
 
     std::unique_ptr<Service> instance;
