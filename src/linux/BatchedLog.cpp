@@ -50,12 +50,17 @@ BatchedLog::~BatchedLog() {
 
 void BatchedLog::write(std::string_view line, bool urgent) {
     std::unique_lock lock(mutex_);
+    const auto fits = [&] {
+        const std::size_t backlog = pending_.size() + kept_;
+        return backlog == 0 || backlog + line.size() < limits_.backlog;
+    };
+    while (!fits() && kept_ == 0 && !stuck_) awaitAttempt(lock); // a writer that is merely behind
     const bool first = pending_.empty();
-    if (pending_.size() + kept_ + line.size() >= limits_.backlog)
-        ++dropped_;
-    else
+    if (fits())
         pending_.append(line).push_back('\n');
-    if (urgent)
+    else
+        ++dropped_;
+    if (urgent && !stuck_)
         awaitAttempt(lock);
     else if (first && kept_ == 0)
         wake_.notify_one();
@@ -69,7 +74,7 @@ void BatchedLog::flush() {
 void BatchedLog::awaitAttempt(std::unique_lock<std::mutex>& lock) {
     const std::uint64_t mine = ++wanted_;
     wake_.notify_one();
-    attempted_.wait_for(lock, limits_.patience, [&] { return finished_ >= mine; });
+    if (!attempted_.wait_for(lock, limits_.patience, [&] { return finished_ >= mine; })) stuck_ = true;
 }
 
 void BatchedLog::awaitWork(std::unique_lock<std::mutex>& lock) {
@@ -89,12 +94,13 @@ void BatchedLog::run() {
         awaitWork(lock);
         last = stopping_;
         const std::uint64_t attempt = wanted_, dropped = dropped_;
-        if (batch.empty())
+        if (batch.empty()) {
             batch.swap(pending_);
-        else
+        } else {
             batch.append(pending_);
-        pending_.clear();
-        kept_ = batch.size();
+            pending_.clear();
+            kept_ = batch.size();
+        }
         lock.unlock();
 
         batch.erase(0, output_->write(batch));
@@ -109,6 +115,7 @@ void BatchedLog::run() {
         kept_ = batch.size();
         if (note) dropped_ -= dropped;
         finished_ = attempt;
+        stuck_ = false;
         attempted_.notify_all();
     }
 }

@@ -20,9 +20,10 @@ public:
     virtual std::size_t write(std::string_view bytes) = 0;
 };
 
-/// Lines reach the output about a millisecond after they were written, urgent ones before write() returns. While the
-/// output fails or stands still, lines wait in memory up to the limit; lines beyond it are dropped, and one line says
-/// how many they were. write() and flush() wait for the output at most `patience`. The destructor flushes.
+/// Lines reach the output about a millisecond after they were written, urgent ones before write() returns. A caller
+/// that is faster than the output waits for it. While the output fails or stands still, nobody waits: lines are kept
+/// up to the limit, those beyond it are dropped, and one line says how many they were. Nobody waits longer than
+/// `patience` at a time. The destructor flushes.
 class BatchedLog : public LogDestination {
 public:
     struct Limits {
@@ -49,10 +50,11 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_, attempted_;
     std::string pending_;        // lines since the last attempt
-    std::size_t kept_ = 0;       // bytes that the output did not take yet
+    std::size_t kept_ = 0;       // bytes that a failing output did not take yet
     std::uint64_t dropped_ = 0;  // lines, since the last note of them
     std::uint64_t wanted_ = 0;   // attempts that somebody asked for
     std::uint64_t finished_ = 0; // the highest of them that is over
+    bool stuck_ = false;         // somebody's patience ended during the attempt that is under way
     bool stopping_ = false;
 
     std::thread writer_; // last: it uses all of the above

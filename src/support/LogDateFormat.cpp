@@ -50,7 +50,7 @@ void LogDateFormat::append(LogLine& line, Timestamp date) const {
     digits[0] = static_cast<char>('0' + milliseconds / 100);
     digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
     digits[2] = static_cast<char>('0' + milliseconds % 10);
-    line.append(cached.text, static_cast<std::size_t>(cached.size));
+    line.append({cached.text, static_cast<std::size_t>(cached.size)});
 }
 
 } // namespace brindlemar

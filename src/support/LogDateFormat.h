@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/Timestamp.h"
-#include "support/LogQuote.h"
+#include "support/LogLine.h"
 
 namespace brindlemar {
 

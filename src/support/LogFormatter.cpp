@@ -1,5 +1,7 @@
 #include "support/LogFormatter.h"
 
+#include "support/LogQuote.h"
+
 #include <array>
 
 namespace brindlemar {
@@ -17,30 +19,21 @@ std::string_view fileName(std::string_view file) {
     return dot == file.npos || dot == 0 ? file : file.substr(0, dot);
 }
 
-void appendDecimal(LogLine& line, std::uint64_t number) {
-    char digits[20];
-    line.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
-}
-
 void appendMetadata(LogLine& line, const LogMetadata& information) {
     bool first = true;
     for (const auto& [key, value] : information) {
         if (value.empty()) continue;
-        if (!first) line.push_back(' ');
+        if (!first) line.append(' ');
         first = false;
-        line.append(key).push_back('=');
+        line.append(key).append('=');
         appendQuoted(line, value);
     }
 }
 
 void appendLocation(LogLine& line, const LogMessage& message) {
-    std::array<char, 256> buffer;
-    std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
-    LogLine location(&memory);
-    location.reserve(message.file.size() + 24);
-    location.append(moduleName(message.file)).append("/").append(fileName(message.file)).append(":");
-    appendDecimal(location, message.line);
-    appendQuoted(line, location);
+    LogLine location;
+    location.append(moduleName(message.file)).append('/').append(fileName(message.file)).append(':');
+    appendQuoted(line, location.appendDecimal(message.line).text());
 }
 
 } // namespace
@@ -56,9 +49,7 @@ void LogFormatter::appendMessage(LogLine& line, const LogMessage& message) const
     dateFormat_.append(line, message.date);
     line.append(" level=").append(levelName(message.level)).append(" msg=");
     appendQuoted(line, message.message);
-    line.append(" thread=");
-    appendDecimal(line, message.threadID);
-    line.push_back(' ');
+    line.append(" thread=").appendDecimal(message.threadID).append(' ');
     appendMetadata(line, message.information);
     line.append(" location=");
     appendLocation(line, message);
@@ -69,7 +60,7 @@ void LogFormatter::appendMessage(LogLine& line, const LogMessage& message) const
 std::string LogFormatter::formatMessage(const LogMessage& message) const {
     LogLine line;
     appendMessage(line, message);
-    return std::string(line);
+    return std::string(line.text());
 }
 
 } // namespace brindlemar

@@ -28,54 +28,60 @@ constexpr std::array<char, 256> kEscapes = [] {
 
 char escapeOf(char byte) { return kEscapes[static_cast<unsigned char>(byte)]; }
 
-/// Nonzero when a byte of the word is below `limit`, at most 0x80; bytes above 0x7F do not count.
-std::uint64_t below(std::uint64_t word, std::uint64_t limit) { return (word - kOnes * limit) & ~word & kHighBits; }
-std::uint64_t equal(std::uint64_t word, unsigned char byte) { return below(word ^ (kOnes * byte), 1); }
+/// Nonzero when the eight bytes are not all ASCII that stands for itself. A byte above 0x7F counts by itself; for the
+/// others a subtraction sets the high bit exactly below 0x20, at the quotation mark and at the backslash.
+std::uint64_t special(const char* bytes) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    const std::uint64_t control = word - kOnes * 0x20, quote = (word ^ (kOnes * '"')) - kOnes,
+                        backslash = (word ^ (kOnes * '\\')) - kOnes;
+    return (word | control | quote | backslash) & kHighBits;
+}
 
-/// True when all is ASCII and stands for itself.
 bool isPlain(std::string_view value) {
     const char* at = value.data();
     const char* const end = at + value.size();
-    for (; end - at >= 8; at += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, at, sizeof word);
-        if ((word & kHighBits) | below(word, 0x20) | equal(word, '"') | equal(word, '\\')) return false;
+    if (value.size() < 8) {
+        while (at != end && !escapeOf(*at) && !(*at & 0x80)) ++at;
+        return at == end;
     }
-    for (; at != end; ++at)
-        if (escapeOf(*at) || (*at & 0x80)) return false;
-    return true;
+    std::uint64_t seen = special(end - 8);
+    for (; end - at > 8; at += 8) seen |= special(at);
+    return seen == 0;
 }
 
 void appendEscape(LogLine& line, char byte) {
     constexpr std::string_view kDigits = "0123456789abcdef";
     const char escape = escapeOf(byte);
-    line.push_back('\\');
-    line.push_back(escape);
-    if (escape == 'u') line.append("00").append({kDigits[byte >> 4], kDigits[byte & 15]});
+    line.append('\\').append(escape);
+    if (escape == 'u') line.append("00").append(kDigits[byte >> 4]).append(kDigits[byte & 15]);
+}
+
+void appendEscaped(LogLine& line, std::string_view value) {
+    line.append('"');
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (!escapeOf(value[i])) continue;
+        line.append(value.substr(written, i - written));
+        appendEscape(line, value[i]);
+        written = i + 1;
+    }
+    line.append(value.substr(written)).append('"');
 }
 
 } // namespace
 
 void appendQuoted(LogLine& line, std::string_view value) {
-    const bool plain = isPlain(value);
-    if (!plain && !isValidUtf8(value)) {
-        line.append(value);
-        return;
-    }
-    line.push_back('"');
-    if (plain) {
-        line.append(value);
+    if (isPlain(value)) {
+        char* const quoted = line.extend(value.size() + 2);
+        quoted[0] = '"';
+        value.copy(quoted + 1, value.size());
+        quoted[value.size() + 1] = '"';
+    } else if (isValidUtf8(value)) {
+        appendEscaped(line, value);
     } else {
-        std::size_t written = 0;
-        for (std::size_t i = 0; i < value.size(); ++i) {
-            if (!escapeOf(value[i])) continue;
-            line.append(value, written, i - written);
-            appendEscape(line, value[i]);
-            written = i + 1;
-        }
-        line.append(value, written);
+        line.append(value);
     }
-    line.push_back('"');
 }
 
 } // namespace brindlemar

@@ -1,14 +1,9 @@
 // Values of a log line as JSON strings.
 #pragma once
 
-#include <memory_resource>
-#include <string>
-#include <string_view>
+#include "support/LogLine.h"
 
 namespace brindlemar {
-
-/// A line under construction, usually in a buffer on the stack.
-using LogLine = std::pmr::string;
 
 /// Appends the value in the string form of RFC 8259: `"` and `\` behind a backslash, control characters as \b \f \n
 /// \r \t or \u00xx with lowercase digits, everything else, "/" and non-ASCII characters included, as it is. A value

@@ -4,7 +4,6 @@
 #include "support/LogFormatter.h"
 #include "support/LogNames.h"
 
-#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -37,8 +36,7 @@ std::unique_ptr<LogDestination> openFile(LogBackend& backend, const LogNames& na
 /// "BrindlemarFileProvider/" + the last component of the path the compiler saw.
 void appendFileIdentifier(LogLine& identifier, std::string_view path) {
     path.remove_prefix(path.rfind('/') + 1);
-    identifier.reserve(kModule.size() + 1 + path.size());
-    identifier.append(kModule).append("/").append(path);
+    identifier.append(kModule).append('/').append(path);
 }
 
 } // namespace
@@ -55,19 +53,16 @@ struct Logger::State {
     }
 
     void write(const LogMessage& message) const {
-        std::array<char, 2048> buffer;
-        std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
-        LogLine line(&memory);
-        line.reserve(1024);
+        LogLine line;
         const LogFormatter* written = nullptr;
         for (const Sink& sink : sinks) {
             if (message.level < sink.minimumLevel) continue;
             if (!written || *written != sink.formatter) {
-                line.clear();
+                line.truncate(0);
                 sink.formatter.appendMessage(line, message);
                 written = &sink.formatter;
             }
-            sink.destination->write(line, message.level >= LogLevel::error);
+            sink.destination->write(line.text(), message.level >= LogLevel::error);
         }
     }
 
@@ -118,14 +113,12 @@ const std::string& Logger::label() const { return state_->names.logger; }
 void Logger::log(LogLevel level, const LogSite& site, std::string_view message, const LogMetadata& metadata) const {
     if (!isEnabled(level)) return;
     try {
-        std::array<char, 256> buffer;
-        std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
-        LogLine file(&memory);
+        LogLine file;
         appendFileIdentifier(file, site.file);
         state_->write({.level = level,
                        .message = message,
                        .function = site.function,
-                       .file = file,
+                       .file = file.text(),
                        .line = site.line,
                        .information = metadata,
                        .label = label(),

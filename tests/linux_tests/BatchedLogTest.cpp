@@ -93,16 +93,30 @@ TEST_F(BatchedLogTest, DropsAndCountsWhatTheBacklogCannotHold) {
     auto log = make({.backlog = 100, .retry = kNever, .patience = kNever});
     setRoom(0);
     const std::string line(39, 'x');
+    log->write("first", true);
     for (int i = 0; i < 5; ++i) log->write(line, false);
     log->flush();
     log->write(line, true);
     setRoom(std::string::npos);
     log->flush();
     log->write("after", true);
-    const std::string all = bytes(), kept = line + "\n" + line + "\n";
+    const std::string all = bytes(), kept = "first\n" + line + "\n" + line + "\n";
     EXPECT_TRUE(all.starts_with(kept + "t=")) << all;
     EXPECT_NE(all.find("level=WARNING msg=\"4 log lines were dropped\""), std::string::npos) << all;
     EXPECT_TRUE(all.ends_with("\nafter\n"));
+}
+
+TEST_F(BatchedLogTest, CallersWaitForAnOutputThatIsMerelyBehind) {
+    auto log = make({.backlog = 100, .gathering = kNever, .patience = kNever});
+    std::string all;
+    for (int i = 0; i < 1000; ++i) {
+        log->write(std::to_string(i), false);
+        all += std::to_string(i) + "\n";
+    }
+    const std::string longerThanAllRoom(1000, 'x');
+    log->write(longerThanAllRoom, false);
+    log->flush();
+    EXPECT_EQ(bytes(), all + longerThanAllRoom + "\n");
 }
 
 TEST_F(BatchedLogTest, AnOutputThatStandsStillHoldsNobodyForLong) {

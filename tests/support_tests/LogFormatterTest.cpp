@@ -1,5 +1,6 @@
 #include "support/LogFormatter.h"
 #include "support/LogNames.h"
+#include "support/LogQuote.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@ using namespace std::chrono;
 std::string quoteOf(std::string_view value) {
     LogLine line;
     appendQuoted(line, value);
-    return std::string(line);
+    return std::string(line.text());
 }
 
 TEST(LogQuote, WritesTheStringFormOfJSON) {
@@ -83,7 +84,7 @@ TEST(LogDate, RoundsMillisecondsAndShowsTheZone) {
         const Zone zone(row.zone);
         LogLine line;
         LogDateFormat().append(line, row.date);
-        EXPECT_EQ(line, row.expected);
+        EXPECT_EQ(line.text(), row.expected);
     }
 }
 
