@@ -1,7 +1,6 @@
 // The platform on Linux without a log and without stores, for benchmarks.
 #pragma once
 
-#include "linux/LinuxFiles.h"
 #include "linux/QueueTimers.h"
 #include "linux/SerialQueue.h"
 #include "linux/SocketMessagePorts.h"
@@ -9,24 +8,9 @@
 #include "linux/WorkerPool.h"
 #include "messaging/BxMessages.h"
 #include "platform/Platform.h"
+#include "support/NoServices.h"
 
 namespace brindlemar::bench {
-
-struct NoManagers final : NSFileProviderManagers {
-    std::shared_ptr<NSFileProviderManager> manager(const NSFileProviderDomain&) override { return nullptr; }
-};
-struct NoXPC final : XPCServices {
-    std::shared_ptr<XPCListener> makeAnonymousListener() override { return nullptr; }
-};
-struct NoStores final : ObjectStores {
-    std::unique_ptr<ObjectStore> make(StoreConfiguration, ObjectCoder) override { return nullptr; }
-};
-struct NoLog final : LogBackend {
-    std::unique_ptr<LogDestination> console() override { return nullptr; }
-    std::unique_ptr<LogDestination> file(const RotatingLogFile&) override { return nullptr; }
-    std::optional<std::string> libraryDirectory() override { return std::nullopt; }
-    std::uint64_t threadID() override { return 0; }
-};
 
 struct BenchPlatform {
     BenchPlatform() {
@@ -46,7 +30,7 @@ struct BenchPlatform {
     SocketMessagePorts ports{RuntimeDirectory::open(), mainQueue, [](std::string_view) {}};
     NoManagers managers;
     NoXPC xpc;
-    LinuxFiles files;
+    NoFiles files;
     NoStores stores;
 };
 

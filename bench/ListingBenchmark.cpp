@@ -21,7 +21,8 @@ std::string listingText(std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::string number = std::to_string(1'000'000 + i);
         if (i > 0) text += ',';
-        text += R"({"name":"holiday picture )" + number + R"(.jpeg","size":)" + std::to_string(i * 4099 % 4'000'000'000) +
+        text += R"({"name":"holiday picture )" + number + R"(.jpeg","size":)" +
+                std::to_string(i * 4099 % 4'000'000'000) +
                 R"(,"folder":false,"parentID":"photos/2024/summer","itemID":"photos/2024/summer/holiday picture )" +
                 number + R"(.jpeg","mtime":)" + std::to_string(1'600'000'000 + i) + R"(,"atime":)" +
                 std::to_string(1'700'000'000 + i) + R"(,"glacier":0,"permissions":420})";
@@ -102,18 +103,18 @@ void nextPage(benchmark::State& state) {
         OneListing stores(parseItemListing(listingText(count), {.withDomain = "c7"}));
         auto provider = std::make_shared<ProviderState>();
         provider->caches = std::make_unique<const ItemCaches>(stores, platform.clock, "bench");
-        return std::make_shared<BrindlemarFileProviderItemEnumerator>(
-            BrindlemarFileProviderItemEnumerator::Container{.domain = "c7", .itemID = "photos", .provider = provider, .rawContainer = {}});
+        return std::make_shared<BrindlemarFileProviderItemEnumerator>(BrindlemarFileProviderItemEnumerator::Container{
+            .domain = "c7", .itemID = "photos", .provider = provider, .rawContainer = {}});
     };
     const auto shortList = enumerator(1000), longList = enumerator(kItems);
     const auto observer = std::make_shared<LastPage>();
     const auto pages = [&](const auto& list) {
         for (int i = 0; i < kPages; ++i) list->enumerateItems(observer, NSFileProviderPage(std::int64_t{400}));
     };
-    paired(state, kPages, [&] { pages(shortList); }, [&] { pages(longList); });
+    paired(
+        state, kPages, [&] { pages(shortList); }, [&] { pages(longList); });
 }
 BENCHMARK(nextPage)->UseManualTime()->Iterations(7)->Unit(benchmark::kMillisecond);
 
 } // namespace
 } // namespace brindlemar::bench
-

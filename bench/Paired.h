@@ -10,7 +10,8 @@
 
 namespace brindlemar::bench {
 
-template <class Body> double seconds(Body&& body) {
+template <class Body>
+double seconds(Body&& body) {
     const auto start = std::chrono::steady_clock::now();
     body();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -17,9 +17,8 @@ public:
     ~ListCall() override { enumerator_->invalidate(); }
 
     void ask(NSFileProviderPage page) {
-        tasks_.async([self = shared_from_this(), page = std::move(page)] {
-            self->enumerator_->enumerateItems(self, page);
-        });
+        tasks_.async(
+            [self = shared_from_this(), page = std::move(page)] { self->enumerator_->enumerateItems(self, page); });
     }
 
     std::int64_t suggestedPageSize() const override { return pageSize_; }
@@ -41,9 +40,8 @@ void callItem(NSFileProviderReplicatedExtension& extension, ItemIdentifier ident
     const auto progress = extension.item(std::move(identifier), [output](const auto& item, const auto& error) {
         output->write(completionEvent(item.get(), error));
     });
-    progress->setObserver([output](std::int64_t completed, std::int64_t total) {
-        output->write(progressEvent(completed, total));
-    });
+    progress->setObserver(
+        [output](std::int64_t completed, std::int64_t total) { output->write(progressEvent(completed, total)); });
 }
 
 void callList(NSFileProviderReplicatedExtension& extension, ItemIdentifier container, std::uint32_t pageSize,

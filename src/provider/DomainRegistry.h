@@ -13,9 +13,9 @@ class DomainManager final : public NSFileProviderManager {
 public:
     struct State {
         bool connected = true;
-        std::string reason;             // why not, for the user
-        std::set<std::string> signals;  // containers whose changes are to be asked for
-        std::uint64_t signalCount = 0;  // of the whole run
+        std::string reason;            // why not, for the user
+        std::set<std::string> signals; // containers whose changes are to be asked for
+        std::uint64_t signalCount = 0; // of the whole run
     };
     struct Places {
         std::string temporaryDirectory; // made when first asked for
@@ -25,9 +25,9 @@ public:
 
     void reconnect(ErrorHandler completionHandler) override;
     void disconnect(std::string reason, unsigned options, ErrorHandler completionHandler) override;
-    void getUserVisibleURL(
-        std::string_view itemIdentifier,
-        std::function<void(std::optional<FileURL>, std::optional<NSError>)> completionHandler) override;
+    void
+    getUserVisibleURL(std::string_view itemIdentifier,
+                      std::function<void(std::optional<FileURL>, std::optional<NSError>)> completionHandler) override;
     std::optional<FileURL> temporaryDirectoryURL() override;
     void signalEnumerator(std::string_view container, ErrorHandler completionHandler) override;
 

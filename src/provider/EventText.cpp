@@ -147,8 +147,7 @@ std::string base64(std::string_view bytes) {
         std::uint32_t group = 0;
         for (std::size_t i = 0; i < 3; ++i)
             group = group << 8 | (at + i < bytes.size() ? static_cast<unsigned char>(bytes[at + i]) : 0u);
-        for (std::size_t i = 0; i < 4; ++i)
-            text += i > bytes.size() - at ? '=' : digits[group >> (18 - 6 * i) & 63];
+        for (std::size_t i = 0; i < 4; ++i) text += i > bytes.size() - at ? '=' : digits[group >> (18 - 6 * i) & 63];
     }
     return text;
 }

@@ -16,7 +16,8 @@ public:
     static constexpr auto kPatience = std::chrono::seconds(60);
 
     /// Writes end early, and none begins, once `stopping` reads true.
-    LineOutput(FileDescriptor output, const std::atomic<bool>& stopping, std::chrono::milliseconds patience = kPatience);
+    LineOutput(FileDescriptor output, const std::atomic<bool>& stopping,
+               std::chrono::milliseconds patience = kPatience);
 
     /// Waits for the reader, at most `patience` without any progress. False when the reader is gone or gave no sign for
     /// so long; then nothing is written any more.

@@ -51,7 +51,8 @@ int serve(const sigset_t& ends) {
     const std::shared_future<Service*> service = made.get_future().share();
     ControlHandlers handlers{
         .status = [service] { return service.get() ? service.get()->status() : "{}"; },
-        .endpoint = [service](std::string name) { return service.get() ? service.get()->endpoint(name) : std::nullopt; },
+        .endpoint =
+            [service](std::string name) { return service.get() ? service.get()->endpoint(name) : std::nullopt; },
         .callItem =
             [service](std::string identifier, FileDescriptor output) {
                 if (service.get()) service.get()->callItem(std::move(identifier), std::move(output));
