@@ -55,6 +55,7 @@ void AcceptedConnection::greet(SocketLocalPort& port, const Received& hello) {
 void AcceptedConnection::timeUp() { fail("a sender stays silent"); }
 
 void AcceptedConnection::close(SocketLocalPort& port, std::string_view why) {
+    if (closed_.exchange(true)) return;
     context_->poller.remove(socket_.get());
     ::shutdown(socket_.get(), SHUT_RDWR);
     if (!why.empty()) context_->diagnose(port.file(), "closed a connection: " + std::string(why));
@@ -62,6 +63,7 @@ void AcceptedConnection::close(SocketLocalPort& port, std::string_view why) {
 }
 
 void AcceptedConnection::answer(std::int32_t msgid, std::optional<std::string> text) {
+    if (closed_) return;
     Answer answer{text ? Payload::of(*std::move(text)) : Payload(), {}};
     auto packet = makePacket({.kind = FrameKind::answer, .msgid = msgid}, answer.body.bytes());
     if (!packet) return fail("an answer is too long, or there is no memory for it");

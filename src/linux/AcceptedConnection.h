@@ -45,6 +45,7 @@ private:
     const std::weak_ptr<SocketLocalPort> port_;
     const FileDescriptor socket_;
     bool greeted_ = false; // the poller thread's
+    std::atomic<bool> closed_{false};
     Guarded<Outbox> outbox_;
 };
 

@@ -1,0 +1,332 @@
+// Peers that break the rules harm their own connection and nothing else.
+#include "linux/RawPeer.h"
+#include "linux/SocketWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <fstream>
+#include <linux/securebits.h>
+#include <thread>
+
+namespace brindlemar {
+namespace {
+
+using namespace std::chrono_literals;
+using Text = std::optional<std::string>;
+
+std::size_t openDescriptors() {
+    const auto files = std::filesystem::directory_iterator("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+class PortAttacks : public testing::Test {
+protected:
+    PortAttacks() : before_(openDescriptors()) {}
+    void TearDown() override {
+        local_.reset();
+        world.reset();
+        EXPECT_EQ(openDescriptors(), before_) << "descriptors leaked";
+    }
+    std::shared_ptr<LocalPort>& listen(const std::string& name = "p") {
+        local_ = world->ours.createLocal(name, [this](LocalPort&, std::int32_t id, const Payload& data) {
+            received.add(data.bytes().size());
+            return id == 99 ? Text("alive") : Text();
+        });
+        local_->setDispatchQueue(world->main);
+        return local_;
+    }
+    /// The port still serves whoever keeps to the rules.
+    void expectAlive(const std::string& name = "p") {
+        const auto remote = world->theirs.createRemote(name);
+        ASSERT_TRUE(remote);
+        const auto result = remote->sendRequest({99, "x", kPatience, kPatience});
+        EXPECT_EQ(result.answer.bytes(), "alive");
+    }
+    void expectComplaint(std::string_view part, std::size_t number = 1) {
+        const auto all = world->complaints.atLeast(number);
+        ASSERT_EQ(all.size(), number) << part;
+        EXPECT_NE(all.back().find(part), std::string::npos) << all.back();
+    }
+
+private:
+    const std::size_t before_;
+    std::shared_ptr<LocalPort> local_;
+
+protected:
+    Collected<std::size_t> received; // body sizes
+    std::unique_ptr<SocketWorld> world = std::make_unique<SocketWorld>();
+};
+
+TEST_F(PortAttacks, APacketThatBreaksARuleClosesItsConnectionOnly) {
+    listen();
+    const FileDescriptor good = rawMemory(70'000), open = rawMemory(70'000, unsealed),
+                         half = rawMemory(70'000, F_SEAL_SHRINK | F_SEAL_GROW),
+                         file(::open(world->directory.path().c_str(), O_RDONLY | O_TMPFILE | O_RDWR, 0600)),
+                         directory(::open("/", O_RDONLY | O_CLOEXEC));
+    const int memory = good.get();
+    const std::vector<int> many(9, memory);
+    const RawPacket inMemory{.flags = 2, .length = 70'000};
+    struct Row {
+        const char* complaint;
+        std::string bytes;
+        std::vector<int> descriptors;
+    };
+    std::vector<Row> rows = {
+        {"shorter than a header", "x", {}},
+        {"shorter than a header", RawPacket{}.bytes().substr(0, 15), {}},
+        {"protocol version", RawPacket{.version = 0}.bytes(), {}},
+        {"protocol version", RawPacket{.version = 2}.bytes(), {}},
+        {"kind", RawPacket{.kind = 0}.bytes(), {}},
+        {"kind", RawPacket{.kind = 1, .body = "p"}.bytes(), {}}, // a second hello
+        {"kind", RawPacket{.kind = 3}.bytes(), {}},              // an answer to nobody
+        {"unknown flags", RawPacket{.flags = 4}.bytes(), {}},
+        {"reserved byte", RawPacket{.zero = 1}.bytes(), {}},
+        {"not its body's", RawPacket{.length = 3, .body = "four"}.bytes(), {}},
+        {"not its body's", RawPacket{.length = 5, .body = "four"}.bytes(), {}},
+        {"not its body's", RawPacket{.length = 1ULL << 63}.bytes(), {}},
+        {"longer than any", RawPacket{.body = std::string(65'537, 'x')}.bytes(), {}},
+        {"descriptors", inMemory.bytes(), {}},
+        {"descriptors", RawPacket{.body = "x"}.bytes(), {memory}},
+        {"descriptors", inMemory.bytes(), {memory, memory}},
+        {"descriptors", inMemory.bytes(), many},
+        {"both", RawPacket{.flags = 2, .body = "x"}.bytes(), {memory}},
+        {"absurd", RawPacket{.flags = 2, .length = 0}.bytes(), {memory}},
+        {"absurd", RawPacket{.flags = 2, .length = 1ULL << 63}.bytes(), {memory}},
+        {"absurd", RawPacket{.flags = 2, .length = ~0ULL}.bytes(), {memory}},
+        {"shorter than its body", RawPacket{.flags = 2, .length = 70'001}.bytes(), {memory}},
+        {"not sealed", inMemory.bytes(), {open.get()}},
+        {"not sealed", inMemory.bytes(), {half.get()}},
+        {"memory file", inMemory.bytes(), {file.get()}},
+        {"no memory file", inMemory.bytes(), {directory.get()}},
+    };
+    const FileDescriptor huge = rawMemory(std::size_t{2} << 20, sealed, MFD_HUGETLB); // not every system has these
+    if (huge) rows.push_back({"ordinary pages", inMemory.bytes(), {huge.get()}});
+    std::size_t complaints = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        RawSocket bystander = RawSocket::connected(world->directory, "p");
+        RawSocket attacker = RawSocket::connected(world->directory, "p");
+        ASSERT_TRUE(bystander.greet("p") && attacker.greet("p"));
+        ASSERT_TRUE(attacker.send(row.bytes, row.descriptors));
+        EXPECT_TRUE(attacker.closedByPeer());
+        expectComplaint(row.complaint, ++complaints);
+        ASSERT_TRUE(bystander.send(RawPacket{.flags = 1, .id = 99}.bytes()));
+        EXPECT_EQ(bystander.receive(), (RawPacket{.kind = 3, .id = 99, .body = "alive"}.bytes()));
+    }
+    EXPECT_EQ(received.atLeast(0).size(), rows.size()); // the bystanders' only
+}
+
+TEST_F(PortAttacks, ASenderIsHeardOnlyAfterItsHello) {
+    listen();
+    const struct {
+        const char* complaint; // none: closing without a word is how a name is probed
+        std::optional<std::string> first;
+    } rows[] = {
+        {"another name", RawPacket::hello("q").bytes()},
+        {"another name", RawPacket::hello("").bytes()},
+        {"another name", RawPacket::hello({"p\0", 2}).bytes()},
+        {"another name", RawPacket::hello(std::string(10'000, 'p')).bytes()},
+        {"kind", RawPacket{.body = "p"}.bytes()},
+        {"kind", RawPacket{.kind = 3, .body = "p"}.bytes()},
+        {"message id", RawPacket{.kind = 1, .id = 1, .body = "p"}.bytes()},
+        {"cannot want", RawPacket{.kind = 1, .flags = 1, .body = "p"}.bytes()},
+        {"silent", {}},
+    };
+    std::size_t complaints = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        RawSocket attacker = RawSocket::connected(world->directory, "p");
+        if (row.first) {
+            ASSERT_TRUE(attacker.send(*row.first));
+        }
+        EXPECT_TRUE(attacker.closedByPeer());
+        expectComplaint(row.complaint, ++complaints);
+    }
+    RawSocket::connected(world->directory, "p").close();
+    expectAlive();
+    EXPECT_EQ(world->complaints.atLeast(0).size(), complaints);
+}
+
+TEST_F(PortAttacks, NoListenerCanHoldUpItsSenders) {
+    const struct {
+        const char* complaint;
+        std::optional<std::string> reply;
+        bool closes = false;
+    } rows[] = {
+        {"another name", RawPacket::hello("q").bytes()},
+        {"kind", RawPacket{.body = "p"}.bytes()},
+        {"version", RawPacket{.version = 9, .kind = 1, .body = "p"}.bytes()},
+        {"closed instead", {}, true},
+        {"silent", {}},
+    };
+    std::size_t complaints = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        RawSocket listener = RawSocket::listening(world->directory, "p");
+        std::jthread serving([&] {
+            RawSocket peer = listener.accept();
+            EXPECT_EQ(peer.receive(), RawPacket::hello("p").bytes());
+            if (row.reply) {
+                EXPECT_TRUE(peer.send(*row.reply));
+            }
+            if (!row.closes) {
+                EXPECT_TRUE(peer.closedByPeer());
+            }
+        });
+        EXPECT_FALSE(world->ours.createRemote("p"));
+        expectComplaint(row.complaint, ++complaints);
+        std::filesystem::remove(world->directory.path() + "/" + portFileName("p"));
+    }
+    RawSocket full = RawSocket::listening(world->directory, "p", 0); // nobody accepts
+    for (int i = 0; i < 2; ++i) EXPECT_FALSE(world->ours.createRemote("p"));
+}
+
+TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
+    RawSocket listener = RawSocket::listening(world->directory, "p");
+    Event read, sent;
+    std::jthread serving([&] {
+        RawSocket peer = listener.accept();
+        EXPECT_TRUE(peer.greet("p"));
+        EXPECT_EQ(peer.receive(), (RawPacket{.flags = 1, .id = 1, .body = "q"}.bytes()));
+        read.happen();
+        EXPECT_TRUE(sent.happens());
+        EXPECT_TRUE(peer.send(RawPacket{.kind = 3, .id = 8, .body = "asked by nobody"}.bytes()));
+        EXPECT_TRUE(peer.send(RawPacket{.kind = 3, .id = 1, .body = "a"}.bytes()));
+    });
+    const auto remote = world->ours.createRemote("p");
+    ASSERT_TRUE(remote);
+    std::jthread other([&] {
+        EXPECT_TRUE(read.happens());
+        EXPECT_EQ(remote->sendRequest({2, "never read", kPatience}).status, 0);
+        sent.happen();
+    });
+    const auto result = remote->sendRequest({1, "q", kPatience, kPatience});
+    EXPECT_EQ(result.status, SendStatus::success);
+    EXPECT_EQ(result.answer.bytes(), "a");
+}
+
+TEST_F(PortAttacks, AListenerThatDoesNotReadCostsTheSendersTimeOnly) {
+    RawSocket listener = RawSocket::listening(world->directory, "p");
+    Event done;
+    std::jthread serving([&] {
+        RawSocket peer = listener.accept();
+        EXPECT_TRUE(peer.greet("p"));
+        EXPECT_TRUE(done.happens());
+    });
+    const auto remote = world->ours.createRemote("p");
+    ASSERT_TRUE(remote);
+    const std::string body(60'000, 'x');
+    std::int32_t status = 0;
+    auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 1000 && status == 0; ++i) {
+        start = std::chrono::steady_clock::now();
+        status = remote->sendRequest({i, body, 30ms}).status;
+    }
+    EXPECT_EQ(status, SendStatus::sendTimeout);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+    EXPECT_EQ(remote->sendRequest({1, {body.data(), kBodyLimit + 1}, 30ms}).status, SendStatus::transportError);
+    done.happen();
+}
+
+TEST_F(PortAttacks, AFloodWaitsInMemoryAndHoldsUpNobody) {
+    Event release;
+    const auto flooded = world->ours.createLocal("flooded", [&, next = 0](auto&, std::int32_t id, auto&) mutable {
+        if (id == 0) {
+            EXPECT_TRUE(release.happens());
+        }
+        EXPECT_EQ(id, next++);
+        received.add(0);
+        return Text();
+    });
+    SerialQueue slow(world->timers, "slow");
+    flooded->setDispatchQueue(slow);
+    RawSocket flood = RawSocket::connected(world->directory, "flooded");
+    ASSERT_TRUE(flood.greet("flooded"));
+    for (std::uint32_t id = 0; id < 10'000; ++id) ASSERT_TRUE(flood.send(RawPacket{.id = id, .body = "x"}.bytes()));
+    listen();
+    expectAlive();
+    release.happen();
+    EXPECT_EQ(received.atLeast(10'001).size(), 10'001U);
+}
+
+TEST_F(PortAttacks, WhoDoesNotReadItsAnswersIsClosed) {
+    listen();
+    RawSocket greedy = RawSocket::connected(world->directory, "p");
+    ASSERT_TRUE(greedy.greet("p"));
+    while (greedy.send(RawPacket{.flags = 1, .id = 99}.bytes())) {
+    }
+    expectComplaint("does not read");
+    expectAlive();
+}
+
+TEST_F(PortAttacks, WithoutDescriptorsConnectionsWaitAndNobodySpins) {
+    listen();
+    RawSocket waiting;
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit low{std::min<rlim_t>(before.rlim_max, openDescriptors() + 16), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    {
+        std::vector<FileDescriptor> taken;
+        do taken.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        while (taken.back());
+        const PortAddress address(world->directory, portFileName("p"));
+        ASSERT_EQ(::connect(waiting.get(), address.get(), address.size), 0);
+        expectComplaint("cannot accept");
+        const auto cpu = [] {
+            timespec time{};
+            ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+            return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+        };
+        const auto start = cpu();
+        pollfd nothing{waiting.get(), POLLIN, 0};
+        EXPECT_EQ(::poll(&nothing, 1, 250), 0); // two more attempts
+        EXPECT_LT(cpu() - start, 100ms);
+        EXPECT_EQ(world->complaints.atLeast(1).size(), 1U);
+    }
+    EXPECT_TRUE(waiting.greet("p"));
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+TEST_F(PortAttacks, OnlyADeadPeersSocketIsRemoved) {
+    const std::string path = world->directory.path() + "/" + portFileName("p");
+    RawSocket::listening(world->directory, "p").close(); // leaves its file behind, as a crash does
+    ASSERT_TRUE(std::filesystem::is_socket(path));
+    EXPECT_TRUE(listen());
+    expectAlive();
+    listen()->invalidate();
+    EXPECT_FALSE(std::filesystem::exists(path));
+
+    std::ofstream(path) << "a user's file";
+    EXPECT_FALSE(world->ours.createLocal("p", {}));
+    expectComplaint("taken");
+    EXPECT_TRUE(std::filesystem::is_regular_file(path));
+    std::filesystem::remove(path);
+
+    RawSocket busy = RawSocket::listening(world->directory, "p"); // accepts nobody
+    EXPECT_FALSE(world->ours.createLocal("p", {}));
+    EXPECT_TRUE(std::filesystem::is_socket(path));
+}
+
+TEST_F(PortAttacks, AnotherUserIsRefused) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can act as another user";
+    listen();
+    std::jthread([&] { // the bare system calls change this thread only, and it keeps its way into the directory
+        ASSERT_EQ(::prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0);
+        ASSERT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0);
+        RawSocket stranger = RawSocket::connected(world->directory, "p");
+        EXPECT_TRUE(stranger.closedByPeer());
+        EXPECT_FALSE(world->theirs.createRemote("p"));
+    })
+        .join();
+    const auto all = world->complaints.atLeast(2);
+    for (const auto& complaint : all) EXPECT_NE(complaint.find("another user"), std::string::npos) << complaint;
+}
+
+} // namespace
+} // namespace brindlemar
