@@ -1,0 +1,216 @@
+#include "linux/SerialQueue.h"
+#include "linux/SystemClock.h"
+#include "linux/WorkerPool.h"
+#include "support/Patience.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <thread>
+#include <vector>
+
+namespace brindlemar {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+/// Both kinds of queue, for what they have in common.
+class EveryQueue : public testing::TestWithParam<const char*> {
+protected:
+    std::unique_ptr<Queue> make(WorkerPool::Limits limits = {}) {
+        if (GetParam() == std::string_view("Serial")) return std::make_unique<SerialQueue>(timers, "test");
+        return std::make_unique<WorkerPool>(timers, limits);
+    }
+    QueueTimers timers;
+};
+INSTANTIATE_TEST_SUITE_P(Queues, EveryQueue, testing::Values("Serial", "Pool"),
+                         [](const auto& info) { return info.param; });
+
+TEST_P(EveryQueue, DelayedTasksAreNeverEarly) {
+    const auto queue = make();
+    queue->after(std::chrono::nanoseconds::max(), [] { ADD_FAILURE() << "a delay overflowed"; });
+    for (const auto delay : {-5ms, 0ms, 1ms, 7ms, 30ms}) {
+        Event ran;
+        const auto start = steady_clock::now();
+        queue->after(delay, [&] {
+            EXPECT_GE(steady_clock::now() - start, delay);
+            ran.happen();
+        });
+        ASSERT_TRUE(ran.happens());
+    }
+}
+
+TEST_P(EveryQueue, TickNumberNComesAfterNIntervals) {
+    Event fourth;
+    int ticks = 0;
+    const auto queue = make(); // after what its tasks use
+    const auto start = steady_clock::now();
+    const auto timer = queue->repeat(5ms, [&] {
+        EXPECT_GE(steady_clock::now() - start, ++ticks * 5ms);
+        if (ticks == 4) fourth.happen();
+    });
+    ASSERT_TRUE(fourth.happens());
+}
+
+TEST_P(EveryQueue, TicksDuringARunCoalesceAndNeverOverlapIt) {
+    Event release, done;
+    std::atomic<int> inside = 0, runs = 0;
+    const auto queue = make(); // after what its tasks use
+    const auto timer = queue->repeat(1ms, [&] {
+        EXPECT_EQ(++inside, 1);
+        const int run = ++runs;
+        if (run == 1) {
+            EXPECT_TRUE(release.happens());
+        } else if (run == 3) {
+            done.happen();
+        }
+        --inside;
+    });
+    timers.at(deadlineAfter(30ms), [&] { release.happen(); });
+    ASSERT_TRUE(done.happens());
+}
+
+TEST_P(EveryQueue, ATimerMayBeDestroyedInItsHandler) {
+    const auto held = std::make_shared<int>();
+    std::unique_ptr<Timer> timer;
+    Event ready, ticked, later;
+    const auto queue = make(); // after what its tasks use
+    queue->async([&] {
+        timer = queue->repeat(1ms, [&, held] {
+            ASSERT_TRUE(ready.happens());
+            timer.reset();
+            EXPECT_EQ(held.use_count(), 2); // the running handler still has what it captured
+            ticked.happen();                // a second run would throw
+        });
+        ready.happen();
+    });
+    ASSERT_TRUE(ticked.happens());
+    queue->after(10ms, [&] { later.happen(); });
+    ASSERT_TRUE(later.happens());
+}
+
+TEST_P(EveryQueue, DestructionWaitsForWhatRunsAndDropsTheRest) {
+    struct PostsWhenDropped {
+        Queue& queue;
+        ~PostsWhenDropped() {
+            queue.async([] { ADD_FAILURE() << "posted to a stopped queue"; });
+        }
+    };
+    auto queue = make({.usualThreads = 1, .mostThreads = 1});
+    Event started;
+    bool finished = false;
+    queue->async([&, queue = queue.get()] {
+        started.happen();
+        std::weak_ptr<int> posted; // a queue that is stopping drops what it is given at once
+        do {
+            auto token = std::make_shared<int>();
+            posted = token;
+            queue->async([token = std::move(token)] { ADD_FAILURE() << "started after the end"; });
+        } while (!posted.expired());
+        finished = true;
+    });
+    auto waiting = std::make_shared<PostsWhenDropped>(*queue);
+    const std::weak_ptr<PostsWhenDropped> alive = waiting;
+    queue->async([waiting = std::move(waiting)] {});
+    queue->after(1ms, [] { ADD_FAILURE() << "became due after the end"; });
+    const auto timer = queue->repeat(1ms, [] { ADD_FAILURE() << "ticked after the end"; });
+    ASSERT_TRUE(started.happens());
+    queue.reset();
+    EXPECT_TRUE(finished);
+    EXPECT_TRUE(alive.expired());
+}
+
+TEST(SerialQueueTest, KeepsEachPostersOrderAndRunsOneAtATime) {
+    constexpr int posters = 4, each = 3000;
+    QueueTimers timers;
+    std::vector<int> next(posters), inside(1);
+    std::latch all(posters * each);
+    SerialQueue queue(timers, "test");
+    std::vector<std::jthread> threads;
+    for (int p = 0; p < posters; ++p)
+        threads.emplace_back([&, p] {
+            for (int n = 0; n < each; ++n)
+                queue.async([&, p, n] {
+                    EXPECT_EQ(++inside[0], 1); // unsynchronised on purpose: the queue is what orders it
+                    EXPECT_EQ(next[p]++, n);
+                    --inside[0];
+                    all.count_down();
+                });
+        });
+    all.wait();
+}
+
+TEST(SerialQueueTest, TicksCoalesceWhileTheQueueIsBusy) {
+    QueueTimers timers;
+    Event release, counted;
+    int ticks = 0;
+    SerialQueue queue(timers, "test");
+    queue.async([&] { EXPECT_TRUE(release.happens()); });
+    const auto timer = queue.repeat(1ms, [&] { ++ticks; });
+    timers.at(deadlineAfter(40ms), [&] {
+        queue.async([&] {
+            EXPECT_EQ(ticks, 1);
+            counted.happen();
+        });
+        release.happen();
+    });
+    ASSERT_TRUE(counted.happens());
+}
+
+TEST(WorkerPoolTest, TasksRunWhileOthersBlockAndExtraThreadsLeave) {
+    QueueTimers timers;
+    Event release;
+    std::latch blocked(10), ordinary(20), ended(10);
+    WorkerPool pool(timers, {.usualThreads = 4, .mostThreads = 64, .linger = 1ms});
+    for (int i = 0; i < 10; ++i)
+        pool.async([&] {
+            blocked.count_down();
+            EXPECT_TRUE(release.happens());
+            ended.count_down();
+        });
+    for (int i = 0; i < 20; ++i) pool.async([&] { ordinary.count_down(); });
+    blocked.wait();
+    ordinary.wait();
+    EXPECT_GE(pool.threads(), 11U);
+    release.happen();
+    ended.wait();
+    const auto deadline = steady_clock::now() + kPatience;
+    while (pool.threads() > 4 && steady_clock::now() < deadline) std::this_thread::yield();
+    EXPECT_EQ(pool.threads(), 4U);
+}
+
+TEST(WorkerPoolTest, NeverExceedsItsLimit) {
+    QueueTimers timers;
+    std::atomic<int> inside = 0, most = 0;
+    std::latch full(5), all(40);
+    Event release;
+    WorkerPool pool(timers, {.usualThreads = 2, .mostThreads = 5, .linger = 1ms});
+    for (int i = 0; i < 40; ++i)
+        pool.async([&, i] {
+            const int now = ++inside;
+            for (int seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+            }
+            if (i < 5) full.count_down();
+            EXPECT_TRUE(release.happens());
+            --inside;
+            all.count_down();
+        });
+    full.wait();
+    timers.at(deadlineAfter(30ms), [&] { release.happen(); }); // three looks at a full pool
+    all.wait();
+    EXPECT_EQ(most, 5);
+}
+
+TEST(SystemClockTest, SleepsAtLeastAsLongAsAsked) {
+    SystemClock clock;
+    for (const auto duration : {-1ms, 0ms, 3ms}) {
+        const auto start = steady_clock::now();
+        clock.sleep(duration);
+        EXPECT_GE(steady_clock::now() - start, duration);
+    }
+}
+
+} // namespace
+} // namespace brindlemar
