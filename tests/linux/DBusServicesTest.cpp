@@ -22,10 +22,10 @@ const XPCInterface kHost{"TestHostV1", {{"hello", false}}};
 struct Recorder : XPCExportedObject {
     void receive(std::string_view selector, Strings strings) override {
         if (hold.valid()) hold.wait();
-        inbox.put(std::accumulate(strings.begin(), strings.end(), std::string(selector),
+        inbox.add(std::accumulate(strings.begin(), strings.end(), std::string(selector),
                                   [](std::string all, const std::string& next) { return all + " " + next; }));
     }
-    Inbox<std::string> inbox;
+    Collected<std::string> inbox;
     std::shared_future<void> hold;
 };
 
@@ -37,24 +37,24 @@ struct Service : XPCListenerDelegate, std::enable_shared_from_this<Service> {
         connection->setExportedObject(object);
         connection->setRemoteObjectInterface(kHost);
         connection->resume();
-        connection->setInvalidationHandler([this] { ended.put("ended"); });
+        connection->setInvalidationHandler([this] { ended.add("ended"); });
         listener.reset();
         connection->send("hello", {});
-        accepted.put(connection);
+        accepted.add(connection);
         return true;
     }
     bool accepts = true;
     std::shared_ptr<Recorder> object = std::make_shared<Recorder>();
     std::shared_ptr<XPCListener> listener;
-    Inbox<std::shared_ptr<XPCConnection>> accepted;
-    Inbox<std::string> ended;
+    Collected<std::shared_ptr<XPCConnection>> accepted;
+    Collected<std::string> ended;
 };
 
 struct DBusServicesTest : ::testing::Test {
     TemporaryRuntime runtime;
-    Inbox<std::string> diagnostics;
+    Collected<std::string> diagnostics;
     std::shared_ptr<Service> service = std::make_shared<Service>();
-    DBusServices services{runtime.directory, [this](std::string_view text) { diagnostics.put(std::string(text)); }};
+    DBusServices services{runtime.directory, [this](std::string_view text) { diagnostics.add(std::string(text)); }};
     XPCListenerEndpoint endpoint;
 
     void listen() {
@@ -98,10 +98,10 @@ TEST_F(DBusServicesTest, MessagesArriveInOrderBothWays) {
     EXPECT_FALSE(connection->send("unknown", {}));
     EXPECT_FALSE(connection->send("configureWithConnections:", {std::string("a\0b", 3)}));
     connection->resume();
-    EXPECT_EQ(service->object->inbox.wait(expected.size()), expected);
-    EXPECT_EQ(host->inbox.wait(1), Strings{"hello"});
+    EXPECT_EQ(service->object->inbox.atLeast(expected.size()), expected);
+    EXPECT_EQ(host->inbox.atLeast(1), Strings{"hello"});
     EXPECT_TRUE(connection->send("configureWithConnections:", {}));
-    EXPECT_EQ(service->object->inbox.wait(expected.size() + 1).back(), "configureWithConnections:");
+    EXPECT_EQ(service->object->inbox.atLeast(expected.size() + 1).back(), "configureWithConnections:");
 }
 
 TEST_F(DBusServicesTest, ListenerGoesAwayAndItsConnectionLivesOn) {
@@ -112,20 +112,20 @@ TEST_F(DBusServicesTest, ListenerGoesAwayAndItsConnectionLivesOn) {
     const auto connection = connect();
     connection->resume();
     connection->send("refresh", {});
-    EXPECT_EQ(service->object->inbox.wait(1), Strings{"refresh"}); // the delegate has returned by then
+    EXPECT_EQ(service->object->inbox.atLeast(1), Strings{"refresh"}); // the delegate has returned by then
     EXPECT_EQ(runtime.named("xpc-"), Strings{});
     EXPECT_EQ(connect(), nullptr);
     connection->send("refresh", {});
-    EXPECT_EQ(service->object->inbox.wait(2).size(), 2u);
+    EXPECT_EQ(service->object->inbox.atLeast(2).size(), 2u);
 }
 
 TEST_F(DBusServicesTest, RefusedConnectionEnds) {
     service->accepts = false;
     const auto connection = connect();
-    Inbox<std::string> ended;
-    connection->setInvalidationHandler([&] { ended.put("ended"); });
+    Collected<std::string> ended;
+    connection->setInvalidationHandler([&] { ended.add("ended"); });
     connection->resume();
-    EXPECT_EQ(ended.wait(1).size(), 1u);
+    EXPECT_EQ(ended.atLeast(1).size(), 1u);
     EXPECT_FALSE(connection->send("refresh", {}));
     EXPECT_EQ(runtime.named("xpc-").size(), 1u);
 }
@@ -135,29 +135,29 @@ TEST_F(DBusServicesTest, InvalidationIsToldOnceAndLast) {
         if (!service->listener) listen();
         auto connection = connect();
         connection->resume();
-        const std::size_t before = service->object->inbox.wait(0).size(), ends = service->ended.wait(0).size();
+        const std::size_t before = service->object->inbox.atLeast(0).size(), ends = service->ended.atLeast(0).size();
         for (int i = 0; i < 100; ++i) connection->send("refresh", {});
-        const auto accepted = service->accepted.wait(ends + 1).back();
+        const auto accepted = service->accepted.atLeast(ends + 1).back();
         if (byPeer) {
-            EXPECT_EQ(service->object->inbox.wait(before + 100).size(), before + 100);
+            EXPECT_EQ(service->object->inbox.atLeast(before + 100).size(), before + 100);
             connection.reset();
         } else {
             accepted->invalidate();
         }
-        EXPECT_EQ(service->ended.wait(ends + 1).size(), ends + 1);
-        const std::size_t received = service->object->inbox.wait(0).size();
+        EXPECT_EQ(service->ended.atLeast(ends + 1).size(), ends + 1);
+        const std::size_t received = service->object->inbox.atLeast(0).size();
         EXPECT_FALSE(accepted->send("hello", {}));
-        accepted->setInvalidationHandler([&] { service->ended.put("again"); });
-        EXPECT_EQ(service->ended.wait(0).size(), ends + 1) << "a handler had already run";
-        EXPECT_EQ(service->object->inbox.wait(0).size(), received);
+        accepted->setInvalidationHandler([&] { service->ended.add("again"); });
+        EXPECT_EQ(service->ended.atLeast(0).size(), ends + 1) << "a handler had already run";
+        EXPECT_EQ(service->object->inbox.atLeast(0).size(), received);
     }
 }
 
 TEST_F(DBusServicesTest, HandlerSetAfterTheEndStillRuns) {
     const auto connection = connect();
     connection->resume();
-    service->accepted.wait(1).back()->invalidate();
-    service->ended.wait(1);
+    service->accepted.atLeast(1).back()->invalidate();
+    service->ended.atLeast(1);
     int runs = 0;
     std::promise<void> gone;
     connection->setInvalidationHandler([&] {
@@ -177,12 +177,12 @@ TEST_F(DBusServicesTest, PeerThatTakesNothingIsEnded) {
     connection->setExportedInterface({"TestHostV1", {{"hello", false}, {"bulk:", true}}});
     connection->setExportedObject(host);
     connection->resume();
-    const auto accepted = service->accepted.wait(1).back();
+    const auto accepted = service->accepted.atLeast(1).back();
     accepted->setRemoteObjectInterface({"TestHostV1", {{"bulk:", true}}});
     std::size_t sent = 0;
     while (accepted->send("bulk:", {std::string(1 << 20, 'x')}) && sent < 1000) ++sent;
     EXPECT_LT(sent, 200u);
-    EXPECT_EQ(service->ended.wait(1).size(), 1u);
+    EXPECT_EQ(service->ended.atLeast(1).size(), 1u);
     release.set_value();
 }
 
@@ -217,8 +217,8 @@ TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
     EXPECT_EQ(peer.call({object, "io.brindlemar.Other", "refresh"}, ""), refused);
     EXPECT_EQ(peer.call({"/elsewhere", interface, "refresh"}, ""), refused);
     EXPECT_EQ(peer.call({object, interface, "configureWithConnections"}, "as", 2, "a", "b"), "");
-    EXPECT_EQ(service->object->inbox.wait(1), Strings{"configureWithConnections: a b"});
-    EXPECT_EQ(diagnostics.wait(7).size(), 7u);
+    EXPECT_EQ(service->object->inbox.atLeast(1), Strings{"configureWithConnections: a b"});
+    EXPECT_EQ(diagnostics.atLeast(7).size(), 7u);
 }
 
 TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
@@ -230,10 +230,10 @@ TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
         ASSERT_TRUE(connection);
         connection->send("refresh", {});
         connection->resume();
-        EXPECT_EQ(service->object->inbox.wait(1), Strings{"refresh"});
+        EXPECT_EQ(service->object->inbox.atLeast(1), Strings{"refresh"});
     }
     listen();
-    EXPECT_EQ(service->accepted.wait(0).size(), 1u) << "the delegate hears of authenticated peers only";
+    EXPECT_EQ(service->accepted.atLeast(0).size(), 1u) << "the delegate hears of authenticated peers only";
 }
 
 TEST_F(DBusServicesTest, ProcessOfAnotherUserIsRefused) {
@@ -248,9 +248,9 @@ TEST_F(DBusServicesTest, ProcessOfAnotherUserIsRefused) {
         const FileDescriptor stranger = connectSocket(path());
         EXPECT_FALSE(stranger) << "the listener's user differs from the caller's";
     }).join();
-    EXPECT_EQ(diagnostics.wait(1),
+    EXPECT_EQ(diagnostics.atLeast(1),
               Strings{"A process of another user was refused on the socket " + runtime.named("xpc-").at(0) + "."});
-    EXPECT_TRUE(service->accepted.wait(0).empty());
+    EXPECT_TRUE(service->accepted.atLeast(0).empty());
 }
 
 TEST_F(DBusServicesTest, SocketsOfDeadProcessesAreRemoved) {

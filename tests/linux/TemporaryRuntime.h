@@ -2,17 +2,15 @@
 #pragma once
 
 #include "linux/Sockets.h"
+#include "support/Patience.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <vector>
 
 namespace brindlemar {
@@ -51,28 +49,6 @@ private:
 
 public:
     const RuntimeDirectory directory;
-};
-
-/// Values that other threads put in and the test waits for.
-template <class T>
-class Inbox {
-public:
-    void put(T value) {
-        std::lock_guard lock(mutex_);
-        values_.push_back(std::move(value));
-        changed_.notify_all();
-    }
-    /// Waits until there are so many, and gives all there are; fewer when time is up.
-    std::vector<T> wait(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, std::chrono::seconds(30), [&] { return values_.size() >= count; });
-        return values_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<T> values_;
 };
 
 inline std::vector<FileDescriptor> connectMany(const std::string& path, int count, std::string_view greeting) {

@@ -1,0 +1,81 @@
+#include "host/ItemID.h"
+
+#include "platform/Item.h"
+#include "support/Utf8.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+namespace brindlemar::host {
+
+namespace {
+void appendEscaped(std::string& id, char c) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    id.append({'%', digits[byte >> 4], digits[byte & 15]});
+}
+
+bool isReserved(std::string_view name) {
+    return name == "0" || name == "00" || name == "root" || name.starts_with("NSFileProvider");
+}
+
+std::optional<std::string> unescape(std::string_view text) {
+    std::string name;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '%') {
+            name.push_back(text[at]);
+            continue;
+        }
+        if (at + 2 >= text.size()) return std::nullopt;
+        unsigned byte = 0;
+        const char* end = text.data() + at + 3;
+        if (std::from_chars(text.data() + at + 1, end, byte, 16).ptr != end) return std::nullopt;
+        name.push_back(static_cast<char>(byte));
+        at += 2;
+    }
+    return name;
+}
+} // namespace
+
+bool isTopID(std::string_view id) {
+    return id == kTopID || id == "root" || id == NSFileProviderRootContainerItemIdentifier;
+}
+
+std::string childID(std::string_view parent, std::string_view name) {
+    std::string id;
+    const bool top = parent == kTopID;
+    if (!top) id.append(parent).append("/");
+    if (top && isReserved(name)) {
+        appendEscaped(id, name.front());
+        name.remove_prefix(1);
+    }
+    for (const char c : name) {
+        if (c == '%' || c == '|')
+            appendEscaped(id, c);
+        else
+            id.push_back(c);
+    }
+    return id;
+}
+
+std::optional<ItemPath> pathOfID(std::string_view id) {
+    if (isTopID(id)) return ItemPath{".", "", ""};
+    ItemPath result{"", "", std::string(kTopID)};
+    std::string canonical(kTopID);
+    for (std::size_t from = 0; from <= id.size();) {
+        const std::size_t to = std::min(id.find('/', from), id.size());
+        std::optional<std::string> name = unescape(id.substr(from, to - from));
+        if (!name || name->empty() || *name == "." || *name == ".." || !isValidUtf8(*name) ||
+            name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
+            return std::nullopt;
+        if (!result.path.empty()) result.path.push_back('/');
+        result.path.append(*name);
+        result.parentID = std::exchange(canonical, childID(canonical, *name));
+        result.name = std::move(*name);
+        from = to + 1;
+    }
+    return canonical == id ? std::optional(std::move(result)) : std::nullopt;
+}
+
+} // namespace brindlemar::host

@@ -1,0 +1,131 @@
+// brindlemar-host: offers directories of this machine as connections.
+#include "host/PortServer.h"
+#include "host/ServiceLink.h"
+#include "linux/SerialQueue.h"
+#include "linux/SocketMessagePorts.h"
+#include "linux/WorkerPool.h"
+
+#include <CLI/CLI.hpp>
+
+#include <signal.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+namespace brindlemar::host {
+namespace {
+
+enum Exit { ok = 0, failure = 1, usage = 2, noDirectory = 3, interrupted = 130 };
+
+void say(const std::string& text) { std::cerr << "brindlemar-host: " + text + "\n"; }
+
+struct Options {
+    std::vector<std::string> connections;
+    std::vector<std::string> silent;
+};
+
+/// None after the user was told why; `code` is then the process's.
+std::optional<Options> readCommandLine(int argc, char** argv, int& code) {
+    Options options;
+    CLI::App app("Offers directories of this machine as connections, until it is ended by SIGTERM or Control-C.\n"
+                 "It may be started before the service or after it, and stays when the service is restarted.\n",
+                 "brindlemar-host");
+    app.add_option("CONNECTION", options.connections,
+                   "NAME=DIRECTORY, or NAME:DOMAIN=DIRECTORY to choose the connection's domain identifier")
+        ->required();
+    app.add_option("--hold", options.silent, "Never answer requests with this command; for tests")
+        ->type_name("COMMAND")
+        ->allow_extra_args(false);
+    app.set_version_flag("--version", std::string("brindlemar-host ") + BRINDLEMAR_VERSION);
+    app.footer("Exit status: 0 ended, 1 another host already serves a domain, 2 wrong usage, 3 no such directory,\n"
+               "130 interrupted.\nExample: brindlemar-host Work=/home/me/work Photos:photos=/srv/photos");
+    try {
+        app.parse(argc, argv);
+        return options;
+    } catch (const CLI::ParseError& error) {
+        code = Exit::usage;
+        if (error.get_exit_code() == 0)
+            code = app.exit(error);
+        else
+            say(std::string(error.what()) + ". Try brindlemar-host --help.");
+        return std::nullopt;
+    }
+}
+
+/// Makes the directory's path absolute; false after the user was told what is wrong with it.
+bool resolveDirectory(Connection& connection) {
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(connection.directory, error);
+    if (!error && !std::filesystem::is_directory(path, error)) error = std::make_error_code(std::errc::not_a_directory);
+    if (!error) {
+        connection.directory = path;
+        return true;
+    }
+    say("The directory of \"" + connection.name + "\", " + connection.directory +
+        ", cannot be served: " + error.message() + ". Make it, or name another one.");
+    return false;
+}
+
+/// Blocks the signals that end the program, for every thread started from here on.
+sigset_t blockEndingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+int serve(const std::vector<Connection>& connections, const std::set<std::string>& silent) {
+    const sigset_t signals = blockEndingSignals();
+    const RuntimeDirectory directory = RuntimeDirectory::open();
+    QueueTimers timers;
+    SerialQueue dispatch(timers, "requests");
+    WorkerPool workers(timers);
+    SocketMessagePorts ports(RuntimeDirectory::open(), dispatch, [](std::string_view text) { say(std::string(text)); });
+    std::vector<std::unique_ptr<PortServer>> servers;
+    std::vector<std::string> records;
+    for (const Connection& connection : connections) {
+        servers.push_back(PortServer::open({ports, dispatch, workers, say}, connection, silent));
+        if (!servers.back()) {
+            say("Another host already serves the domain \"" + connection.domain + "\". End it, or write " +
+                connection.name + ":DOMAIN=" + connection.directory + " with another domain.");
+            return Exit::failure;
+        }
+        records.push_back(connection.record());
+        say("Serving \"" + connection.name + "\" (domain " + connection.domain + ") from " + connection.directory +
+            ".");
+    }
+    const ServiceLink link(directory, std::move(records), say);
+    int signal = 0;
+    while (::sigwait(&signals, &signal) != 0) {
+    }
+    servers.clear(); // the ports are gone from here on
+    // Without waiting for a listing or for a service that does not answer.
+    std::_Exit(signal == SIGINT ? Exit::interrupted : Exit::ok);
+}
+
+int run(int argc, char** argv) {
+    int code = Exit::ok;
+    const std::optional<Options> options = readCommandLine(argc, argv, code);
+    if (!options) return code;
+    try {
+        std::vector<Connection> connections = parseConnections(options->connections);
+        for (Connection& connection : connections)
+            if (!resolveDirectory(connection)) return Exit::noDirectory;
+        return serve(connections, {options->silent.begin(), options->silent.end()});
+    } catch (const ArgumentError& error) {
+        say(std::string(error.what()) + " Try brindlemar-host --help.");
+        return Exit::usage;
+    } catch (const std::exception& error) {
+        say(error.what());
+        return Exit::failure;
+    }
+}
+
+} // namespace
+} // namespace brindlemar::host
+
+int main(int argc, char** argv) { return brindlemar::host::run(argc, argv); }

@@ -1,0 +1,157 @@
+#include "host/RequestHandler.h"
+
+#include "host/ItemID.h"
+
+#include <boost/json.hpp>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace brindlemar::host {
+namespace {
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+using Strings = std::vector<std::string>;
+
+struct RequestHandlerTest : ::testing::Test {
+    RequestHandlerTest() {
+        fs::create_directories(top / "photos/2019");
+        write("photos/a.jpg", "12345");
+        write("note.txt", "x");
+    }
+    ~RequestHandlerTest() override { fs::remove_all(base); }
+
+    void write(const fs::path& path, std::string_view text) { std::ofstream(top / path) << text; }
+    json::value ask(std::string_view command, std::string_view identifier) {
+        const json::object request{{"command", command}, {"identifier", identifier}, {"from", ""}};
+        return json::parse(handler.answer(json::serialize(request)).value());
+    }
+    /// The texts under a key of a listing, in its order.
+    Strings listed(std::string_view folder, std::string_view key = "itemID") {
+        Strings result;
+        const json::value reply = ask("enumerateItemsJSON", folder);
+        for (const json::value& item : reply.as_array()) result.emplace_back(item.at(key).as_string());
+        return result;
+    }
+    Strings deleted(std::string_view folder) { return json::value_to<Strings>(ask("enumerateDeletedJSON", folder)); }
+
+    static fs::path temporary() {
+        std::string name = fs::temp_directory_path() / "brindlemar-host-XXXXXX";
+        return ::mkdtemp(name.data());
+    }
+    const fs::path base = temporary(), top = base / "top";
+    Strings warnings;
+    RequestHandler handler{
+        {"Work", "c7", top}, {"silent"}, [this](const std::string& text) { warnings.push_back(text); }};
+};
+
+TEST_F(RequestHandlerTest, ItemHasTheFieldsOfItsFile) {
+    ::chmod((top / "photos/a.jpg").c_str(), 0640);
+    const timespec times[2] = {{1000000000, 5}, {1659538288, 999}};
+    ::utimensat(AT_FDCWD, (top / "photos/a.jpg").c_str(), times, 0);
+    const json::value expected = {
+        {"name", "a.jpg"},          {"size", 5},           {"folder", false},     {"parentID", "photos"},
+        {"itemID", "photos/a.jpg"}, {"mtime", 1659538288}, {"atime", 1000000000}, {"permissions", 0640}};
+    EXPECT_EQ(ask("itemForIdentifier", "photos/a.jpg"), expected);
+    EXPECT_EQ(ask("enumerateItemsJSON", "photos").as_array().at(1), expected);
+    const json::value folder = ask("itemForIdentifier", "photos");
+    EXPECT_EQ(folder.at("folder"), true);
+    EXPECT_EQ(folder.at("parentID"), "0");
+}
+
+TEST_F(RequestHandlerTest, TopIsTheConnectionBelowTheExtensionsRoot) {
+    for (const char* id : {"0", "root", "NSFileProviderRootContainerItemIdentifier"}) {
+        const json::value root = ask("itemForIdentifier", id);
+        EXPECT_EQ(root.at("itemID"), "c7");
+        EXPECT_EQ(root.at("parentID"), "00");
+        EXPECT_EQ(root.at("name"), "Work");
+        EXPECT_EQ(listed(id), (Strings{"note.txt", "photos"}));
+    }
+}
+
+TEST_F(RequestHandlerTest, NothingLeadsOutOfTheDirectory) {
+    std::ofstream(base / "secret") << "s";
+    fs::create_symlink(base / "secret", top / "link");
+    fs::create_directory_symlink(base, top / "out");
+    fs::create_directory_symlink("photos", top / "inside");
+    ::mkfifo((top / "pipe").c_str(), 0600);
+    for (const char* id : {"../secret", "photos/../../secret", "/etc/passwd", "link", "out/secret", "out",
+                           "inside/a.jpg", "pipe", "photos/", "photos//a.jpg", "./photos", "photos/../note.txt", "",
+                           "%2E%2E/secret", "photos%2Fa.jpg", "photos%", "note.txt%0"})
+        EXPECT_EQ(ask("itemForIdentifier", id), json::object()) << id;
+    for (const char* id : {"..", "out", "inside", "note.txt", "missing"}) EXPECT_EQ(listed(id), Strings{}) << id;
+    EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
+}
+
+TEST_F(RequestHandlerTest, AwkwardNamesGoThereAndBack) {
+    const Strings names = {"0",   "00",      "root", "NSFileProviderRootContainerItemIdentifier",
+                           "a|b", "50%",     "%7C",  "q\"\\\n\x01",
+                           "ü",   "photos|x"};
+    for (const std::string& name : names) write(name, name);
+    const Strings ids = listed("0"), shown = listed("0", "name");
+    ASSERT_EQ(ids.size(), names.size() + 2);
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        EXPECT_EQ(ids[i].find('|'), std::string::npos);
+        EXPECT_FALSE(isTopID(ids[i]) || ids[i] == "00" || ids[i].starts_with("NSFileProvider")) << ids[i];
+        EXPECT_EQ(ask("itemForIdentifier", ids[i]).at("name"), json::value(shown[i]));
+        EXPECT_TRUE(fs::exists(top / shown[i]));
+    }
+    fs::create_directory(top / "photos/root");
+    write("photos/root/0", "");
+    EXPECT_EQ(listed("photos/root"), Strings{"photos/root/0"});
+}
+
+TEST_F(RequestHandlerTest, NamesThatAreNoTextAreLeftOutAndSaid) {
+    write("bad\xff", "");
+    write("bad\xc0\x80", "");
+    EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings[0].substr(0, 10), "2 names in");
+}
+
+TEST_F(RequestHandlerTest, VanishedNamesAreToldOnce) {
+    write("photos/b", "");
+    write("photos/c|", "");
+    EXPECT_EQ(deleted("photos"), Strings{}) << "never listed";
+    listed("photos");
+    fs::remove(top / "photos/b");
+    listed("photos"); // a listing does not tell of b's end
+    fs::remove(top / "photos/c|");
+    write("photos/new", "");
+    EXPECT_EQ(deleted("photos"), (Strings{"c7|photos/b", "c7|photos/c%7C"}));
+    EXPECT_EQ(deleted("photos"), Strings{});
+    fs::remove(top / "photos/new");
+    EXPECT_EQ(deleted("photos"), Strings{}) << "nobody had heard of it";
+    fs::remove_all(top / "photos");
+    EXPECT_EQ(deleted("photos"), (Strings{"c7|photos/2019", "c7|photos/a.jpg"}));
+    listed("0");
+    fs::remove(top / "note.txt");
+    EXPECT_EQ(deleted("0"), Strings{"c7|note.txt"});
+}
+
+TEST_F(RequestHandlerTest, DirectoryThatIsAbsentHasLostNothing) {
+    listed("0");
+    fs::rename(top, base / "away");
+    EXPECT_EQ(deleted("0"), Strings{});
+    EXPECT_EQ(ask("itemForIdentifier", "note.txt"), json::object());
+    fs::rename(base / "away", top);
+    fs::remove(top / "note.txt");
+    EXPECT_EQ(deleted("0"), Strings{"c7|note.txt"});
+}
+
+TEST_F(RequestHandlerTest, WhatIsNoRequestGetsAnEmptyObject) {
+    for (const char* text :
+         {"", "{", "[]", "7", R"({"command":"fly"})", R"({"command":5})", "deletedItemIDs:x", "{}", "\xff",
+          R"({"command":"itemForIdentifier"})", R"({"command":"itemForIdentifier","identifier":5})"})
+        EXPECT_EQ(handler.answer(text), "{}") << text;
+    EXPECT_EQ(handler.answer(std::string(100'000, '[')), "{}");
+    EXPECT_EQ(handler.answer(R"({"command":"silent"})"), std::nullopt);
+}
+
+} // namespace
+} // namespace brindlemar::host
