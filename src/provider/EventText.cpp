@@ -11,22 +11,22 @@ namespace {
 /// Appends members to one object in the making.
 class Members {
 public:
-    explicit Members(std::pmr::string& out) : out_(out) { out_ += '{'; }
-    ~Members() { out_ += '}'; }
+    explicit Members(LogLine& out) : out_(out) { out_.append('{'); }
+    ~Members() { out_.append('}'); }
 
-    std::pmr::string& key(std::string_view name) {
-        if (!first_) out_ += ',';
+    LogLine& key(std::string_view name) {
+        if (!first_) out_.append(',');
         first_ = false;
         appendQuoted(out_, name);
-        out_ += ':';
+        out_.append(':');
         return out_;
     }
     void text(std::string_view name, std::string_view value) { appendQuoted(key(name), value); }
     void number(std::string_view name, std::int64_t value) {
         char digits[24];
-        key(name).append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+        key(name).append(std::string_view(digits, std::to_chars(digits, digits + sizeof digits, value).ptr));
     }
-    void null(std::string_view name) { key(name) += "null"; }
+    void null(std::string_view name) { key(name).append("null"); }
     void optionalNumber(std::string_view name, const std::optional<std::uint64_t>& value) {
         if (value)
             number(name, static_cast<std::int64_t>(*value));
@@ -37,15 +37,15 @@ public:
         if (!value) return null(name);
         const std::int64_t seconds = wholeSecondsSince1970(*value);
         if (Timestamp(std::chrono::seconds(seconds)) == *value) return number(name, seconds);
-        key(name) += shortestText(secondsSince1970(*value));
+        key(name).append(shortestText(secondsSince1970(*value)));
     }
 
 private:
-    std::pmr::string& out_;
+    LogLine& out_;
     bool first_ = true;
 };
 
-void appendItem(std::pmr::string& out, const NSFileProviderItem& item) {
+void appendItem(LogLine& out, const NSFileProviderItem& item) {
     Members members(out);
     members.text("itemIdentifier", item.itemIdentifier());
     members.text("parentItemIdentifier", item.parentItemIdentifier());
@@ -75,29 +75,28 @@ void appendItem(std::pmr::string& out, const NSFileProviderItem& item) {
         }
     }
     if (const auto decorations = item.decorations()) {
-        members.key("decorations") += '[';
+        members.key("decorations").append('[');
         for (std::size_t i = 0; i < decorations->size(); ++i) {
-            if (i > 0) out += ',';
+            if (i > 0) out.append(',');
             appendQuoted(out, (*decorations)[i]);
         }
-        out += ']';
+        out.append(']');
     }
 }
 } // namespace
 
-std::pmr::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items) {
-    std::pmr::string line;
-    line.reserve(64 + 640 * items.size());
-    line = R"({"event":"items","items":[)";
+std::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items) {
+    LogLine line;
+    line.append(R"({"event":"items","items":[)");
     for (const auto& item : items) {
-        if (&item != &items.front()) line += ',';
+        if (&item != &items.front()) line.append(',');
         appendItem(line, *item);
     }
-    return line += "]}";
+    return std::string(line.append("]}").text());
 }
 
-std::pmr::string finishEvent(const std::optional<NSFileProviderPage>& page) {
-    std::pmr::string line;
+std::string finishEvent(const std::optional<NSFileProviderPage>& page) {
+    LogLine line;
     {
         Members members(line);
         members.text("event", "finish");
@@ -106,11 +105,11 @@ std::pmr::string finishEvent(const std::optional<NSFileProviderPage>& page) {
         else
             members.null("page");
     }
-    return line;
+    return std::string(line.text());
 }
 
-std::pmr::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error) {
-    std::pmr::string line;
+std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error) {
+    LogLine line;
     {
         Members members(line);
         members.text("event", "completion");
@@ -126,18 +125,18 @@ std::pmr::string completionEvent(const NSFileProviderItem* item, const std::opti
             members.null("error");
         }
     }
-    return line;
+    return std::string(line.text());
 }
 
-std::pmr::string progressEvent(std::int64_t completed, std::int64_t total) {
-    std::pmr::string line;
+std::string progressEvent(std::int64_t completed, std::int64_t total) {
+    LogLine line;
     {
         Members members(line);
         members.text("event", "progress");
         members.number("completed", completed);
         members.number("total", total);
     }
-    return line;
+    return std::string(line.text());
 }
 
 std::string base64(std::string_view bytes) {
