@@ -9,6 +9,7 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace brindlemar {
 
@@ -24,56 +25,68 @@ public:
     }
 
     void post(Task task) override {
-        bool wake, watch = false;
+        std::shared_ptr<Worker> wake;
+        bool watch = false;
         {
             std::lock_guard lock(mutex_);
             if (stopping_) return;
             waiting_.push_back(std::move(task));
-            wake = idle_ > 0;
-            if (waiting_.size() > idle_ && !(threads_.size() < limits_.usualThreads && addThread()))
+            if (!idle_.empty()) {
+                wake = std::move(idle_.back()); // the one that is still warm; the others get to leave
+                idle_.pop_back();
+                wake->woken = true;
+            } else if (workers_.size() >= limits_.usualThreads || !addWorker()) {
                 watch = !std::exchange(watching_, true);
-            if (watch) startedAtLook_ = started_;
+                if (watch) startedAtLook_ = started_;
+            }
         }
-        if (wake) changed_.notify_one();
+        if (wake) wake->changed.notify_one();
         if (watch) lookLater();
     }
 
     void stop() {
-        Threads ending;
+        Workers ending;
         std::deque<Task> dropped;
         {
             std::lock_guard lock(mutex_);
             stopping_ = true;
-            ending.swap(threads_);
+            ending.swap(workers_);
             ending.splice(ending.end(), left_);
             dropped.swap(waiting_);
+            idle_.clear();
         }
-        changed_.notify_all();
+        for (const auto& worker : ending) worker->changed.notify_one();
         join(ending);
     }
 
     unsigned threads() const {
         std::lock_guard lock(mutex_);
-        return static_cast<unsigned>(threads_.size());
+        return static_cast<unsigned>(workers_.size());
     }
 
 private:
-    using Threads = std::list<std::thread>;
+    struct Worker {
+        std::condition_variable changed;
+        bool woken = false; // and taken off the idle ones
+        std::thread thread;
+    };
+    using Workers = std::list<std::shared_ptr<Worker>>;
 
     /// Under the lock. False when the system gives no thread.
-    bool addThread() {
-        const auto place = threads_.emplace(threads_.end());
+    bool addWorker() {
+        const auto place = workers_.insert(workers_.end(), std::make_shared<Worker>());
         try {
-            *place = std::thread([self = shared_from_this(), place] { self->work(place); });
+            (*place)->thread = std::thread([self = shared_from_this(), place] { self->work(place); });
             return true;
         } catch (const std::system_error&) {
-            threads_.erase(place);
+            workers_.erase(place);
             return false;
         }
     }
 
-    void work(Threads::iterator place) {
+    void work(Workers::iterator place) {
         std::unique_lock lock(mutex_);
+        Worker& worker = **place;
         while (!stopping_) {
             if (!waiting_.empty()) {
                 Task task = std::move(waiting_.front());
@@ -85,12 +98,14 @@ private:
                 lock.lock();
                 continue;
             }
-            ++idle_;
-            const bool woken = changed_.wait_until(lock, deadlineAfter(limits_.linger),
-                                                   [this] { return stopping_ || !waiting_.empty(); });
-            --idle_;
-            if (!woken && threads_.size() > limits_.usualThreads) {
-                left_.splice(left_.end(), threads_, place); // joined by whoever looks next
+            idle_.push_back(*place);
+            worker.woken = false;
+            if (worker.changed.wait_until(lock, deadlineAfter(limits_.linger),
+                                          [&] { return worker.woken || stopping_; }))
+                continue;
+            idle_.erase(std::find(idle_.begin(), idle_.end(), *place));
+            if (workers_.size() > limits_.usualThreads) {
+                left_.splice(left_.end(), workers_, place); // joined by whoever looks next
                 return;
             }
         }
@@ -104,31 +119,30 @@ private:
 
     /// On the timer thread.
     void look() {
-        Threads ended;
+        Workers ended;
         bool again;
         {
             std::lock_guard lock(mutex_);
             ended.swap(left_);
-            const bool stuck = waiting_.size() > idle_ && started_ == startedAtLook_;
+            const bool stuck = !waiting_.empty() && started_ == startedAtLook_;
             startedAtLook_ = started_;
-            if (stuck && !stopping_ && threads_.size() < limits_.mostThreads) addThread();
+            if (stuck && !stopping_ && workers_.size() < limits_.mostThreads) addWorker();
             again = watching_ = !waiting_.empty() && !stopping_;
         }
         join(ended);
         if (again) lookLater();
     }
 
-    static void join(Threads& threads) {
-        for (auto& thread : threads) thread.join();
+    static void join(const Workers& workers) {
+        for (const auto& worker : workers) worker->thread.join();
     }
 
     QueueTimers& timers_;
     Limits limits_;
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
     std::deque<Task> waiting_;
-    Threads threads_, left_;
-    std::size_t idle_ = 0;
+    Workers workers_, left_;
+    std::vector<std::shared_ptr<Worker>> idle_; // the last one was busy last
     std::uint64_t started_ = 0, startedAtLook_ = 0;
     bool watching_ = false; // a look is scheduled
     bool stopping_ = false;

@@ -1,0 +1,249 @@
+// Message ports beside bare sockets and bare copies, alternating in one run: where the scheduler puts the processes is
+// its whim, so only the ratios count.
+#include "linux/SerialQueue.h"
+#include "linux/SocketMessagePorts.h"
+
+#include <benchmark/benchmark.h>
+
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <semaphore>
+#include <vector>
+
+namespace brindlemar {
+namespace {
+
+using std::chrono::steady_clock;
+using Text = std::optional<std::string>;
+
+constexpr std::size_t kMessage = 150;
+constexpr auto kSendTimeout = std::chrono::seconds(3);
+
+double secondsSince(steady_clock::time_point start) {
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
+}
+
+double median(std::vector<double>& values) {
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+/// A child that runs `body` and is ended with this object. Made while this process has one thread.
+class Child {
+public:
+    explicit Child(const std::function<void()>& body) : process_(::fork()) {
+        if (process_ != 0) return;
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        body();
+        ::_exit(0);
+    }
+    ~Child() {
+        ::kill(process_, SIGKILL);
+        ::waitpid(process_, nullptr, 0);
+    }
+
+private:
+    const pid_t process_;
+};
+
+struct OwnRuntimeDirectory {
+    OwnRuntimeDirectory() { ::setenv("BRINDLEMAR_RUNTIME_DIR", ::mkdtemp(path.data()), 1); }
+    ~OwnRuntimeDirectory() { std::filesystem::remove_all(path); }
+    std::string path = (std::filesystem::temp_directory_path() / "port-benchmark-XXXXXX").string();
+};
+
+struct Party {
+    QueueTimers timers;
+    SerialQueue main{timers, "main"};
+    SocketMessagePorts ports{RuntimeDirectory::open(), main, [](std::string_view text) {
+                                 std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+                             }};
+
+    std::shared_ptr<RemotePort> find(std::string_view name) {
+        for (;;)
+            if (auto port = ports.createRemote(name)) return port;
+    }
+};
+
+/// A bare SEQPACKET connection to an echo process.
+class BareEcho {
+public:
+    BareEcho() {
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_) != 0) std::abort();
+        const int room = 1 << 20;
+        for (const int end : ends_) ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        child_.emplace([this] {
+            char bytes[kMessage];
+            for (ssize_t size; (size = ::recv(ends_[1], bytes, sizeof bytes, 0)) > 0;) ::send(ends_[1], bytes, size, 0);
+        });
+    }
+    ~BareEcho() {
+        for (const int end : ends_) ::close(end);
+    }
+    void roundTrip() {
+        ::send(ends_[0], bytes_, sizeof bytes_, 0);
+        ::recv(ends_[0], bytes_, sizeof bytes_, 0);
+    }
+    void pipeline(int count, int inFlight) {
+        int sent = 0, received = 0;
+        while (received < count) {
+            while (sent < count && sent - received<inFlight&& ::send(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT)> 0)
+                ++sent;
+            ::recv(ends_[0], bytes_, sizeof bytes_, 0);
+            ++received;
+            while (::recv(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT) > 0) ++received;
+        }
+    }
+
+private:
+    int ends_[2];
+    char bytes_[kMessage] = {};
+    std::optional<Child> child_;
+};
+
+/// Our ports to an echo process: a request on the host's port, the reply as a message on ours.
+class PortEcho {
+public:
+    PortEcho()
+        : child_([] {
+              Party party;
+              std::shared_ptr<RemotePort> reply;
+              const auto host = party.ports.createLocal("host", [&](LocalPort&, std::int32_t id, const Payload& data) {
+                  if (!reply) reply = party.find("reply");
+                  reply->sendRequest({id, data.bytes(), kSendTimeout});
+                  return Text();
+              });
+              host->setDispatchQueue(party.main);
+              for (;;) ::pause();
+          }) {
+        party_.emplace();
+        reply_ = party_->ports.createLocal("reply", [this](auto&&...) {
+            arrived();
+            return Text();
+        });
+        reply_->setDispatchQueue(party_->main);
+        host_ = party_->find("host");
+    }
+    /// Microseconds of each round trip are added to `times`, when given.
+    void run(int count, int inFlight, std::vector<double>* times) {
+        left_ = open_ = count;
+        times_ = times;
+        party_->main.async([this, inFlight] {
+            for (int i = 0; i < inFlight; ++i) send();
+        });
+        done_.acquire();
+    }
+
+private:
+    void send() {
+        if (left_-- <= 0) return;
+        start_ = steady_clock::now();
+        host_->sendRequest({1, {bytes_, sizeof bytes_}, kSendTimeout});
+    }
+    void arrived() {
+        if (times_) times_->push_back(1e6 * secondsSince(start_));
+        send();
+        if (--open_ == 0) done_.release();
+    }
+
+    OwnRuntimeDirectory directory_;
+    Child child_;
+    std::optional<Party> party_;
+    std::shared_ptr<LocalPort> reply_;
+    std::shared_ptr<RemotePort> host_;
+    char bytes_[kMessage] = {};
+    std::binary_semaphore done_{0};
+    // The main queue's:
+    int left_ = 0, open_ = 0;
+    std::vector<double>* times_ = nullptr;
+    steady_clock::time_point start_;
+};
+
+void roundTrip(benchmark::State& state) {
+    BareEcho bare;
+    PortEcho ports;
+    std::vector<double> bareTimes, portTimes;
+    for (auto _ : state) {
+        for (int i = 0; i < 1000; ++i) {
+            const auto start = steady_clock::now();
+            bare.roundTrip();
+            bareTimes.push_back(1e6 * secondsSince(start));
+        }
+        ports.run(1000, 1, &portTimes);
+    }
+    state.counters["bare_us"] = median(bareTimes);
+    state.counters["ports_us"] = median(portTimes);
+    state.counters["ratio"] = median(portTimes) / median(bareTimes);
+}
+BENCHMARK(roundTrip)->Iterations(30)->Unit(benchmark::kMillisecond);
+
+void pipelined(benchmark::State& state) {
+    constexpr int count = 50'000, inFlight = 1000;
+    BareEcho bare;
+    PortEcho ports;
+    std::vector<double> bareRates, portRates;
+    for (auto _ : state) {
+        auto start = steady_clock::now();
+        bare.pipeline(count, inFlight);
+        bareRates.push_back(count / secondsSince(start));
+        start = steady_clock::now();
+        ports.run(count, inFlight, nullptr);
+        portRates.push_back(count / secondsSince(start));
+    }
+    state.counters["bare_per_s"] = median(bareRates);
+    state.counters["ports_per_s"] = median(portRates);
+    state.counters["ratio"] = median(portRates) / median(bareRates);
+}
+BENCHMARK(pipelined)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+std::uint64_t readOnce(std::string_view bytes) {
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i + 8 <= bytes.size(); i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes.data() + i, sizeof word);
+        sum += word;
+    }
+    return sum;
+}
+
+void longBody(benchmark::State& state) {
+    const std::string body(std::size_t{150} * 1000 * 1000, 'x');
+    OwnRuntimeDirectory directory;
+    Party sender, receiver;
+    std::binary_semaphore done(0);
+    const auto local = receiver.ports.createLocal("long", [&](LocalPort&, std::int32_t, const Payload& data) {
+        benchmark::DoNotOptimize(readOnce(data.bytes()));
+        done.release();
+        return Text();
+    });
+    local->setDispatchQueue(receiver.main);
+    const auto remote = sender.find("long");
+    std::vector<double> copyTimes, portTimes;
+    for (auto _ : state) {
+        auto start = steady_clock::now();
+        {
+            const std::unique_ptr<char[]> fresh(new char[body.size()]);
+            std::memcpy(fresh.get(), body.data(), body.size());
+            benchmark::DoNotOptimize(readOnce({fresh.get(), body.size()}));
+            copyTimes.push_back(1e3 * secondsSince(start));
+        }
+        start = steady_clock::now();
+        remote->sendRequest({1, body, kSendTimeout});
+        done.acquire();
+        portTimes.push_back(1e3 * secondsSince(start));
+    }
+    state.counters["copy_ms"] = median(copyTimes);
+    state.counters["ports_ms"] = median(portTimes);
+    state.counters["ratio"] = median(portTimes) / median(copyTimes);
+}
+BENCHMARK(longBody)->Iterations(15)->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace brindlemar
