@@ -1,112 +1,17 @@
 // Message ports beside bare sockets and bare copies, alternating in one run: where the scheduler puts the processes is
 // its whim, so only the ratios count.
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
-
-#include <benchmark/benchmark.h>
+#include "Paired.h"
+#include "Peers.h"
 
 #include <poll.h>
-#include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 
-#include <algorithm>
-#include <csignal>
-#include <cstring>
-#include <filesystem>
 #include <semaphore>
 #include <vector>
 
 namespace brindlemar {
 namespace {
 
-using std::chrono::steady_clock;
-using Text = std::optional<std::string>;
-
-constexpr std::size_t kMessage = 150;
-constexpr auto kSendTimeout = std::chrono::seconds(3);
-
-double secondsSince(steady_clock::time_point start) {
-    return std::chrono::duration<double>(steady_clock::now() - start).count();
-}
-
-double median(std::vector<double>& values) {
-    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-    return values[values.size() / 2];
-}
-
-/// A child that runs `body` and is ended with this object. Made while this process has one thread.
-class Child {
-public:
-    explicit Child(const std::function<void()>& body) : process_(::fork()) {
-        if (process_ != 0) return;
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        body();
-        ::_exit(0);
-    }
-    ~Child() {
-        ::kill(process_, SIGKILL);
-        ::waitpid(process_, nullptr, 0);
-    }
-
-private:
-    const pid_t process_;
-};
-
-struct OwnRuntimeDirectory {
-    OwnRuntimeDirectory() { ::setenv("BRINDLEMAR_RUNTIME_DIR", ::mkdtemp(path.data()), 1); }
-    ~OwnRuntimeDirectory() { std::filesystem::remove_all(path); }
-    std::string path = (std::filesystem::temp_directory_path() / "port-benchmark-XXXXXX").string();
-};
-
-struct Party {
-    QueueTimers timers;
-    SerialQueue main{timers, "main"};
-    SocketMessagePorts ports{RuntimeDirectory::open(), main, [](std::string_view text) {
-                                 std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-                             }};
-
-    std::shared_ptr<RemotePort> find(std::string_view name) {
-        for (;;)
-            if (auto port = ports.createRemote(name)) return port;
-    }
-};
-
-/// A bare SEQPACKET connection to an echo process.
-class BareEcho {
-public:
-    BareEcho() {
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_) != 0) std::abort();
-        const int room = 1 << 20;
-        for (const int end : ends_) ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-        child_.emplace([this] {
-            char bytes[kMessage];
-            for (ssize_t size; (size = ::recv(ends_[1], bytes, sizeof bytes, 0)) > 0;) ::send(ends_[1], bytes, size, 0);
-        });
-    }
-    ~BareEcho() {
-        for (const int end : ends_) ::close(end);
-    }
-    void roundTrip() {
-        ::send(ends_[0], bytes_, sizeof bytes_, 0);
-        ::recv(ends_[0], bytes_, sizeof bytes_, 0);
-    }
-    void pipeline(int count, int inFlight) {
-        int sent = 0, received = 0;
-        while (received < count) {
-            while (sent < count && sent - received<inFlight&& ::send(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT)> 0)
-                ++sent;
-            ::recv(ends_[0], bytes_, sizeof bytes_, 0);
-            ++received;
-            while (::recv(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT) > 0) ++received;
-        }
-    }
-
-private:
-    int ends_[2];
-    char bytes_[kMessage] = {};
-    std::optional<Child> child_;
-};
+using namespace bench;
 
 /// Our ports to an echo process: a request on the host's port, the reply as a message on ours.
 class PortEcho {
@@ -202,16 +107,6 @@ void pipelined(benchmark::State& state) {
     state.counters["ratio"] = median(portRates) / median(bareRates);
 }
 BENCHMARK(pipelined)->Iterations(10)->Unit(benchmark::kMillisecond);
-
-std::uint64_t readOnce(std::string_view bytes) {
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i + 8 <= bytes.size(); i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, bytes.data() + i, sizeof word);
-        sum += word;
-    }
-    return sum;
-}
 
 void longBody(benchmark::State& state) {
     const std::string body(std::size_t{150} * 1000 * 1000, 'x');

@@ -1,0 +1,113 @@
+// What the benchmarks of ports measure against: peers in other processes, bare sockets, a pass over memory.
+#pragma once
+
+#include "linux/SerialQueue.h"
+#include "linux/SocketMessagePorts.h"
+
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+namespace brindlemar::bench {
+
+using std::chrono::steady_clock;
+using Text = std::optional<std::string>;
+
+constexpr std::size_t kMessage = 150;
+constexpr auto kSendTimeout = std::chrono::seconds(3);
+
+inline double secondsSince(steady_clock::time_point start) {
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
+}
+
+/// A child that runs `body` and is ended with this object. Made while this process has one thread.
+class Child {
+public:
+    explicit Child(const std::function<void()>& body) : process_(::fork()) {
+        if (process_ != 0) return;
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        body();
+        ::_exit(0);
+    }
+    ~Child() {
+        ::kill(process_, SIGKILL);
+        ::waitpid(process_, nullptr, 0);
+    }
+
+private:
+    const pid_t process_;
+};
+
+struct OwnRuntimeDirectory {
+    OwnRuntimeDirectory() { ::setenv("BRINDLEMAR_RUNTIME_DIR", ::mkdtemp(path.data()), 1); }
+    ~OwnRuntimeDirectory() { std::filesystem::remove_all(path); }
+    std::string path = (std::filesystem::temp_directory_path() / "port-benchmark-XXXXXX").string();
+};
+
+struct Party {
+    QueueTimers timers;
+    SerialQueue main{timers, "main"};
+    SocketMessagePorts ports{RuntimeDirectory::open(), main, [](std::string_view text) {
+                                 std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+                             }};
+
+    std::shared_ptr<RemotePort> find(std::string_view name) {
+        for (;;)
+            if (auto port = ports.createRemote(name)) return port;
+    }
+};
+
+/// A bare SEQPACKET connection to an echo process.
+class BareEcho {
+public:
+    BareEcho() {
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_) != 0) std::abort();
+        const int room = 1 << 20;
+        for (const int end : ends_) ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        child_.emplace([this] {
+            char bytes[kMessage];
+            for (ssize_t size; (size = ::recv(ends_[1], bytes, sizeof bytes, 0)) > 0;) ::send(ends_[1], bytes, size, 0);
+        });
+    }
+    ~BareEcho() {
+        for (const int end : ends_) ::close(end);
+    }
+    void roundTrip() {
+        ::send(ends_[0], bytes_, sizeof bytes_, 0);
+        ::recv(ends_[0], bytes_, sizeof bytes_, 0);
+    }
+    void pipeline(int count, int inFlight) {
+        int sent = 0, received = 0;
+        while (received < count) {
+            while (sent < count && sent - received<inFlight&& ::send(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT)> 0)
+                ++sent;
+            ::recv(ends_[0], bytes_, sizeof bytes_, 0);
+            ++received;
+            while (::recv(ends_[0], bytes_, sizeof bytes_, MSG_DONTWAIT) > 0) ++received;
+        }
+    }
+
+private:
+    int ends_[2];
+    char bytes_[kMessage] = {};
+    std::optional<Child> child_;
+};
+
+inline std::uint64_t readOnce(std::string_view bytes) {
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i + 8 <= bytes.size(); i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes.data() + i, sizeof word);
+        sum += word;
+    }
+    return sum;
+}
+
+} // namespace brindlemar::bench

@@ -1,0 +1,147 @@
+// One request through the whole road: itemJSON, its row, the send procedure, the ports, an echo host in another
+// process, the reply dispatch and the completion; beside a bare SEQPACKET round trip of the same bytes.
+#include "BenchPlatform.h"
+#include "Paired.h"
+#include "Peers.h"
+
+#include <sys/mman.h>
+
+#include <numeric>
+#include <semaphore>
+
+namespace brindlemar::bench {
+namespace {
+
+const std::string kHostPort = std::string(AppGroupIdentifier) + ".bxserver.c7";
+const std::string kReplyPort = std::string(AppGroupIdentifier) + ".bxclient.c7";
+/// Makes the request's payload as long as the bare message.
+const std::string kItem(kMessage - std::string_view(R"({"command":"itemForIdentifier","identifier":""})").size(), 'x');
+
+/// A host process that answers each request with `reply`, or with the request's own bytes when that is empty. Writes
+/// the time of each answer where the parent can read it.
+class HostProcess {
+public:
+    explicit HostProcess(const std::string& reply = {})
+        : answered_(static_cast<std::atomic<std::int64_t>*>(
+              ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))),
+          child_([&] {
+              Party party;
+              std::shared_ptr<RemotePort> back;
+              const auto host =
+                  party.ports.createLocal(kHostPort, [&](LocalPort&, std::int32_t id, const Payload& data) {
+                      if (!back) back = party.find(kReplyPort);
+                      answered_->store(steady_clock::now().time_since_epoch().count());
+                      back->sendRequest({id, reply.empty() ? data.bytes() : std::string_view(reply), kSendTimeout});
+                      return std::optional<std::string>();
+                  });
+              host->setDispatchQueue(party.main);
+              for (;;) ::pause();
+          }) {}
+    steady_clock::time_point answered() const {
+        return steady_clock::time_point(steady_clock::duration(answered_->load()));
+    }
+
+private:
+    OwnRuntimeDirectory directory_;
+    std::atomic<std::int64_t>* const answered_;
+    Child child_;
+};
+
+/// Keeps `inFlight` requests on the road until `count` have come back.
+class Road {
+public:
+    void run(int count, int inFlight, std::vector<double>* times) {
+        left_ = count - inFlight;
+        open_ = count;
+        times_ = times;
+        for (int i = 0; i < inFlight; ++i) send();
+        done_.acquire();
+    }
+
+private:
+    void send() {
+        BxMessages::sharedInstance().itemJSON({.forIdentifier = kItem, .withDomain = "c7"},
+                                              [this, start = steady_clock::now()](const Payload&, const auto& error) {
+                                                  if (error) std::abort();
+                                                  if (times_) times_->push_back(1e6 * secondsSince(start));
+                                                  if (left_.fetch_sub(1) > 0) send();
+                                                  if (open_.fetch_sub(1) == 1) done_.release();
+                                              });
+    }
+    std::atomic<int> left_ = 0, open_ = 0;
+    std::vector<double>* times_ = nullptr; // one request at a time when set
+    std::binary_semaphore done_{0};
+};
+
+void wholeRoad(benchmark::State& state) {
+    BareEcho bare;
+    HostProcess host;
+    BenchPlatform platform;
+    Road road;
+    std::vector<double> bareTimes, roadTimes;
+    for (auto _ : state) {
+        for (int i = 0; i < 1000; ++i) {
+            const auto start = steady_clock::now();
+            bare.roundTrip();
+            bareTimes.push_back(1e6 * secondsSince(start));
+        }
+        road.run(1000, 1, &roadTimes);
+    }
+    state.counters["bare_us"] = median(bareTimes);
+    state.counters["road_us"] = median(roadTimes);
+    state.counters["ratio"] = median(roadTimes) / median(bareTimes);
+}
+BENCHMARK(wholeRoad)->Iterations(30)->Unit(benchmark::kMillisecond);
+
+void thousandInFlight(benchmark::State& state) {
+    constexpr int count = 50'000, inFlight = 1000;
+    BareEcho bare;
+    HostProcess host;
+    BenchPlatform platform;
+    Road road;
+    std::vector<double> bareRates, roadRates;
+    for (auto _ : state) {
+        auto start = steady_clock::now();
+        bare.pipeline(count, inFlight);
+        bareRates.push_back(count / secondsSince(start));
+        start = steady_clock::now();
+        road.run(count, inFlight, nullptr);
+        roadRates.push_back(count / secondsSince(start));
+    }
+    state.counters["bare_per_s"] = median(bareRates);
+    state.counters["road_per_s"] = median(roadRates);
+    state.counters["ratio"] = median(roadRates) / median(bareRates);
+}
+BENCHMARK(thousandInFlight)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+/// From the host's send to the completion entered, against one copy into fresh memory and one pass over it.
+void longReply(benchmark::State& state) {
+    const std::string reply(std::size_t{150} * 1000 * 1000, 'x');
+    HostProcess host(reply);
+    BenchPlatform platform;
+    std::vector<double> copyTimes, roadTimes;
+    for (auto _ : state) {
+        {
+            const auto start = steady_clock::now();
+            const std::unique_ptr<char[]> fresh(new char[reply.size()]);
+            std::memcpy(fresh.get(), reply.data(), reply.size());
+            benchmark::DoNotOptimize(readOnce({fresh.get(), reply.size()}));
+            copyTimes.push_back(1e3 * secondsSince(start));
+        }
+        std::binary_semaphore done(0);
+        BxMessages::sharedInstance().itemJSON({.forIdentifier = kItem, .withDomain = "c7"},
+                                              [&](const Payload& text, const auto&) {
+                                                  roadTimes.push_back(1e3 * secondsSince(host.answered()));
+                                                  if (text.bytes().size() != reply.size()) std::abort();
+                                                  done.release();
+                                              });
+        done.acquire();
+    }
+    state.counters["copy_ms"] = median(copyTimes);
+    state.counters["road_ms"] = median(roadTimes);
+    state.counters["ratio"] = median(roadTimes) / median(copyTimes);
+}
+BENCHMARK(longReply)->Iterations(15)->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace brindlemar::bench
