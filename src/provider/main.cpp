@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -20,6 +21,14 @@ constexpr int kOK = 0, kFailure = 1, kUsage = 2;
 int fail(const std::string& what) {
     std::cerr << "brindlemard: " << what << "\n";
     return kFailure;
+}
+
+/// As many descriptors as the system lets us have: each waiting call holds one.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 /// Where the process runs: what it writes by relative path lands there.
@@ -104,6 +113,7 @@ int main(int argc, char** argv) {
     ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
     ::umask(0077);
+    raiseDescriptorLimit();
     try {
         return serve(ends);
     } catch (const std::exception& error) {

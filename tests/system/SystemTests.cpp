@@ -1,0 +1,250 @@
+// What must hold between the real programs. The long rounds run when BRINDLEMAR_LONG_TESTS is set.
+#include "system/World.h"
+
+#include "support/JSON.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+
+namespace brindlemar::system_tests {
+namespace {
+
+const bool kLong = std::getenv("BRINDLEMAR_LONG_TESTS") != nullptr;
+constexpr auto kUnreachable = R"("error":{"domain":"NSFileProviderErrorDomain","code":-1004}})";
+
+class SystemTests : public testing::Test {
+protected:
+    void SetUp() override {
+        world.file("photos/2024/a.txt", "12 bytes long");
+        world.file("work/b.txt");
+    }
+    void TearDown() override {
+        if (HasFailure())
+            std::cerr << readFile(world.path + "/host.err") << readFile(world.path + "/service.err").substr(0, 4000);
+    }
+    Arguments connections() const { return {"Photos=" + world.path + "/photos", "Work=" + world.path + "/work"}; }
+    void startBoth(Arguments options = {}) {
+        world.startService();
+        const auto both = connections();
+        options.insert(options.end(), both.begin(), both.end());
+        world.startHost(options);
+        ASSERT_TRUE(world.runUntil({"ls"}, kTop, 10));
+    }
+    JSON status() const { return JSON::parse(world.run({"status", "--json"}).output); }
+
+    static constexpr auto kTop = "Photos\nWork\n";
+    World world;
+};
+
+TEST_F(SystemTests, AnyOrderOfStartingShowsTheConnections) {
+    const auto shown = [this](const char* what) {
+        const auto seconds = world.runUntil({"ls"}, kTop, 3);
+        EXPECT_TRUE(seconds) << what;
+        if (seconds) std::cout << what << ": " << *seconds << " s\n";
+    };
+    world.startService();
+    world.control();
+    world.startHost(connections());
+    shown("service first");
+    EXPECT_EQ(world.host.end(SIGTERM), 0);
+    world.startHost(connections());
+    shown("host restarted");
+    EXPECT_EQ(world.service.end(SIGKILL), 128 + SIGKILL);
+    world.startService();
+    shown("service killed and started again");
+    EXPECT_EQ(world.service.end(SIGTERM), 0);
+    world.host.end(SIGKILL);
+    world.startHost(connections());
+    ::poll(nullptr, 0, 300); // the host finds no service for a while
+    world.startService();
+    shown("host first");
+    EXPECT_NE(world.run({"tree"}).output.find("a.txt"), std::string::npos);
+    EXPECT_NE(readFile(world.path + "/state/brindlemar/connections.plist").find("<string>Photos|photos</string>"),
+              std::string::npos);
+}
+
+TEST_F(SystemTests, OneServiceAUserAndACleanEnd) {
+    startBoth();
+    Process second(BRINDLEMARD, {}, world.path + "/second.out", world.path + "/second.err");
+    const pid_t first = world.service.pid();
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_NE(readFile(world.path + "/second.err").find("pid " + std::to_string(first)), std::string::npos);
+    EXPECT_EQ(world.run({"ls"}).output, kTop);
+    const FileDescriptor held = std::move(*world.control().callList("photos|0", 1)); // nobody reads it
+    world.host.end(SIGKILL);
+    const auto waiting = world.control().callItem("photos|2024"); // sleeps in the search for the host
+    ASSERT_TRUE(world.logs("failed to create bxserver port"));
+    const auto start = Clock::now();
+    EXPECT_EQ(world.service.end(SIGTERM), 0);
+    EXPECT_LT(secondsSince(start), 1);
+    EXPECT_EQ(world.run({"ls"}).status, 1);
+    for (const auto& entry : std::filesystem::directory_iterator(world.path + "/run"))
+        EXPECT_FALSE(entry.is_socket() && entry.path().filename().string().find("bxserver") == std::string::npos)
+            << entry.path();
+}
+
+TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
+    startBoth();
+    EXPECT_EQ(world.run({"call", "item", "photos|2024"}).status, 0);
+    world.host.end(SIGKILL);
+    ASSERT_TRUE(world.logs("INVALIDATE PORT"));
+    world.newLog();
+    const Result lookup = world.run({"call", "item", "photos|2024", "--json"});
+    EXPECT_EQ(lookup.status, 4);
+    EXPECT_GE(lookup.seconds, 2.5);
+    EXPECT_EQ(lookup.output.substr(0, lookup.output.find('\n')),
+              std::string(R"({"event":"completion","item":null,)") + kUnreachable);
+    EXPECT_EQ(lookup.errors, "brindlemar: Please Launch Brindlemar to continue syncing.\n");
+    const std::string log = world.newLog();
+    EXPECT_EQ(
+        count(log, "level=WARNING msg=\"failed to create bxserver port for group.io.brindlemar.bxserver.photos\""),
+        10u);
+    EXPECT_EQ(count(log, "and exhausted retries.\""), 1u);
+    EXPECT_EQ(world.run({"ls", "Photos"}).status, 4);
+    EXPECT_EQ(world.run({"ls", "Nowhere"}).status, 3);
+    EXPECT_EQ(status()["domain"]["reason"].string(), "Please Launch Brindlemar to continue syncing.");
+
+    const auto start = Clock::now();
+    auto control = world.control();
+    std::vector<FileDescriptor> outputs;
+    for (int i = 0; i < 10; ++i) outputs.push_back(std::move(*control.callItem("photos|" + std::to_string(i))));
+    const auto other = control.callItem("work|b.txt"); // another domain
+    const auto root = control.callItem("NSFileProviderRootContainerItemIdentifier");
+    EXPECT_NE(readAll(*root).find("\"Brindlemar\""), std::string::npos);
+    EXPECT_LT(secondsSince(start), 2);
+    for (const auto& output : outputs) EXPECT_EQ(count(readAll(output), kUnreachable), 1u);
+    EXPECT_EQ(count(readAll(*other), kUnreachable), 1u);
+    const double all = secondsSince(start);
+    std::cout << "one lookup " << lookup.seconds << " s, twelve at once " << all << " s\n";
+    EXPECT_LT(all, 2 * 2.5);
+}
+
+TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
+    startBoth({"--hold", "itemForIdentifier"});
+    auto control = world.control();
+    std::size_t descriptors = 0;
+    double memory = 0;
+    const int rounds = kLong ? 10 : 2;
+    for (int round = 1; round <= rounds; ++round) {
+        std::vector<FileDescriptor> outputs;
+        for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|" + std::to_string(i))));
+        while (status()["requests"]["waiting"].number()->int64Value() < 1000) ::poll(nullptr, 0, 10);
+        world.host.end(SIGKILL);
+        std::size_t completions = 0, unreachable = 0;
+        for (const auto& output : outputs) {
+            const std::string text = readAll(output);
+            completions += count(text, "completion");
+            unreachable += count(text, kUnreachable);
+        }
+        EXPECT_EQ(completions, 1000u);
+        EXPECT_EQ(unreachable, 1000u);
+        outputs.clear();
+        EXPECT_EQ(status()["domain"]["state"].string(), "disconnected");
+        EXPECT_EQ(status()["requests"]["waiting"].number()->int64Value(), 0);
+
+        // Its return is found by the next request, which reconnects.
+        auto options = connections();
+        options.insert(options.begin(), {"--hold", "itemForIdentifier"});
+        world.startHost(options);
+        ASSERT_TRUE(world.runUntil({"ls", "Photos"}, "2024\n", 10));
+        EXPECT_EQ(status()["domain"]["state"].string(), "connected");
+        std::cout << "round " << round << ": " << world.service.descriptors() << " descriptors, "
+                  << world.service.megabytes("VmRSS") << " MB\n";
+        if (round == 2) descriptors = world.service.descriptors(), memory = world.service.megabytes("VmRSS");
+    }
+    EXPECT_LE(world.service.descriptors(), descriptors + 8);
+    if (kLong) EXPECT_LE(world.service.megabytes("VmRSS"), memory + 16);
+}
+
+TEST_F(SystemTests, NamesComeThroughAsTheyAre) {
+    const std::string names[] = {"with space", "line\nbreak", "quote\"d", "back\\slash", std::string(255, 'n'),
+                                 "😀🏞",   "\u00e9",      "e\u0301",  "a|b",         "%7C",
+                                 "0",          "root",        "00",       "-l",          "tab\tand\x01",
+                                 "'"};
+    for (const auto& name : names) world.file("photos/names/" + name);
+    world.file("photos/names/bad\xff\xfe");
+    startBoth();
+    const Result listing = world.run({"call", "list", "photos|names", "--page-size", "3", "--json"});
+    EXPECT_EQ(listing.status, 0);
+    std::map<std::string, std::string> seen; // name -> identifier
+    std::istringstream lines(listing.output);
+    for (std::string line; std::getline(lines, line);)
+        JSON::parse(line)["items"].forEach([&](std::string_view, const JSON& item) {
+            seen[item["filename"].stringValue()] = item["itemIdentifier"].stringValue();
+        });
+    EXPECT_EQ(seen.size(), std::size(names));
+    for (const auto& name : names) {
+        SCOPED_TRACE(name);
+        const Result item = world.run({"call", "item", seen[name], "--json"});
+        EXPECT_EQ(JSON::parse(item.output.substr(0, item.output.find('\n')))["item"]["filename"].string(), name);
+        EXPECT_EQ(count(seen[name], "|"), 1u);
+    }
+    EXPECT_EQ(world.run({"ls", "Photos/names/e\u0301", "--json"}).status,
+              world.run({"ls", "Photos/names/\u00e9", "--json"}).status);
+    EXPECT_NE(readFile(world.path + "/host.err").find("UTF-8"), std::string::npos);
+}
+
+TEST_F(SystemTests, WrongCommandLines) {
+    startBoth();
+    const struct {
+        Arguments arguments;
+        int status;
+    } cases[] = {{{}, 2},
+                 {{"fly"}, 2},
+                 {{"call", "item"}, 2},
+                 {{"call", "list", "photos|0", "--page-size", "0"}, 2},
+                 {{"ls", "Photos/none"}, 3},
+                 {{"call", "item", "nobody|1"}, 3},
+                 {{"call", "item", "photos|none"}, 3},
+                 {{"call", "list", "nobody|1"}, 3},
+                 {{"call", "item", "photos|\xff"}, 2}};
+    for (const auto& c : cases) {
+        const Result result = world.run(c.arguments);
+        EXPECT_EQ(result.status, c.status) << testing::PrintToString(c.arguments) << result.errors;
+        EXPECT_FALSE(result.errors.empty());
+        EXPECT_TRUE(result.output.empty()) << result.output;
+    }
+}
+
+TEST_F(SystemTests, AMillionEntries) {
+    if (!kLong) GTEST_SKIP() << "BRINDLEMAR_LONG_TESTS is not set";
+    constexpr std::size_t kEntries = 1'000'000;
+    std::filesystem::create_directories(world.path + "/photos/many");
+    for (std::size_t i = 0; i < kEntries; ++i)
+        std::ofstream(world.path + "/photos/many/file " + std::to_string(i) + ".txt");
+    startBoth();
+    const auto start = Clock::now();
+    const auto output = world.control().callList("photos|many", 200);
+    std::size_t items = 0, pages = 0;
+    bool ended = false;
+    char buffer[1 << 18];
+    std::string rest;
+    for (ssize_t size; (size = ::read(output->get(), buffer, sizeof buffer)) > 0;) {
+        rest.append(buffer, size);
+        const std::size_t whole = rest.rfind('\n') + 1;
+        const std::string_view lines = std::string_view(rest).substr(0, whole);
+        items += count(lines, "\"itemIdentifier\"");
+        pages += count(lines, "\"event\":\"finish\"");
+        ended = ended || count(lines, "\"page\":null");
+        rest.erase(0, whole);
+    }
+    EXPECT_EQ(items, kEntries);
+    EXPECT_EQ(pages, kEntries / 200);
+    EXPECT_TRUE(ended);
+    std::cout << items << " items in " << pages << " pages, " << secondsSince(start) << " s; service peak "
+              << world.service.megabytes("VmHWM") << " MB\n";
+    EXPECT_LT(world.service.megabytes("VmHWM"), 1200);
+    const auto finished = Clock::now();
+    while (world.service.megabytes("VmRSS") >= 200 && secondsSince(finished) < 45) ::poll(nullptr, 0, 250);
+    std::cout << world.service.megabytes("VmRSS") << " MB, " << secondsSince(finished) << " s after the last page\n";
+    EXPECT_LT(world.service.megabytes("VmRSS"), 200);
+    EXPECT_LT(secondsSince(finished), 40); // the caches expire after ten seconds
+}
+
+} // namespace
+} // namespace brindlemar::system_tests
