@@ -22,7 +22,9 @@ std::shared_ptr<SocketLocalPort> SocketLocalPort::listen(std::shared_ptr<PortCon
     if (!place) return nullptr;
     std::shared_ptr<SocketLocalPort> port(
         new SocketLocalPort(std::move(context), name, std::move(file), std::move(place), callback));
-    return port->context_->poller.add(port->place_->socket(), port) ? port : nullptr;
+    if (port->context_->poller.add(port->place_->socket(), port)) return port;
+    port->context_->diagnose(port->file_, "the system has no room to watch it");
+    return nullptr;
 }
 
 SocketLocalPort::SocketLocalPort(std::shared_ptr<PortContext> context, std::string_view name, std::string file,

@@ -77,8 +77,9 @@ std::shared_ptr<SocketRemotePort> SocketRemotePort::connect(std::shared_ptr<Port
     }
     std::shared_ptr<SocketRemotePort> port(
         new SocketRemotePort(std::move(context), std::move(file), std::move(socket)));
-    if (!port->context_->poller.add(port->socket_.get(), port)) return nullptr;
-    return port;
+    if (port->context_->poller.add(port->socket_.get(), port)) return port;
+    port->context_->diagnose(port->file_, "the system has no room to watch it");
+    return nullptr;
 }
 
 SocketRemotePort::~SocketRemotePort() { context_->poller.remove(socket_.get()); }

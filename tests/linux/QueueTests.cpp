@@ -111,7 +111,7 @@ TEST_P(EveryQueue, DestructionWaitsForWhatRunsAndDropsTheRest) {
         } while (!posted.expired());
         finished = true;
     });
-    auto waiting = std::make_shared<PostsWhenDropped>(*queue);
+    std::shared_ptr<PostsWhenDropped> waiting(new PostsWhenDropped{*queue});
     const std::weak_ptr<PostsWhenDropped> alive = waiting;
     queue->async([waiting = std::move(waiting)] {});
     queue->after(1ms, [] { ADD_FAILURE() << "became due after the end"; });
