@@ -106,13 +106,12 @@ TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
         10u);
     EXPECT_EQ(count(log, "and exhausted retries.\""), 1u);
     EXPECT_EQ(world.run({"ls", "Photos"}).status, 4);
-    EXPECT_EQ(world.run({"ls", "Nowhere"}).status, 3);
     EXPECT_EQ(status()["domain"]["reason"].string(), "Please Launch Brindlemar to continue syncing.");
 
     const auto start = Clock::now();
     auto control = world.control();
     std::vector<FileDescriptor> outputs;
-    for (int i = 0; i < 10; ++i) outputs.push_back(std::move(*control.callItem("photos|" + std::to_string(i))));
+    for (int i = 1; i <= 10; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
     const auto other = control.callItem("work|b.txt"); // another domain
     const auto root = control.callItem("NSFileProviderRootContainerItemIdentifier");
     EXPECT_NE(readAll(*root).find("\"Brindlemar\""), std::string::npos);
@@ -132,7 +131,7 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
     const int rounds = kLong ? 10 : 2;
     for (int round = 1; round <= rounds; ++round) {
         std::vector<FileDescriptor> outputs;
-        for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|" + std::to_string(i))));
+        for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
         while (status()["requests"]["waiting"].number()->int64Value() < 1000) ::poll(nullptr, 0, 10);
         world.host.end(SIGKILL);
         std::size_t completions = 0, unreachable = 0;
@@ -158,7 +157,9 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
         if (round == 2) descriptors = world.service.descriptors(), memory = world.service.megabytes("VmRSS");
     }
     EXPECT_LE(world.service.descriptors(), descriptors + 8);
-    if (kLong) EXPECT_LE(world.service.megabytes("VmRSS"), memory + 16);
+    if (kLong) {
+        EXPECT_LE(world.service.megabytes("VmRSS"), memory + 16);
+    }
 }
 
 TEST_F(SystemTests, NamesComeThroughAsTheyAre) {

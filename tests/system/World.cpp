@@ -69,8 +69,8 @@ double Process::megabytes(const std::string& field) const {
 }
 
 std::size_t Process::descriptors() const {
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+    std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd");
+    return static_cast<std::size_t>(std::distance(std::filesystem::begin(entries), std::filesystem::end(entries)));
 }
 
 World::World() : path((std::filesystem::temp_directory_path() / "brindlemar-test-XXXXXX").string()) {
