@@ -1,9 +1,7 @@
 #include "linux/BatchedLog.h"
 
+#include "linux/QuietThread.h"
 #include "support/LogFormatter.h"
-
-#include <csignal>
-#include <functional>
 
 namespace brindlemar {
 
@@ -24,20 +22,10 @@ std::string droppedNote(std::uint64_t lines) {
            '\n';
 }
 
-/// Signals are for the program's own threads; SIGPIPE of a console that went away must end nothing.
-std::thread startedWithoutSignals(std::function<void()> body) {
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread thread(std::move(body));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
-}
-
 } // namespace
 
 BatchedLog::BatchedLog(std::unique_ptr<LogOutput> output, Limits limits)
-    : output_(std::move(output)), limits_(limits), writer_(startedWithoutSignals([this] { run(); })) {}
+    : output_(std::move(output)), limits_(limits), writer_(startQuietThread([this] { run(); })) {}
 
 BatchedLog::~BatchedLog() {
     {

@@ -19,6 +19,9 @@ struct ObjectCoder {
     std::function<void(const StoredObject& object, std::string& appendTo)> encode;
     /// None when the bytes are not what encode wrote.
     std::function<StoredObject(std::string_view bytes)> decode;
+    /// About how many bytes encode will append; may be absent. A store may keep very large values in memory only, and
+    /// knows from this without encoding them.
+    std::function<std::size_t(const StoredObject& object)> estimatedSize{};
 };
 
 /// Many objects that live in one place and are stored together, each under its own key.
