@@ -3,6 +3,7 @@
 #include "cli/Failure.h"
 #include "cli/Items.h"
 #include "cli/LiveControl.h"
+#include "support/Utf8.h"
 
 #include <CLI/CLI.hpp>
 
@@ -104,6 +105,11 @@ Exit run(const CommandLine& line) {
 int start(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_DFL); // a reader that goes away ends the program without a word
     ::signal(SIGINT, [](int) { ::_exit(static_cast<int>(Exit::interrupted)); });
+    for (int i = 1; i < argc; ++i) {
+        if (isValidUtf8(argv[i])) continue;
+        say("Argument " + std::to_string(i) + " is not valid UTF-8, which all names and identifiers are.");
+        return static_cast<int>(Exit::usage);
+    }
     CommandLine line;
     try {
         line.app.parse(argc, argv);

@@ -3,6 +3,7 @@
 #include "core/BrindlemarFileProvider.h"
 #include "items/ItemIdentifiers.h"
 #include "linux/DBusServices.h"
+#include "linux/HybridStore.h"
 #include "linux/LinuxFiles.h"
 #include "linux/LogFiles.h"
 #include "linux/QueueTimers.h"
@@ -46,12 +47,6 @@ ServicePlaces ServicePlaces::ofUser() {
     places.userVisibleRoot = home && *home == '/' ? std::string(home) + "/Brindlemar" : places.state + "/Brindlemar";
     return places;
 }
-
-class HybridStores final : public ObjectStores {
-public:
-    HybridStores(std::string, Clock&) {}
-    std::unique_ptr<ObjectStore> make(StoreConfiguration, ObjectCoder) override { return nullptr; }
-};
 
 /// In the order of construction. What the platform bundle refers to is declared before everything that uses it.
 struct Service::Parts {
