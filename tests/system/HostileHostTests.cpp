@@ -43,8 +43,7 @@ protected:
     void answer(std::int32_t id, const std::string& item) {
         if (!reply) reply = ports->createRemote(kGroup + ".bxclient.evil");
         const auto send = [&](std::int32_t to, std::string_view text) {
-            lastStatus =
-                reply->sendRequest({.msgid = to, .data = text, .sendTimeout = std::chrono::seconds(10)}).status;
+            reply->sendRequest({.msgid = to, .data = text, .sendTimeout = std::chrono::seconds(10)});
         };
         const auto found = replies.find(item);
         if (item == "wrong ids")
