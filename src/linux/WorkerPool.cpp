@@ -153,7 +153,10 @@ WorkerPool::WorkerPool(QueueTimers& timers, Limits limits)
 
 WorkerPool::~WorkerPool() { core_->stop(); }
 
-void WorkerPool::async(Task task) { core_->post(std::move(task)); }
+void WorkerPool::async(Task task) {
+    const auto core = core_; // the task may have run, and led to the queue's end, before post() has returned
+    core->post(std::move(task));
+}
 
 void WorkerPool::after(std::chrono::nanoseconds delay, Task task) { timers_.after(core_, delay, std::move(task)); }
 
