@@ -3,6 +3,7 @@
 #include "BenchPlatform.h"
 #include "Paired.h"
 #include "Peers.h"
+#include "linux/RawPeer.h"
 
 #include <sys/mman.h>
 
@@ -17,23 +18,22 @@ const std::string kReplyPort = std::string(AppGroupIdentifier) + ".bxclient.c7";
 /// Makes the request's payload as long as the bare message.
 const std::string kItem(kMessage - std::string_view(R"({"command":"itemForIdentifier","identifier":""})").size(), 'x');
 
-/// A host process that answers each request with `reply`, or with the request's own bytes when that is empty. Writes
-/// the time of each answer where the parent can read it.
+/// A host process on our ports that answers each request with `reply`. Writes the time of each answer where the parent
+/// can read it.
 class HostProcess {
 public:
-    explicit HostProcess(const std::string& reply = {})
+    explicit HostProcess(const std::string& reply)
         : answered_(static_cast<std::atomic<std::int64_t>*>(
               ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))),
           child_([&] {
               Party party;
               std::shared_ptr<RemotePort> back;
-              const auto host =
-                  party.ports.createLocal(kHostPort, [&](LocalPort&, std::int32_t id, const Payload& data) {
-                      if (!back) back = party.find(kReplyPort);
-                      answered_->store(steady_clock::now().time_since_epoch().count());
-                      back->sendRequest({id, reply.empty() ? data.bytes() : std::string_view(reply), kSendTimeout});
-                      return std::optional<std::string>();
-                  });
+              const auto host = party.ports.createLocal(kHostPort, [&](LocalPort&, std::int32_t id, const Payload&) {
+                  if (!back) back = party.find(kReplyPort);
+                  answered_->store(steady_clock::now().time_since_epoch().count());
+                  back->sendRequest({id, reply, kSendTimeout});
+                  return std::optional<std::string>();
+              });
               host->setDispatchQueue(party.main);
               for (;;) ::pause();
           }) {}
@@ -44,6 +44,29 @@ public:
 private:
     OwnRuntimeDirectory directory_;
     std::atomic<std::int64_t>* const answered_;
+    Child child_;
+};
+
+/// A host process that is one loop on bare sockets: a request's packet goes back as the reply's, byte for byte.
+class EchoProcess {
+public:
+    EchoProcess()
+        : child_([] {
+              const RuntimeDirectory directory = RuntimeDirectory::open();
+              RawSocket listener = RawSocket::listening(directory, kHostPort), requests;
+              do // until the one who stays: a look whether we are there leaves at once
+                  requests = listener.accept();
+              while (!requests.greet(kHostPort));
+              RawSocket replies;
+              do replies = RawSocket::connected(directory, kReplyPort);
+              while (replies.get() < 0 || !replies.greet(kReplyPort));
+              char packet[4096];
+              for (ssize_t size; (size = ::recv(requests.get(), packet, sizeof packet, 0)) > 0;)
+                  ::send(replies.get(), packet, static_cast<std::size_t>(size), 0);
+          }) {}
+
+private:
+    OwnRuntimeDirectory directory_;
     Child child_;
 };
 
@@ -75,7 +98,7 @@ private:
 
 void wholeRoad(benchmark::State& state) {
     BareEcho bare;
-    HostProcess host;
+    EchoProcess host;
     BenchPlatform platform;
     Road road;
     std::vector<double> bareTimes, roadTimes;
@@ -96,7 +119,7 @@ BENCHMARK(wholeRoad)->Iterations(30)->Unit(benchmark::kMillisecond);
 void thousandInFlight(benchmark::State& state) {
     constexpr int count = 50'000, inFlight = 1000;
     BareEcho bare;
-    HostProcess host;
+    EchoProcess host;
     BenchPlatform platform;
     Road road;
     std::vector<double> bareRates, roadRates;
