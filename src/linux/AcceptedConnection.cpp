@@ -9,7 +9,6 @@
 namespace brindlemar {
 
 namespace {
-constexpr int kBatch = 64; // packets taken before other connections get their turn
 constexpr std::size_t kMostWaitingAnswers = 16'384;
 } // namespace
 
@@ -23,14 +22,15 @@ void AcceptedConnection::ready(PacketReader& reader) {
     const auto port = port_.lock();
     if (!port) return;
     sendWaiting();
-    for (int i = 0; i < kBatch; ++i) {
-        Received received = reader.next(socket_.get(), greeted_ ? FrameKind::message : FrameKind::hello);
+    reader.take(socket_.get());
+    for (;;) {
+        Received received = reader.next(greeted_ ? FrameKind::message : FrameKind::hello);
         switch (received.state) {
         case Received::State::packet:
             if (greeted_)
                 port->arrived(weak_from_this(), std::move(received));
-            else
-                greet(*port, received);
+            else if (!greet(*port, received))
+                return;
             break;
         case Received::State::nothing:
             return;
@@ -44,12 +44,18 @@ void AcceptedConnection::ready(PacketReader& reader) {
     }
 }
 
-void AcceptedConnection::greet(SocketLocalPort& port, const Received& hello) {
+bool AcceptedConnection::greet(SocketLocalPort& port, const Received& hello) {
     context_->poller.wakeAt(socket_.get(), {});
     greeted_ = true;
-    if (hello.body.bytes() != port.name()) return close(port, "a sender looks for another name");
-    const auto reply = makePacket({.kind = FrameKind::hello}, port.name());
-    if (!reply || sendPacket(socket_.get(), *reply) != 0) close(port, "a sender takes no hello");
+    std::string_view fault;
+    if (hello.body.bytes() != port.name()) {
+        fault = "a sender looks for another name";
+    } else {
+        const auto reply = makePacket({.kind = FrameKind::hello}, port.name());
+        if (!reply || sendPacket(socket_.get(), *reply) != 0) fault = "a sender takes no hello";
+    }
+    if (!fault.empty()) close(port, fault);
+    return fault.empty();
 }
 
 void AcceptedConnection::timeUp() { fail("a sender stays silent"); }

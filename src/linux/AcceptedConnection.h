@@ -36,7 +36,8 @@ private:
         std::deque<Answer> waiting;
         bool full = false; // the socket's queue is: the poller tells when there is room
     };
-    void greet(SocketLocalPort& port, const Received& hello);
+    /// False when the connection was closed instead.
+    bool greet(SocketLocalPort& port, const Received& hello);
     void sendWaiting();
     void close(SocketLocalPort& port, std::string_view why = {});
     void fail(std::string_view why);

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 namespace brindlemar {
 
@@ -20,7 +21,7 @@ struct Descriptors {
     FileDescriptor first;
 };
 
-Descriptors take(msghdr& message) {
+Descriptors takeDescriptors(msghdr& message) {
     Descriptors taken;
     for (cmsghdr* c = CMSG_FIRSTHDR(&message); c; c = CMSG_NXTHDR(&message, c)) {
         if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
@@ -71,28 +72,59 @@ int sendPacket(int socket, const OutgoingPacket& packet) {
     return 0;
 }
 
-Received PacketReader::next(int socket, FrameKind expected) {
-    iovec part{buffer_.get(), kRoom};
-    Control control;
-    msghdr message{};
-    ssize_t size;
-    do {
-        message = {};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control.bytes;
-        message.msg_controllen = sizeof control.bytes;
-        size = ::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-        // A peer that closed without reading all of ours shows as a reset first; what it had sent follows.
-    } while (size < 0 && (errno == EINTR || errno == ECONNRESET));
-    if (size < 0 && errno == EAGAIN) return {};
-    if (size < 0) return refused("that cannot be received");
+struct PacketReader::Slots {
+    static constexpr std::size_t kRoom = kFrameHeaderSize + kInlineBodyLimit;
 
-    Descriptors descriptors = take(message);
-    if (size == 0) return {.state = Received::State::ended};
+    explicit Slots(std::size_t most) : bytes(new char[most * kRoom]), parts(most), controls(most), messages(most) {
+        for (std::size_t i = 0; i < most; ++i) {
+            parts[i] = {&bytes[i * kRoom], kRoom};
+            messages[i].msg_hdr.msg_iov = &parts[i];
+            messages[i].msg_hdr.msg_iovlen = 1;
+            messages[i].msg_hdr.msg_control = controls[i].bytes;
+        }
+    }
+
+    const std::unique_ptr<char[]> bytes; // pages come with their first use
+    std::vector<iovec> parts;
+    std::vector<Control> controls;
+    std::vector<mmsghdr> messages;
+    std::size_t taken = 0, looked = 0;
+    bool unreadable = false;
+};
+
+PacketReader::PacketReader(std::size_t most) : slots_(std::make_unique<Slots>(most)) {}
+
+PacketReader::~PacketReader() { discard(); }
+
+void PacketReader::discard() {
+    for (; slots_->looked < slots_->taken; ++slots_->looked) takeDescriptors(slots_->messages[slots_->looked].msg_hdr);
+}
+
+void PacketReader::take(int socket) {
+    discard();
+    for (mmsghdr& message : slots_->messages) message.msg_hdr.msg_controllen = sizeof(Control);
+    int count;
+    do {
+        count = ::recvmmsg(socket, slots_->messages.data(), static_cast<unsigned>(slots_->messages.size()),
+                           MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr);
+        // A peer that closed without reading all of ours shows as a reset first; what it had sent follows.
+    } while (count < 0 && (errno == EINTR || errno == ECONNRESET));
+    slots_->looked = 0;
+    slots_->taken = count > 0 ? static_cast<std::size_t>(count) : 0;
+    slots_->unreadable = count < 0 && errno != EAGAIN;
+}
+
+Received PacketReader::next(FrameKind expected) {
+    if (slots_->unreadable) return refused("that cannot be received");
+    if (slots_->looked == slots_->taken) return {};
+    const mmsghdr& slot = slots_->messages[slots_->looked++];
+    msghdr message = slot.msg_hdr;
+    Descriptors descriptors = takeDescriptors(message);
+    if (slot.msg_len == 0) return {.state = Received::State::ended};
     if (message.msg_flags & MSG_CTRUNC) return refused("with descriptors that cannot be received");
     if (message.msg_flags & MSG_TRUNC) return refused("longer than any packet may be");
-    const auto judged = decodeFrame({buffer_.get(), static_cast<std::size_t>(size)}, descriptors.count, expected);
+    const std::string_view packet(static_cast<const char*>(message.msg_iov->iov_base), slot.msg_len);
+    const auto judged = decodeFrame(packet, descriptors.count, expected);
     if (const auto* fault = std::get_if<FrameFault>(&judged)) return refused(*fault);
     const Frame& frame = std::get<Frame>(judged);
     Received received{.state = Received::State::packet, .header = frame.header};

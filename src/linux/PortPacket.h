@@ -37,15 +37,26 @@ struct Received {
     FrameFault fault{};
 };
 
-/// Takes packets off non-blocking sockets. Used by one thread at a time.
+/// Takes packets off sockets, never blocking, several in one system call. Used by one thread at a time.
 class PacketReader {
 public:
-    /// The next packet, judged and with its body. Whatever descriptors came with a refused one are closed.
-    Received next(int socket, FrameKind expected);
+    /// `most`: packets taken at once.
+    explicit PacketReader(std::size_t most);
+    ~PacketReader();
+    PacketReader(const PacketReader&) = delete;
+    PacketReader& operator=(const PacketReader&) = delete;
+
+    /// Takes what waits, after discard().
+    void take(int socket);
+    /// The next of the packets taken, judged and with its body. Whatever descriptors came with a refused one are
+    /// closed.
+    Received next(FrameKind expected);
+    /// Drops the packets that nobody looked at and closes their descriptors.
+    void discard();
 
 private:
-    static constexpr std::size_t kRoom = kFrameHeaderSize + kInlineBodyLimit;
-    const std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(kRoom);
+    struct Slots;
+    const std::unique_ptr<Slots> slots_;
 };
 
 } // namespace brindlemar

@@ -12,6 +12,9 @@ namespace brindlemar {
 
 namespace {
 
+/// From one port before the others get their turn.
+constexpr std::size_t kPacketsAtOnce = 32;
+
 FileDescriptor checked(int descriptor) {
     if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "The poller of the message ports");
     return FileDescriptor(descriptor);
@@ -96,7 +99,7 @@ void PortPoller::callDue() {
 }
 
 void PortPoller::run() {
-    PacketReader reader;
+    PacketReader reader(kPacketsAtOnce);
     epoll_event events[64];
     while (!stopping_) {
         const int count = ::epoll_wait(epoll_.get(), events, std::size(events), timeout());
@@ -106,6 +109,7 @@ void PortPoller::run() {
                 return entry == state.entries.end() ? nullptr : entry->second.client.lock();
             });
             if (client) client->ready(reader);
+            reader.discard(); // a client that closes leaves the rest
         }
         callDue();
     }

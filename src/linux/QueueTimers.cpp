@@ -149,7 +149,10 @@ private:
 QueueTimers::QueueTimers() : core_(std::make_shared<Core>()) {}
 QueueTimers::~QueueTimers() { core_->stop(); }
 
-void QueueTimers::at(Deadline due, Task task) { core_->at(due, std::move(task)); }
+void QueueTimers::at(Deadline due, Task task) {
+    const auto core = core_; // the task may have run, and led to this object's end, before at() has returned
+    core->at(due, std::move(task));
+}
 
 void QueueTimers::after(std::weak_ptr<TaskSink> sink, std::chrono::nanoseconds delay, Task task) {
     at(deadlineAfter(delay), [sink = std::move(sink), task = std::move(task)]() mutable {

@@ -75,7 +75,10 @@ void SerialQueue::stop() {
     core_->dropWaiting();
 }
 
-void SerialQueue::async(Task task) { core_->post(std::move(task)); }
+void SerialQueue::async(Task task) {
+    const auto core = core_; // the task may have run, and led to the queue's end, before post() has returned
+    core->post(std::move(task));
+}
 
 void SerialQueue::after(std::chrono::nanoseconds delay, Task task) { timers_.after(core_, delay, std::move(task)); }
 

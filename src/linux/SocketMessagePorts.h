@@ -11,9 +11,8 @@
 namespace brindlemar {
 
 /// Ports belong to their users: one whose last reference goes away closes, perhaps a moment later on the poller's
-/// thread, and nobody is told. What arrives is taken
-/// off the sockets at once and kept in memory, without bound, until the dispatch queue takes it: a slow receiver does
-/// not make its senders time out.
+/// thread, and nobody is told. What arrives is taken off the sockets at once and kept in memory, without bound, until
+/// the dispatch queue takes it: a slow receiver does not make its senders time out.
 ///
 /// The main queue and all dispatch queues outlive this object and its ports. The destructor invalidates what is left.
 class SocketMessagePorts final : public MessagePorts {

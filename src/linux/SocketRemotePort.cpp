@@ -14,9 +14,6 @@ namespace brindlemar {
 
 namespace {
 
-/// Packets taken before other ports get their turn.
-constexpr int kBatch = 64;
-
 short waitFor(int socket, short events, int milliseconds) {
     pollfd entry{socket, events, 0};
     return ::poll(&entry, 1, milliseconds) > 0 ? entry.revents : short{0};
@@ -39,9 +36,10 @@ FileDescriptor connectSocket(const PortContext& context, const std::string& file
 std::string exchangeHellos(int socket, std::string_view name, Deadline deadline) {
     const auto hello = makePacket({.kind = FrameKind::hello}, name);
     if (!hello || sendPacket(socket, *hello) != 0) return "its listener takes no hello";
-    PacketReader reader;
+    PacketReader reader(1);
     for (;;) {
-        const auto received = reader.next(socket, FrameKind::hello);
+        reader.take(socket);
+        const auto received = reader.next(FrameKind::hello);
         switch (received.state) {
         case Received::State::packet:
             return received.body.bytes() == name ? "" : "its listener has another name";
@@ -131,8 +129,9 @@ std::int32_t SocketRemotePort::sendInTurn(const OutgoingPacket& packet, Deadline
 }
 
 void SocketRemotePort::ready(PacketReader& reader) {
-    for (int i = 0; i < kBatch; ++i) {
-        Received received = reader.next(socket_.get(), FrameKind::answer);
+    reader.take(socket_.get());
+    for (;;) {
+        Received received = reader.next(FrameKind::answer);
         switch (received.state) {
         case Received::State::packet:
             answers_.arrived(received.header.msgid, std::move(received.body));

@@ -155,7 +155,10 @@ WorkerPool::~WorkerPool() { stop(); }
 
 void WorkerPool::stop() { core_->stop(); }
 
-void WorkerPool::async(Task task) { core_->post(std::move(task)); }
+void WorkerPool::async(Task task) {
+    const auto core = core_; // the task may have run, and led to the queue's end, before post() has returned
+    core->post(std::move(task));
+}
 
 void WorkerPool::after(std::chrono::nanoseconds delay, Task task) { timers_.after(core_, delay, std::move(task)); }
 

@@ -173,7 +173,6 @@ TEST(WorkerPoolTest, TasksRunWhileOthersBlockAndExtraThreadsLeave) {
     for (int i = 0; i < 20; ++i) pool.async([&] { ordinary.count_down(); });
     blocked.wait();
     ordinary.wait();
-    EXPECT_GE(pool.threads(), 11U);
     release.happen();
     ended.wait();
     const auto deadline = steady_clock::now() + kPatience;
