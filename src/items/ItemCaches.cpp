@@ -47,7 +47,12 @@ ObjectCoder listCoder() {
                     list->push_back(std::move(item));
                 }
                 return list;
-            }};
+            },
+            .estimatedSize =
+                [](const StoredObject& object) {
+                    constexpr std::size_t kUsualItem = 250; // bytes
+                    return static_cast<const ItemList*>(object.get())->size() * kUsualItem;
+                }};
 }
 
 /// A listing's items as objects of the item cache.

@@ -9,7 +9,7 @@
 namespace brindlemar {
 
 namespace {
-constexpr std::size_t kMostWaitingObjects = 100'000;
+constexpr std::size_t kMostFreshGroups = 10'000;
 constexpr std::size_t kMostWaitingInGroups = 16'000'000;
 } // namespace
 
@@ -93,7 +93,7 @@ void HybridStore::setObjects(std::shared_ptr<const ObjectGroup> group, Timestamp
     if (count == 0) return;
     {
         std::lock_guard lock(mutex_);
-        if (state_.waitingInGroups + count > kMostWaitingInGroups) empty();
+        if (state_.fresh->size() >= kMostFreshGroups || state_.waitingInGroups + count > kMostWaitingInGroups) empty();
         auto fresh = std::make_shared<StoreRuns>(*state_.fresh);
         fresh->push_back(
             {state_.nextSequence, count, expiry, std::make_shared<KeyIndex>(count), std::move(group), nullptr});

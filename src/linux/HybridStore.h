@@ -17,7 +17,7 @@ namespace brindlemar {
 ///
 /// The latest write of a key wins wherever it lies. A single object is in memory until it is written, together with
 /// others, as a run; a large group is a run from the start and is indexed by whoever needs the index first; a small
-/// group is taken apart. A value of more than 64 MB is never on the disk. When writing falls behind by 10,000 objects
+/// group is taken apart. A value of more than 16 MB is never on the disk. When writing falls behind by 10,000 objects
 /// or 4,000,000 objects of groups, values stay off the disk; when even that cannot keep up, the store empties itself.
 class HybridStore final : public ObjectStore {
 public:
@@ -49,6 +49,7 @@ private:
     using Writes = std::deque<Write>;
     static constexpr std::size_t kBatch = 1000; // objects
     static constexpr std::chrono::milliseconds kGathering{100};
+    static constexpr std::size_t kMostWaitingObjects = 100'000;
     struct Single { // ready to be written; without an object its key only
         std::string key;
         MemoryEntry entry;
@@ -99,7 +100,6 @@ private:
     void takeApart(const StoreRun& group, std::uint64_t generation);
     void adopt(const StoreRun& group, std::uint64_t generation);
     void makeRoom();
-    void dropFirstFresh();
     void replaceRuns(StoreRuns runs);
 
     void write();

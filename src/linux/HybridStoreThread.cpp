@@ -11,7 +11,9 @@ namespace {
 
 constexpr std::size_t kSmallGroup = 256;
 constexpr auto kLongestWait = std::chrono::seconds(5); // the clock may be set
-constexpr std::size_t kWorthReturning = 16 << 20;      // bytes
+// The allocator is asked to return memory after this much went.
+constexpr std::size_t kManyObjects = 50'000;
+constexpr std::size_t kLargeObject = 16 << 20; // bytes
 
 StoreRuns joined(const StoreRuns& runs, StoreRun last) {
     StoreRuns all;
@@ -105,32 +107,39 @@ void HybridStore::destroyGarbage() {
         std::lock_guard lock(mutex_);
         std::swap(garbage, state_.garbage);
     }
-    const std::size_t before = ::mallinfo2().uordblks;
+    std::size_t large = 0; // groups and objects
+    std::vector<std::weak_ptr<const ObjectGroup>> groups;
+    for (const SharedStoreRuns& runs : garbage.runs)
+        for (const StoreRun& run : *runs)
+            if (run.objects && run.count >= kManyObjects) groups.push_back(run.objects);
+    if (setup_.coder.estimatedSize)
+        for (const StoredObject& object : garbage.objects) large += setup_.coder.estimatedSize(object) >= kLargeObject;
     garbage = Garbage();
-    if (::mallinfo2().uordblks + kWorthReturning < before) ::malloc_trim(0);
+    for (const auto& group : groups) large += group.expired();
+    if (large > 0) ::malloc_trim(0);
 }
 
 void HybridStore::takeGroups() {
     for (;;) {
-        StoreRun group;
+        SharedStoreRuns groups;
         std::uint64_t generation;
         {
             std::lock_guard lock(mutex_);
             if (state_.fresh->empty()) return;
-            group = state_.fresh->front();
+            groups = state_.fresh;
             generation = state_.generation;
         }
-        if (group.count < kSmallGroup)
-            takeApart(group, generation);
-        else
-            adopt(group, generation);
+        for (const StoreRun& group : *groups)
+            if (group.count < kSmallGroup)
+                takeApart(group, generation);
+            else
+                adopt(group, generation);
+        std::lock_guard lock(mutex_);
+        if (state_.generation != generation) continue;
+        const auto taken = static_cast<std::ptrdiff_t>(groups->size());
+        auto rest = std::make_shared<StoreRuns>(state_.fresh->begin() + taken, state_.fresh->end());
+        state_.garbage.runs.push_back(std::exchange(state_.fresh, std::move(rest)));
     }
-}
-
-/// Under the lock.
-void HybridStore::dropFirstFresh() {
-    auto rest = std::make_shared<StoreRuns>(state_.fresh->begin() + 1, state_.fresh->end());
-    state_.garbage.runs.push_back(std::exchange(state_.fresh, std::move(rest)));
 }
 
 /// Under the lock.
@@ -146,6 +155,10 @@ void HybridStore::takeApart(const StoreRun& group, std::uint64_t generation) {
     }
     std::lock_guard lock(mutex_);
     if (state_.generation != generation) return;
+    if (state_.writes.size() >= kMostWaitingObjects) {
+        empty();
+        return;
+    }
     if (state_.writes.empty()) state_.gatherUntil = std::chrono::steady_clock::now() + kGathering;
     for (std::size_t i = 0; i < group.count; ++i) {
         auto& [key, object] = items[i];
@@ -156,7 +169,6 @@ void HybridStore::takeApart(const StoreRun& group, std::uint64_t generation) {
         state_.writes.push_back({std::move(key), sequence, 0});
     }
     state_.waitingInGroups -= group.count;
-    dropFirstFresh();
 }
 
 void HybridStore::adopt(const StoreRun& group, std::uint64_t generation) {
@@ -173,7 +185,6 @@ void HybridStore::adopt(const StoreRun& group, std::uint64_t generation) {
     for (const auto& [key, sequence] : hidden) state_.memory->erase(key, sequence, state_.garbage.objects);
     replaceRuns(joined(*state_.runs, group));
     state_.writes.push_back({{}, group.sequence, group.count});
-    dropFirstFresh();
 }
 
 void HybridStore::makeRoom() {

@@ -6,7 +6,7 @@
 namespace brindlemar {
 
 namespace {
-constexpr std::size_t kLargestValue = std::size_t{64} << 20; // bytes
+constexpr std::size_t kLargestValue = std::size_t{16} << 20; // bytes
 constexpr std::size_t kManyWaitingObjects = 10'000;
 constexpr std::size_t kManyWaitingInGroups = 4'000'000;
 } // namespace

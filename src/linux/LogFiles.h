@@ -12,7 +12,7 @@ public:
     std::unique_ptr<LogDestination> console() override;
     std::unique_ptr<LogDestination> file(const RotatingLogFile& file) override;
     /// $BRINDLEMAR_LIBRARY_DIR, else $XDG_STATE_HOME/brindlemar, else $HOME/.local/state/brindlemar. A value that is no
-    /// absolute path counts as none (XDG Base Directory Specification).
+    /// absolute path counts as none (XDG base directories).
     std::optional<std::string> libraryDirectory() override;
     /// gettid(2)
     std::uint64_t threadID() override;
