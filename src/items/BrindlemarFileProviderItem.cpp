@@ -24,6 +24,11 @@ std::string permissionText(std::uint16_t permissions) {
     std::string text = "rwxrwxrwx";
     for (unsigned bit = 0; bit < 9; ++bit)
         if (!(permissions & (0400u >> bit))) text[bit] = '-';
+    for (unsigned special = 0; special < 3; ++special) // set-user-ID, set-group-ID, sticky
+        if (permissions & (04000u >> special)) {
+            char& letter = text[2 + 3 * special];
+            letter = letter == '-' ? "SST"[special] : "sst"[special];
+        }
     return text;
 }
 

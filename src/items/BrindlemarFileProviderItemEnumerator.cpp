@@ -97,6 +97,9 @@ void BrindlemarFileProviderItemEnumerator::askHost(Observer observer, NSFileProv
         Observer observer;
         NSFileProviderPage page;
         std::atomic<bool> answered{false};
+        Listing(std::shared_ptr<const BrindlemarFileProviderItemEnumerator> enumerator, Observer observer,
+                NSFileProviderPage page)
+            : enumerator(std::move(enumerator)), observer(std::move(observer)), page(std::move(page)) {}
         ~Listing() {
             if (!answered) observer->finishEnumeratingUpToPage(std::nullopt);
         }

@@ -20,7 +20,7 @@ public:
     void storeListing(std::shared_ptr<const ItemList> list, std::string_view key) const;
 
     std::shared_ptr<NSFileProviderItem> item(std::string_view key) const;
-    /// Every item of the list, each under the domain and the host part of its own identifier.
+    /// Every item of the list, each under this domain and the host part of its identifier.
     void storeItems(std::shared_ptr<const ItemList> list, std::string_view domain) const;
 
     void removeExpiredListings() const;

@@ -5,6 +5,8 @@
 
 #include <boost/json/basic_parser_impl.hpp>
 
+#include <functional>
+
 namespace brindlemar {
 
 namespace json = boost::json;
@@ -45,7 +47,7 @@ public:
     static constexpr std::size_t max_object_size = std::size_t(-1), max_array_size = std::size_t(-1);
     static constexpr std::size_t max_key_size = std::size_t(-1), max_string_size = std::size_t(-1);
 
-    explicit ListingHandler(ListBuilder& builder) : builder_(builder) {}
+    ListingHandler(std::string_view reply, ListBuilder& builder) : reply_(reply), builder_(builder) {}
     bool sawArray() const { return sawArray_; }
 
     bool on_document_begin(json::error_code&) { return true; }
@@ -84,8 +86,9 @@ public:
     }
     bool on_string(json::string_view last, std::size_t, json::error_code&) {
         if (!inItem()) return true;
+        // A text without escapes lies in the reply; others pass through the parser's own memory, which does not last.
         std::string_view text = last;
-        if (std::string& parts = parts_[slot_]; !parts.empty()) text = parts.append(last);
+        if (std::string& parts = parts_[slot_]; !parts.empty() || !liesInReply(last)) text = parts.append(last);
         if (text_) fields_.*text_ = text;
         if (permissions_) setPermissions(JSONNumber::leadingIn(text));
         return true;
@@ -102,6 +105,10 @@ public:
 private:
     static constexpr std::size_t kOtherSlot = kHostItemTexts.size();
 
+    bool liesInReply(std::string_view text) const {
+        const std::less_equal<const char*> before;
+        return before(reply_.data(), text.data()) && before(text.data() + text.size(), reply_.data() + reply_.size());
+    }
     bool inItem() const { return depth_ == 2 && sawArray_; }
     bool enter() {
         ++depth_;
@@ -138,6 +145,7 @@ private:
         fields_.permissions = value ? value->uint16Value() : std::uint16_t{0};
     }
 
+    const std::string_view reply_;
     ListBuilder& builder_;
     std::size_t depth_ = 0;
     bool sawArray_ = false;
@@ -157,7 +165,7 @@ std::shared_ptr<const ItemList> parseItemListing(std::string_view reply,
     ListBuilder builder(context);
     json::parse_options options;
     options.max_depth = JSON::maximumDepth;
-    json::basic_parser<ListingHandler> parser(options, builder);
+    json::basic_parser<ListingHandler> parser(options, reply, builder);
     json::error_code error;
     const std::size_t consumed = parser.write_some(false, reply.data(), reply.size(), error);
     const bool isListing = !error && consumed == reply.size() && parser.handler().sawArray();

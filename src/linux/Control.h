@@ -57,7 +57,7 @@ private:
     std::unique_ptr<ListeningSocket> socket_; // stops first
 };
 
-/// A blocking client, for one thread. Connections that stay idle for a minute are ended by the service.
+/// A blocking client, for one thread. Connections that stay idle for a quarter of an hour are ended by the service.
 class ControlClient {
 public:
     /// None when no service runs, or it does not answer within a few seconds.

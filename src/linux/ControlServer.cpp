@@ -13,7 +13,7 @@ namespace brindlemar {
 
 namespace {
 constexpr std::size_t kMostConnections = 128;
-constexpr std::chrono::minutes kIdleTime{1};
+constexpr std::chrono::minutes kIdleTime{15};
 constexpr std::chrono::seconds kLockTime{5};
 constexpr std::chrono::milliseconds kLockPause{20};
 

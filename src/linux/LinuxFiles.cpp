@@ -28,8 +28,8 @@ bool LinuxFiles::writeAtomically(std::string_view path, std::string_view bytes) 
     std::string temporary = target + ".XXXXXX";
     const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
     if (!file) return false;
-    const bool written = writeAll(file.get(), bytes) && ::fsync(file.get()) == 0 &&
-                         ::rename(temporary.c_str(), target.c_str()) == 0;
+    const bool written =
+        writeAll(file.get(), bytes) && ::fsync(file.get()) == 0 && ::rename(temporary.c_str(), target.c_str()) == 0;
     if (!written) ::unlink(temporary.c_str());
     return written;
 }

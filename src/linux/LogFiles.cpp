@@ -41,9 +41,7 @@ std::unique_ptr<LogDestination> batched(std::unique_ptr<LogOutput> output) {
 
 } // namespace
 
-std::unique_ptr<LogDestination> LogFiles::console() {
-    return std::make_unique<BatchedLog>(std::make_unique<Console>());
-}
+std::unique_ptr<LogDestination> LogFiles::console() { return batched(std::make_unique<Console>()); }
 
 std::unique_ptr<LogDestination> LogFiles::file(const RotatingLogFile& file) {
     return batched(RotatingFile::open(file));

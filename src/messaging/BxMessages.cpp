@@ -91,10 +91,10 @@ void BxMessages::send(Outgoing request, CompletionEntry completion) {
 void BxMessages::registerAndSend(const RequestRow& row, const std::shared_ptr<RemotePort>& port,
                                  std::string_view payload, CompletionEntry entry) {
     const auto request = std::make_shared<WaitingRequest>(std::move(entry));
-    std::int32_t status;
+    std::int32_t id, status;
     {
         std::lock_guard turn(sendTurn_);
-        const std::int32_t id = table_.enter(request);
+        id = table_.enter(request);
         status = port->sendRequest({.msgid = id, .data = payload, .sendTimeout = kSendTimeout}).status;
         table_.advance();
     }
@@ -102,7 +102,11 @@ void BxMessages::registerAndSend(const RequestRow& row, const std::shared_ptr<Re
     log(LogScope(messageLogger(), row.function), row.failed, status);
     // The port's invalidation may have been dealt with before this request entered the table; nobody else would ever
     // answer it then. Failing it a second time does nothing.
-    if (!ports_.holds(*port)) Platform::current().tasks.async([request] { request->fail(serverUnreachable()); });
+    if (ports_.holds(*port)) return;
+    Platform::current().tasks.async([this, id, request] {
+        request->fail(serverUnreachable());
+        removeLater(id, request);
+    });
 }
 
 std::optional<std::string> BxMessages::messageReceived(std::int32_t msgid, const Payload& data) {
@@ -114,12 +118,16 @@ std::optional<std::string> BxMessages::messageReceived(std::int32_t msgid, const
             .error("reply is not valid UTF-8 and counts as empty: ", msgid);
         reply = Payload();
     }
-    request->deliver({.reply = std::move(reply), .error = std::nullopt, .whenFinished = [this, msgid, request] {
-                          Platform::current().mainQueue.async(
-                              [this, msgid, request] { table_.remove(msgid, request); });
-                      }});
+    request->deliver(
+        {.reply = std::move(reply),
+         .error = std::nullopt,
+         .whenFinished = [this, msgid, weak = std::weak_ptr(request)] { removeLater(msgid, weak.lock()); }});
     Platform::current().backgroundQueue.async([request] { request->runAnswers(); });
     return std::nullopt;
+}
+
+void BxMessages::removeLater(std::int32_t id, std::shared_ptr<WaitingRequest> request) {
+    Platform::current().mainQueue.async([this, id, request = std::move(request)] { table_.remove(id, request); });
 }
 
 void BxMessages::hostPortInvalidated(const MessagePort& port) {

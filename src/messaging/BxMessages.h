@@ -18,7 +18,8 @@ namespace brindlemar {
 /// gets the host's answer on the background queue, or the server-unreachable error, on a task, when the host goes away.
 /// A request whose text is not valid UTF-8 cannot be encoded: it is not sent and its completion never called; dropping
 /// the completion is how its owner learns of it. `mainQueue` requests return before their message is sent,
-/// `callerThread` requests after it (at most 3 seconds).
+/// `callerThread` requests after it. A send takes at most 3 seconds and
+/// waits for those before it.
 class BxMessages {
 public:
     static BxMessages& sharedInstance();
@@ -119,6 +120,8 @@ private:
                  std::optional<std::string> subject = std::nullopt);
     void registerAndSend(const RequestRow& row, const std::shared_ptr<RemotePort>& port, std::string_view payload,
                          CompletionEntry entry);
+
+    void removeLater(std::int32_t id, std::shared_ptr<WaitingRequest> request);
 
     Guarded<std::string> name_;
     PortDirectory ports_;

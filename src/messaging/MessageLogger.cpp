@@ -14,8 +14,9 @@ Guarded<std::optional<Logger>>& copy() {
 } // namespace
 
 Logger messageLogger() {
-    return copy().with([](std::optional<Logger>& logger) {
-        if (!logger) logger = Logger::shared();
+    const Logger& shared = Logger::shared(); // made outside the lock
+    return copy().with([&](std::optional<Logger>& logger) {
+        if (!logger) logger = shared;
         return *logger;
     });
 }

@@ -35,17 +35,24 @@ std::shared_ptr<RemotePort> PortDirectory::port(const std::string& domain, const
     std::promise<std::shared_ptr<RemotePort>> promise;
     std::shared_future<std::shared_ptr<RemotePort>> others;
     auto existing = state_.with([&](State& state) -> std::shared_ptr<RemotePort> {
-        if (const auto found = state.machPorts.find(domain); found != state.machPorts.end()) return found->second;
-        if (const auto running = state.lookups.find(domain); running != state.lookups.end())
+        // A lookup under way may have its host port already, but not yet the reply port that answers come to.
+        if (const auto running = state.lookups.find(domain); running != state.lookups.end()) {
             others = running->second;
-        else
-            state.lookups.emplace(domain, promise.get_future().share());
+            return nullptr;
+        }
+        if (const auto found = state.machPorts.find(domain); found != state.machPorts.end()) return found->second;
+        state.lookups.emplace(domain, promise.get_future().share());
         return nullptr;
     });
     if (existing) return existing;
     if (others.valid()) return others.get();
 
-    auto created = create(domain, replyPortWord);
+    std::shared_ptr<RemotePort> created;
+    try {
+        created = create(domain, replyPortWord);
+    } catch (const std::exception& error) { // out of memory or descriptors
+        LogScope(messageLogger(), "port(forDomain:canRetry:)").error("lookup failed: ", std::string_view(error.what()));
+    }
     auto finished = state_.with([&](State& state) { return state.lookups.extract(domain); });
     promise.set_value(created);
     return created;

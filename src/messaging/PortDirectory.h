@@ -10,7 +10,7 @@
 
 namespace brindlemar {
 
-/// Thread-safe. Its maps change only through port() and forget().
+/// Thread-safe. Its maps change only through port() and the two forget operations.
 class PortDirectory {
 public:
     /// What the directory's owner does with its ports.

@@ -28,7 +28,7 @@ public:
     struct Answer {
         std::optional<Payload> reply;
         std::optional<NSError> error;
-        std::function<void()> whenFinished{}; // runs after the entry has returned kFinished for this answer
+        std::function<void()> whenFinished{}; // runs once this answer has ended the request
     };
     /// Puts the answer in line; it runs in a later runAnswers().
     void deliver(Answer answer);

@@ -13,6 +13,7 @@ void NSProgress::setCompletedUnitCount(std::int64_t count) {
     std::function<void(std::int64_t, std::int64_t)> observer;
     {
         std::lock_guard lock(mutex_);
+        if (completedUnitCount_ == count) return;
         completedUnitCount_ = count;
         observer = observer_;
     }
@@ -47,8 +48,14 @@ bool NSProgress::isCancelled() const {
 }
 
 void NSProgress::setObserver(std::function<void(std::int64_t, std::int64_t)> observer) {
-    std::lock_guard lock(mutex_);
-    observer_.swap(observer);
+    std::int64_t completed;
+    std::function<void(std::int64_t, std::int64_t)> current = observer;
+    {
+        std::lock_guard lock(mutex_);
+        observer_.swap(observer);
+        completed = completedUnitCount_;
+    }
+    if (current && completed != 0) current(completed, totalUnitCount_);
 }
 
 } // namespace brindlemar

@@ -22,7 +22,8 @@ public:
     void cancel();
     bool isCancelled() const;
 
-    /// Called after each change of the completed count with (completed, total); the platform's way to watch.
+    /// Called after each change of the completed count with (completed, total), and at once when it has moved already;
+    /// the platform's way to watch.
     void setObserver(std::function<void(std::int64_t completed, std::int64_t total)> observer);
 
 private:

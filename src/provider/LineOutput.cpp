@@ -28,16 +28,16 @@ bool LineOutput::write(std::string_view line) {
 
 /// False when the reader is lost.
 bool LineOutput::writeSome(std::string_view& bytes) {
-    auto waited = std::chrono::milliseconds::zero();
-    while (!stopping_ && waited < patience_) {
+    const auto deadline = std::chrono::steady_clock::now() + patience_;
+    while (!stopping_ && std::chrono::steady_clock::now() < deadline) {
         const ssize_t written = ::write(output_.get(), bytes.data(), bytes.size());
         if (written > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
             return true;
         }
-        if (written < 0 && errno != EAGAIN && errno != EINTR) return false;
+        if (written == 0 || (errno != EAGAIN && errno != EINTR)) return false;
         pollfd writable{output_.get(), POLLOUT, 0};
-        if (::poll(&writable, 1, static_cast<int>(kLook.count())) == 0) waited += kLook;
+        if (::poll(&writable, 1, static_cast<int>(kLook.count())) > 0 && !(writable.revents & POLLOUT)) return false;
     }
     return false;
 }

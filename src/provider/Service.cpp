@@ -51,13 +51,17 @@ ServicePlaces ServicePlaces::ofUser() {
 /// In the order of construction. What the platform bundle refers to is declared before everything that uses it.
 struct Service::Parts {
     Parts(const RuntimeDirectory& directory, const ServicePlaces& places)
-        : ports(RuntimeDirectory::open(), mainQueue, logDiagnostic), xpc(directory, logDiagnostic),
-          stores(places.cache, clock),
+        : stores(places.cache, clock),
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
                    {.temporaryDirectory = places.state + "/domains/" + std::string(ExtensionBundleIdentifier) + "/tmp",
-                    .userVisibleRoot = places.userVisibleRoot}) {
+                    .userVisibleRoot = places.userVisibleRoot}),
+          ports(RuntimeDirectory::open(), mainQueue, logDiagnostic), xpc(directory, logDiagnostic) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
         extension = BrindlemarFileProvider::make(registry.domain());
+    }
+    void stop() {
+        stopping = true;
+        clock.stopSleeping();
     }
     /// The platform's hold on a source whose endpoint nobody has connected to yet; the oldest give way.
     void keep(const std::shared_ptr<NSFileProviderServiceSource>& source) {
@@ -73,8 +77,7 @@ struct Service::Parts {
         });
     }
     ~Parts() {
-        stopping = true;
-        clock.stopSleeping();
+        stop();
         // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
         tasks.stop();
         backgroundQueue.stop();
@@ -98,11 +101,11 @@ struct Service::Parts {
     SerialQueue mainQueue{timers, "main queue"};
     WorkerPool backgroundQueue{timers};
     WorkerPool tasks{timers}; // apart from the background queue: lookups that wait for a host do not hold up answers
-    SocketMessagePorts ports;
-    DBusServices xpc;
     LinuxFiles files;
     HybridStores stores;
     DomainRegistry registry;
+    SocketMessagePorts ports;
+    DBusServices xpc; // its threads end here, before what they use
     std::shared_ptr<BrindlemarFileProvider> extension;
     Guarded<std::deque<std::shared_ptr<NSFileProviderServiceSource>>> sources;
 };
@@ -149,14 +152,20 @@ std::optional<std::string> Service::endpoint(const std::string& serviceName) {
     return address;
 }
 
+void Service::stop() { parts_->stop(); }
+
 void Service::callItem(std::string identifier, FileDescriptor output) {
-    brindlemar::callItem(*parts_->extension, std::move(identifier),
-                         std::make_shared<LineOutput>(std::move(output), parts_->stopping));
+    parts_->tasks.async([extension = parts_->extension, identifier = std::move(identifier),
+                         lines = std::make_shared<LineOutput>(std::move(output), parts_->stopping)] {
+        brindlemar::callItem(*extension, identifier, lines);
+    });
 }
 
 void Service::callList(std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
-    brindlemar::callList(*parts_->extension, std::move(identifier), pageSize,
-                         std::make_shared<LineOutput>(std::move(output), parts_->stopping), parts_->tasks);
+    parts_->tasks.async(
+        [extension = parts_->extension, identifier = std::move(identifier), pageSize,
+         lines = std::make_shared<LineOutput>(std::move(output), parts_->stopping),
+         &tasks = parts_->tasks] { brindlemar::callList(*extension, identifier, pageSize, lines, tasks); });
 }
 
 } // namespace brindlemar

@@ -29,6 +29,10 @@ public:
     /// Stops all work within a moment, whatever hosts and readers do. No control handler may run any more.
     ~Service();
 
+    /// Ends waits for absent hosts and slow readers, now and from now on. The first step of an end.
+    void stop();
+
+    // What the control socket offers. Return at once; calls run in tasks.
     std::string status() const;
     std::optional<std::string> endpoint(const std::string& serviceName);
     void callItem(std::string identifier, FileDescriptor output);

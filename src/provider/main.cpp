@@ -7,11 +7,12 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <future>
 #include <iostream>
+#include <shared_mutex>
 
 namespace {
 using namespace brindlemar;
@@ -48,27 +49,56 @@ void limitTheEnd() {
     ::setitimer(ITIMER_REAL, &limit, nullptr);
 }
 
+/// The control handlers' way to the service: they wait until there is one, and find none once it is shut.
+class Gate {
+public:
+    template <class Use>
+    std::invoke_result_t<Use, Service&> use(Use&& use) {
+        std::shared_lock lock(mutex_);
+        changed_.wait(lock, [this] { return service_ || closed_; });
+        if (!closed_) return use(*service_);
+        return std::invoke_result_t<Use, Service&>();
+    }
+    void open(Service& service) {
+        std::lock_guard lock(mutex_);
+        service_ = &service;
+        changed_.notify_all();
+    }
+    /// Waits for the handlers that are inside.
+    void close() {
+        std::lock_guard lock(mutex_);
+        closed_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    std::shared_mutex mutex_;
+    std::condition_variable_any changed_;
+    Service* service_ = nullptr;
+    bool closed_ = false;
+};
+
 int serve(const sigset_t& ends) {
     const RuntimeDirectory directory = RuntimeDirectory::open();
     const ServicePlaces places = ServicePlaces::ofUser();
 
     enterStateDirectory(places.state);
 
-    // The place is taken before the service comes into being, for that empties the caches of whoever holds the place.
-    // Calls that come early wait; they get nothing when the service cannot be made.
-    std::promise<Service*> made;
-    const std::shared_future<Service*> service = made.get_future().share();
+    // The place is taken before the service comes into being, for that empties the caches of whoever holds the place,
+    // and given up after it has gone.
+    Gate gate;
     ControlHandlers handlers{
-        .status = [service] { return service.get() ? service.get()->status() : "{}"; },
+        .status = [&gate] { return gate.use([](Service& service) { return service.status(); }); },
         .endpoint =
-            [service](std::string name) { return service.get() ? service.get()->endpoint(name) : std::nullopt; },
+            [&gate](std::string name) { return gate.use([&](Service& service) { return service.endpoint(name); }); },
         .callItem =
-            [service](std::string identifier, FileDescriptor output) {
-                if (service.get()) service.get()->callItem(std::move(identifier), std::move(output));
+            [&gate](std::string identifier, FileDescriptor output) {
+                gate.use([&](Service& service) { service.callItem(std::move(identifier), std::move(output)); });
             },
         .callList =
-            [service](std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
-                if (service.get()) service.get()->callList(std::move(identifier), pageSize, std::move(output));
+            [&gate](std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
+                gate.use(
+                    [&](Service& service) { service.callList(std::move(identifier), pageSize, std::move(output)); });
             }};
     auto started = ControlServer::start(directory, std::move(handlers), [](std::string_view text) {
         std::cerr << "brindlemard: " + std::string(text) + "\n";
@@ -77,21 +107,18 @@ int serve(const sigset_t& ends) {
         std::cerr << "brindlemard " << refusal->reason << ".\n";
         return kFailure;
     }
-    auto& control = std::get<std::unique_ptr<ControlServer>>(started);
-
-    std::unique_ptr<Service> instance;
-    try {
-        instance = std::make_unique<Service>(directory, places);
-    } catch (...) {
-        made.set_value(nullptr);
-        throw;
-    }
-    made.set_value(instance.get());
+    struct Closing { // also when the service cannot be made: handlers may be waiting for it
+        Gate& gate;
+        ~Closing() { gate.close(); }
+    } closing{gate};
+    Service service(directory, places);
+    gate.open(service);
 
     int signal = 0;
     ::sigwait(&ends, &signal);
     limitTheEnd();
-    control.reset(); // no handler runs from here on
+    service.stop();
+    gate.close();
     return kOK;
 }
 } // namespace

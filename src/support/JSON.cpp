@@ -95,12 +95,13 @@ void print(const json::value& value, const std::string& indent, std::string& out
 JSONNumber::JSONNumber(double value) : integer_(towardZero(value)), real_(value) {}
 
 std::optional<JSONNumber> JSONNumber::leadingIn(std::string_view text) {
-    const std::size_t digits = text.starts_with('-') || text.starts_with('+') ? 1 : 0;
-    if (digits == text.size() || text[digits] < '0' || text[digits] > '9') return std::nullopt;
-    if (text.starts_with('+')) text.remove_prefix(1);
-    double value = 0;
+    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+    std::int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc::result_out_of_range) value = text.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
+    if (error == std::errc::invalid_argument) return std::nullopt;
+    if (error == std::errc::result_out_of_range)
+        value =
+            text.starts_with('-') ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
     return JSONNumber(value);
 }
 

@@ -27,7 +27,8 @@ private:
         }
         bool complete(Args... args) {
             if (done.exchange(true)) return false;
-            handler(std::move(args)...);
+            const auto call = std::exchange(handler, nullptr); // a finished completion holds on to nothing
+            call(std::move(args)...);
             return true;
         }
         std::function<void(Args...)> handler;

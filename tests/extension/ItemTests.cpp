@@ -103,6 +103,11 @@ TEST_F(ItemTests, AListingIsAnArrayAndNothingElse) {
         parseItemListing("\xEF\xBB\xBF [" + one + ", 7, [" + one + "], " + one + "] ", {.withDomain = "d1"})->size(),
         2u);
     EXPECT_EQ(parseItemListing("[" + one + "]", {.withDomain = "d1"})->front()->filename(), "é\n😀");
+    const std::string escaped = R"([{"name":"\u00e9 name","itemID":"\"the\\ID\"","parentID":"\tparent","mtime":1}])";
+    const auto list = parseItemListing(escaped, {.withDomain = "d1"});
+    EXPECT_EQ(list->front()->filename(), "é name");
+    EXPECT_EQ(list->front()->itemIdentifier(), "d1|\"the\\ID\"");
+    EXPECT_EQ(list->front()->parentItemIdentifier(), "d1|\tparent");
     for (const std::string& text :
          {std::string(), one, "[" + one, "[" + one + "]x", "[" + one + ",]", "{\"a\":[" + one + "]}",
           "[" + one + ",\"\xff\"]", "[" + one + ",\"\\ud800\"]", "[" + one + "," + deep + "]", deep})
