@@ -34,7 +34,8 @@ struct Tree {
     Control& control;
     Output& output;
     bool asJSON;
-    std::size_t folders = 0, files = 0;
+    std::size_t folders = 0, files = 0, depth = 0;
+    static constexpr std::size_t kDeepest = 1000; // no path is deeper; a host's listing may be
 
     void print(const Item& folder, const std::string& path, const std::string& indent) {
         std::vector<std::pair<Item, json::object>> children;
@@ -53,7 +54,11 @@ struct Tree {
             } else {
                 output.line(indent + (last ? "└── " : "├── ") + output.shown(item.filename));
             }
-            if (item.folder) print(item, below, indent + (last ? "    " : "│   "));
+            if (!item.folder) continue;
+            if (depth == kDeepest) throw Failure(Exit::failure, below.substr(0, 80) + "… is nested without end.");
+            ++depth;
+            print(item, below, indent + (last ? "    " : "│   "));
+            --depth;
         }
     }
 };

@@ -47,13 +47,15 @@ std::optional<std::string> RequestHandler::answer(std::string_view request) {
 
 std::string RequestHandler::itemForIdentifier(const std::string& identifier) {
     const std::optional<ItemPath> path = pathOfID(identifier);
-    const std::optional<struct stat> status = path ? tree_.status(path->path) : std::nullopt;
-    if (!status) return std::string(kNoSuchItem);
+    if (!path) return std::string(kNoSuchItem);
+    const Tree::Status status = tree_.status(path->path);
+    if (status.outcome == Tree::Outcome::failed) return ""; // it may be there: a disk may just be absent
+    if (status.outcome == Tree::Outcome::missing) return std::string(kNoSuchItem);
     std::string reply;
     if (isTopID(identifier)) // a connection root: the extension makes "DOMAIN|0" of it, below its own root
-        appendItem(reply, {connection_.name, connection_.domain, "00"}, *status);
+        appendItem(reply, {connection_.name, connection_.domain, "00"}, status.info);
     else
-        appendItem(reply, {path->name, identifier, path->parentID}, *status);
+        appendItem(reply, {path->name, identifier, path->parentID}, status.info);
     return reply;
 }
 
@@ -64,7 +66,7 @@ std::string RequestHandler::enumerateItems(const std::string& identifier) {
     if (folder.unreadable > 0)
         warn_(std::to_string(folder.unreadable) + " names in " + connection_.directory + "/" + path->path +
               " are not UTF-8 and are left out. Rename these files to have them served.");
-    if (folder.outcome != Tree::Outcome::listed) return std::string(kNothing);
+    if (folder.outcome != Tree::Outcome::found) return std::string(kNothing);
 
     const std::string parent(isTopID(identifier) ? kTopID : std::string_view(identifier));
     KnownNames::Names listed;

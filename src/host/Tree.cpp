@@ -39,15 +39,25 @@ void split(Tree::Names& names) {
 }
 } // namespace
 
+/// What a failed open beneath the top says of the path.
+static Tree::Outcome outcomeOfError() {
+    const bool missing = errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
+    return missing ? Tree::Outcome::missing : Tree::Outcome::failed;
+}
+
 FileDescriptor Tree::openTop() const { return FileDescriptor(::open(top_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)); }
 
-std::optional<struct stat> Tree::status(const std::string& path) const {
+Tree::Status Tree::status(const std::string& path) const {
+    Status result;
     const FileDescriptor top = openTop();
-    if (!top) return std::nullopt;
+    if (!top) return result;
     const FileDescriptor file = openBeneath(top, path, O_PATH);
-    struct stat info {};
-    if (!file || ::fstat(file.get(), &info) != 0) return std::nullopt;
-    return onlyFilesAndFolders(info);
+    if (!file) {
+        result.outcome = outcomeOfError();
+    } else if (::fstat(file.get(), &result.info) == 0) {
+        result.outcome = onlyFilesAndFolders(result.info) ? Outcome::found : Outcome::missing;
+    }
+    return result;
 }
 
 Tree::Names Tree::names(const std::string& path) const {
@@ -56,7 +66,7 @@ Tree::Names Tree::names(const std::string& path) const {
     if (!top) return result;
     result.folder = openBeneath(top, path, O_RDONLY | O_DIRECTORY);
     if (!result.folder) {
-        if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) result.outcome = Outcome::missing;
+        result.outcome = outcomeOfError();
         return result;
     }
     FileDescriptor reading(::fcntl(result.folder.get(), F_DUPFD_CLOEXEC, 3));
@@ -73,7 +83,7 @@ Tree::Names Tree::names(const std::string& path) const {
     }
     if (errno != 0) return result;
     split(result);
-    result.outcome = Outcome::listed;
+    result.outcome = Outcome::found;
     return result;
 }
 

@@ -19,10 +19,13 @@ class Tree {
 public:
     explicit Tree(std::string top) : top_(std::move(top)) {}
 
-    /// None when there is no such file.
-    std::optional<struct stat> status(const std::string& path) const;
-
-    enum class Outcome { listed, missing, failed };
+    /// `missing` is what is not there, no file and no folder, or behind a symbolic link; `failed` says nothing of it.
+    enum class Outcome { found, missing, failed };
+    struct Status {
+        Outcome outcome = Outcome::failed;
+        struct stat info {};
+    };
+    Status status(const std::string& path) const;
     /// Names in the folder, sorted by their bytes, without those that are no UTF-8 text; `unreadable` counts these.
     /// `missing` means that the folder is gone while the top is there.
     struct Names {

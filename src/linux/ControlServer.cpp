@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -35,6 +36,11 @@ int endpoint(const ControlHandlers& handlers, sd_bus_message* call) {
 
 /// Answers before the handler runs: the caller then waits for lines, not for an answer.
 FileDescriptor takeOutput(sd_bus_message* call, int borrowed) {
+    struct stat info {};
+    if (::fstat(borrowed, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode))) {
+        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_INVALID_ARGS, "the output must be a pipe or a socket");
+        return {}; // writing elsewhere could block without end
+    }
     FileDescriptor output(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
     if (output)
         sd_bus_reply_method_return(call, nullptr);

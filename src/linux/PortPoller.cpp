@@ -14,6 +14,8 @@ namespace {
 
 /// From one port before the others get their turn.
 constexpr std::size_t kPacketsAtOnce = 32;
+/// That a port's end waits for others' messages.
+constexpr int kMostLooks = 1000;
 
 FileDescriptor checked(int descriptor) {
     if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "The poller of the message ports");
@@ -98,11 +100,17 @@ void PortPoller::callDue() {
         if (const auto alive = client.lock()) alive->timeUp();
 }
 
+void PortPoller::whenQuiet(std::function<void()> task) { quiet_.push_back(std::move(task)); }
+
+void PortPoller::callQuiet() {
+    for (const auto& task : std::exchange(quiet_, {})) task();
+}
+
 void PortPoller::run() {
     PacketReader reader(kPacketsAtOnce);
     epoll_event events[64];
-    while (!stopping_) {
-        const int count = ::epoll_wait(epoll_.get(), events, std::size(events), timeout());
+    for (int restless = 0; !stopping_;) {
+        const int count = ::epoll_wait(epoll_.get(), events, std::size(events), quiet_.empty() ? timeout() : 0);
         for (int i = 0; i < count && !stopping_; ++i) {
             const auto client = state_.with([&](State& state) {
                 const auto entry = state.entries.find(events[i].data.fd);
@@ -112,6 +120,8 @@ void PortPoller::run() {
             reader.discard(); // a client that closes leaves the rest
         }
         callDue();
+        restless = quiet_.empty() ? 0 : restless + 1;
+        if (count <= 0 || restless > kMostLooks) callQuiet();
     }
 }
 

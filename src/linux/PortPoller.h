@@ -37,6 +37,9 @@ public:
     void watch(int descriptor, bool input, bool output);
     /// Calls timeUp() once; without a time, not at all.
     void wakeAt(int descriptor, std::optional<Deadline> time);
+    /// Runs the task once a look finds nothing to read anywhere: all that had arrived has been taken. Other peers can
+    /// put that off only for a moment. On the poller's thread, and from it.
+    void whenQuiet(std::function<void()> task);
     /// Joins the thread; no client is called after it. Not for the poller's own thread.
     void stop();
 
@@ -53,11 +56,13 @@ private:
     void run();
     int timeout() const;
     void callDue();
+    void callQuiet();
 
     FileDescriptor epoll_, wakeUp_;
     Guarded<State> state_;
     std::atomic<bool> stopping_{false};
-    std::thread thread_; // last: it uses all of the above
+    std::vector<std::function<void()>> quiet_; // the thread's own
+    std::thread thread_;                       // last: it uses all of the above
 };
 
 } // namespace brindlemar

@@ -11,75 +11,69 @@ void QueuedLocalPort::setInvalidationCallback(std::function<void(MessagePort&)> 
 }
 
 void QueuedLocalPort::setDispatchQueue(Queue& queue) {
-    const bool waiting = state_.with([&](State& state) {
+    std::size_t waiting = state_.with([&](State& state) {
         state.queue = &queue;
-        return !state.backlog.empty() && !std::exchange(state.scheduled, true);
+        return state.backlog.size();
     });
-    if (waiting) schedule();
+    while (waiting-- > 0) schedule(queue);
 }
 
 void QueuedLocalPort::deliver(Message message) {
-    const bool first = state_.with([&](State& state) {
-        if (!state.valid) return false;
+    Queue* const queue = state_.with([&](State& state) -> Queue* {
+        if (!state.valid) return nullptr;
         state.backlog.push_back(std::move(message));
-        return state.queue && !std::exchange(state.scheduled, true);
+        return state.queue;
     });
-    if (first) schedule();
+    if (queue) schedule(*queue);
 }
 
 void QueuedLocalPort::invalidate() {
     std::deque<Message> unwanted; // nobody ever asked for messages
+    Queue* queue = nullptr;
     const bool first = state_.with([&](State& state) {
-        if (!state.queue) state.backlog.swap(unwanted);
+        queue = state.queue;
+        if (!queue) state.backlog.swap(unwanted);
         return std::exchange(state.valid, false);
     });
     if (!first) return;
     stopListening();
     // The tasks posted so far do not keep the port alive; what has arrived is handed over all the same.
-    if (state_.with([](State& state) { return state.finished(); }))
+    if (queue)
+        queue->async([self = shared_from_this()] { self->handOver(); });
+    else
         invalidation_.announce(shared_from_this());
-    else
-        schedule();
 }
 
-void QueuedLocalPort::schedule() {
-    struct Plan {
-        Queue* queue;
-        bool valid;
-    };
-    const auto plan = state_.with([](State& state) { return Plan{state.queue, state.valid}; });
-    if (plan.valid)
-        plan.queue->async([port = weak_from_this()] {
-            if (const auto self = port.lock()) self->handOverOne();
-        });
-    else
-        plan.queue->async([self = shared_from_this()] { self->handOverOne(); });
-}
-
-void QueuedLocalPort::handOverOne() {
-    Message message;
-    const bool mine = state_.with([&](State& state) {
-        if (state.running || state.backlog.empty()) return false;
-        state.running = true;
-        message = std::move(state.backlog.front());
-        state.backlog.pop_front();
-        return true;
+/// A task for each message, so that what is posted to the queue after a message arrived comes after the message.
+void QueuedLocalPort::schedule(Queue& queue) {
+    queue.async([port = weak_from_this()] {
+        if (const auto self = port.lock()) self->handOver();
     });
-    if (mine) {
+}
+
+void QueuedLocalPort::handOver() {
+    bool again = true;
+    while (again) {
+        Message message;
+        const bool mine = state_.with([&](State& state) {
+            if (state.running) ++state.owed;
+            if (state.running || state.backlog.empty()) return false;
+            state.running = true;
+            message = std::move(state.backlog.front());
+            state.backlog.pop_front();
+            return true;
+        });
+        if (!mine) break;
         auto answer = callback_(*this, message.msgid, message.data);
         if (message.answer) message.answer(std::move(answer));
+        again = state_.with([](State& state) {
+            state.running = false;
+            if (state.owed == 0) return !state.valid && !state.backlog.empty();
+            --state.owed;
+            return true;
+        });
     }
-    struct Next {
-        bool more, finished;
-    };
-    const auto next = state_.with([&](State& state) {
-        if (mine) state.running = false;
-        if (state.running) return Next{false, false}; // whoever runs the callback goes on
-        state.scheduled = !state.backlog.empty();
-        return Next{state.scheduled, state.finished()};
-    });
-    if (next.more) schedule();
-    if (next.finished) invalidation_.announce(shared_from_this());
+    if (state_.with([](State& state) { return state.finished(); })) invalidation_.announce(shared_from_this());
 }
 
 } // namespace brindlemar

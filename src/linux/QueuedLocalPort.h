@@ -38,13 +38,13 @@ private:
     struct State {
         std::deque<Message> backlog;
         Queue* queue = nullptr;
-        bool scheduled = false; // a task is posted or running that looks at the backlog again
-        bool running = false;   // inside the callback
+        bool running = false; // inside the callback
+        std::size_t owed = 0; // tasks that came meanwhile; whoever runs the callback does their work
         bool valid = true;
         bool finished() const { return !valid && !running && backlog.empty(); }
     };
-    void schedule();
-    void handOverOne();
+    void schedule(Queue& queue);
+    void handOver();
 
     const MessageCallback callback_;
     InvalidationNotice invalidation_;

@@ -142,7 +142,11 @@ void SocketRemotePort::ready(PacketReader& reader) {
             context_->diagnose(file_, "closed, its listener sent a packet " + std::string(received.fault));
             [[fallthrough]];
         case Received::State::ended:
-            invalidate();
+            // Its process may have sent messages to our ports before: those first.
+            context_->poller.remove(socket_.get());
+            context_->poller.whenQuiet([port = weak_from_this()] {
+                if (const auto self = port.lock()) self->invalidate();
+            });
             return;
         }
     }

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <future>
 #include <random>
 
 namespace brindlemar::system_tests {
@@ -31,7 +32,10 @@ protected:
         ports.emplace(RuntimeDirectory::open(), queue, ignore);
         host =
             ports->createLocal(kGroup + ".bxserver.evil", [this](LocalPort&, std::int32_t id, const Payload& request) {
-                answer(id, JSON::parse(request.bytes())["identifier"].stringValue());
+                if (onRequest)
+                    onRequest(id);
+                else
+                    answer(id, JSON::parse(request.bytes())["identifier"].stringValue());
                 return std::nullopt;
             });
         host->setDispatchQueue(queue);
@@ -77,6 +81,7 @@ protected:
     std::shared_ptr<LocalPort> host;
     std::shared_ptr<RemotePort> reply;
     std::map<std::string, std::string> replies;
+    std::function<void(std::int32_t)> onRequest; // in place of answer(), on the queue
 };
 
 TEST_F(HostileHost, RepliesOfEveryKindAreAnsweredOnce) {
@@ -109,6 +114,29 @@ TEST_F(HostileHost, RepliesOfEveryKindAreAnsweredOnce) {
                      ",{}," + good("b") + "]";
     EXPECT_EQ(count(readAll(*world.control().callList("evil|box", 10)), "\"itemIdentifier\""), 3u);
     EXPECT_TRUE(world.logs("reply is not valid UTF-8"));
+}
+
+TEST_F(HostileHost, AnswersSentJustBeforeTheEndCount) {
+    constexpr std::size_t kRequests = 300;
+    expectServed();
+    std::vector<std::int32_t> asked;
+    std::promise<void> all;
+    queue.async([&] {
+        onRequest = [&](std::int32_t id) {
+            asked.push_back(id);
+            if (asked.size() == kRequests) all.set_value();
+        };
+    });
+    auto control = world.control();
+    std::vector<FileDescriptor> outputs;
+    for (std::size_t i = 0; i < kRequests; ++i) outputs.push_back(std::move(*control.callItem("evil|last")));
+    all.get_future().wait();
+    queue.stop();
+    for (const std::int32_t id : asked) answer(id, "last");
+    host.reset(), reply.reset(), ports.reset(); // gone with the answers still on their way
+    std::size_t answered = 0;
+    for (const auto& output : outputs) answered += count(readAll(output), R"("itemIdentifier":"evil|last")");
+    EXPECT_EQ(answered, kRequests);
 }
 
 TEST_F(HostileHost, PacketsThatBreakTheRulesHarmNobodyElse) {
