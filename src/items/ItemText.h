@@ -36,7 +36,7 @@ public:
 
 private:
     static const char* duplicate(std::string_view text) {
-        if (text.empty()) return "";
+        if (text.empty()) return nullptr;
         char* copy = new char[text.size()];
         std::memcpy(copy, text.data(), text.size());
         return copy;
@@ -48,7 +48,7 @@ private:
         other.size_ = size, other.owned_ = owned;
     }
 
-    const char* data_ = "";
+    const char* data_ = nullptr;
     std::size_t size_ : 63 = 0;
     std::size_t owned_ : 1 = 0;
 };
