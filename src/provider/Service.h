@@ -15,7 +15,7 @@ struct ServicePlaces {
     std::string cache;           // item caches
     std::string userVisibleRoot; // where the user's view is to be
 
-    /// $XDG_STATE_HOME, $XDG_CACHE_HOME and $HOME, as the XDG Base Directory Specification says; throws
+    /// $XDG_STATE_HOME, $XDG_CACHE_HOME and $HOME, as the XDG base directories are defined; throws
     /// std::runtime_error with a sentence for the user when there is no home directory.
     static ServicePlaces ofUser();
 };
