@@ -1,6 +1,7 @@
 // What the benchmarks of ports measure against: peers in other processes, bare sockets, a pass over memory.
 #pragma once
 
+#include "Paired.h"
 #include "linux/SerialQueue.h"
 #include "linux/SocketMessagePorts.h"
 
@@ -108,6 +109,41 @@ inline std::uint64_t readOnce(std::string_view bytes) {
         sum += word;
     }
     return sum;
+}
+
+/// One message at a time: `subject.run(count, inFlight, times)` beside bare round trips.
+template <class Subject>
+void besideBareRoundTrips(benchmark::State& state, BareEcho& bare, Subject& subject) {
+    std::vector<double> bareTimes, times; // microseconds
+    for (auto _ : state) {
+        for (int i = 0; i < 1000; ++i) {
+            const auto start = steady_clock::now();
+            bare.roundTrip();
+            bareTimes.push_back(1e6 * secondsSince(start));
+        }
+        subject.run(1000, 1, &times);
+    }
+    state.counters["bare_us"] = median(bareTimes);
+    state.counters["ours_us"] = median(times);
+    state.counters["ratio"] = median(times) / median(bareTimes);
+}
+
+/// A thousand messages in flight, beside the bare pipeline.
+template <class Subject>
+void besideBarePipeline(benchmark::State& state, BareEcho& bare, Subject& subject) {
+    constexpr int count = 50'000, inFlight = 1000;
+    std::vector<double> bareRates, rates; // messages a second
+    for (auto _ : state) {
+        auto start = steady_clock::now();
+        bare.pipeline(count, inFlight);
+        bareRates.push_back(count / secondsSince(start));
+        start = steady_clock::now();
+        subject.run(count, inFlight, nullptr);
+        rates.push_back(count / secondsSince(start));
+    }
+    state.counters["bare_per_s"] = median(bareRates);
+    state.counters["ours_per_s"] = median(rates);
+    state.counters["ratio"] = median(rates) / median(bareRates);
 }
 
 } // namespace brindlemar::bench

@@ -74,37 +74,14 @@ private:
 void roundTrip(benchmark::State& state) {
     BareEcho bare;
     PortEcho ports;
-    std::vector<double> bareTimes, portTimes;
-    for (auto _ : state) {
-        for (int i = 0; i < 1000; ++i) {
-            const auto start = steady_clock::now();
-            bare.roundTrip();
-            bareTimes.push_back(1e6 * secondsSince(start));
-        }
-        ports.run(1000, 1, &portTimes);
-    }
-    state.counters["bare_us"] = median(bareTimes);
-    state.counters["ports_us"] = median(portTimes);
-    state.counters["ratio"] = median(portTimes) / median(bareTimes);
+    besideBareRoundTrips(state, bare, ports);
 }
 BENCHMARK(roundTrip)->Iterations(30)->Unit(benchmark::kMillisecond);
 
 void pipelined(benchmark::State& state) {
-    constexpr int count = 50'000, inFlight = 1000;
     BareEcho bare;
     PortEcho ports;
-    std::vector<double> bareRates, portRates;
-    for (auto _ : state) {
-        auto start = steady_clock::now();
-        bare.pipeline(count, inFlight);
-        bareRates.push_back(count / secondsSince(start));
-        start = steady_clock::now();
-        ports.run(count, inFlight, nullptr);
-        portRates.push_back(count / secondsSince(start));
-    }
-    state.counters["bare_per_s"] = median(bareRates);
-    state.counters["ports_per_s"] = median(portRates);
-    state.counters["ratio"] = median(portRates) / median(bareRates);
+    besideBarePipeline(state, bare, ports);
 }
 BENCHMARK(pipelined)->Iterations(10)->Unit(benchmark::kMillisecond);
 

@@ -101,39 +101,16 @@ void wholeRoad(benchmark::State& state) {
     EchoProcess host;
     BenchPlatform platform;
     Road road;
-    std::vector<double> bareTimes, roadTimes;
-    for (auto _ : state) {
-        for (int i = 0; i < 1000; ++i) {
-            const auto start = steady_clock::now();
-            bare.roundTrip();
-            bareTimes.push_back(1e6 * secondsSince(start));
-        }
-        road.run(1000, 1, &roadTimes);
-    }
-    state.counters["bare_us"] = median(bareTimes);
-    state.counters["road_us"] = median(roadTimes);
-    state.counters["ratio"] = median(roadTimes) / median(bareTimes);
+    besideBareRoundTrips(state, bare, road);
 }
 BENCHMARK(wholeRoad)->Iterations(30)->Unit(benchmark::kMillisecond);
 
 void thousandInFlight(benchmark::State& state) {
-    constexpr int count = 50'000, inFlight = 1000;
     BareEcho bare;
     EchoProcess host;
     BenchPlatform platform;
     Road road;
-    std::vector<double> bareRates, roadRates;
-    for (auto _ : state) {
-        auto start = steady_clock::now();
-        bare.pipeline(count, inFlight);
-        bareRates.push_back(count / secondsSince(start));
-        start = steady_clock::now();
-        road.run(count, inFlight, nullptr);
-        roadRates.push_back(count / secondsSince(start));
-    }
-    state.counters["bare_per_s"] = median(bareRates);
-    state.counters["road_per_s"] = median(roadRates);
-    state.counters["ratio"] = median(roadRates) / median(bareRates);
+    besideBarePipeline(state, bare, road);
 }
 BENCHMARK(thousandInFlight)->Iterations(10)->Unit(benchmark::kMillisecond);
 
