@@ -1,14 +1,14 @@
 // The platform on Linux without a log and without stores, for benchmarks.
 #pragma once
 
-#include "linux/QueueTimers.h"
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
-#include "linux/SystemClock.h"
-#include "linux/WorkerPool.h"
+#include "fakes/NoServices.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/QueueTimers.h"
+#include "linux/queues/SerialQueue.h"
+#include "linux/queues/SystemClock.h"
+#include "linux/queues/WorkerPool.h"
 #include "messaging/BxMessages.h"
 #include "platform/Platform.h"
-#include "support/NoServices.h"
 
 namespace brindlemar::bench {
 

@@ -1,6 +1,6 @@
 // One log line to both sinks against two write() calls of a ready line, and formatting against its pieces appended by
 // hand. To reach: line <= 1.2 x two writes, formatting <= 3 x the pieces.
-#include "linux/LogFiles.h"
+#include "linux/log/LogFiles.h"
 #include "platform/Platform.h"
 #include "support/LogFormatter.h"
 

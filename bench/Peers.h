@@ -2,8 +2,8 @@
 #pragma once
 
 #include "Paired.h"
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/SerialQueue.h"
 
 #include <sys/prctl.h>
 #include <sys/socket.h>

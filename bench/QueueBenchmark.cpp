@@ -1,6 +1,6 @@
 // Hops from the main queue to the pool and back, beside two threads that wake each other through bare semaphores.
-#include "linux/SerialQueue.h"
-#include "linux/WorkerPool.h"
+#include "linux/queues/SerialQueue.h"
+#include "linux/queues/WorkerPool.h"
 
 #include <benchmark/benchmark.h>
 

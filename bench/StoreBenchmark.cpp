@@ -2,8 +2,8 @@
 // and on the disk. The floor is what no store of single objects can do without: a hash map of the keys to the objects.
 // To reach: at most 1,500 ns a record off the caller's path, microseconds on it.
 #include "Paired.h"
-#include "linux/HybridStore.h"
-#include "linux/SystemClock.h"
+#include "linux/queues/SystemClock.h"
+#include "linux/store/HybridStore.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Any bytes as a packet: whatever is accepted keeps every rule and is what its own parts encode to.
-#include "linux/PortFrame.h"
+#include "linux/ports/PortFrame.h"
 
 #include <cstdlib>
 #include <string>

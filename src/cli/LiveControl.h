@@ -2,7 +2,7 @@
 #pragma once
 
 #include "cli/Control.h"
-#include "linux/Control.h"
+#include "linux/dbus/Control.h"
 
 namespace brindlemar::cli {
 

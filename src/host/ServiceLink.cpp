@@ -1,6 +1,6 @@
 #include "host/ServiceLink.h"
 
-#include "linux/DBusServices.h"
+#include "linux/dbus/DBusServices.h"
 #include "platform/Configuration.h"
 
 namespace brindlemar::host {

@@ -1,7 +1,7 @@
 // Keeps the file-provider service told about this host's connections, through its restarts.
 #pragma once
 
-#include "linux/Control.h"
+#include "linux/dbus/Control.h"
 #include "platform/XPC.h"
 
 #include <condition_variable>

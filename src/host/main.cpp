@@ -1,9 +1,9 @@
 // brindlemar-host: offers directories of this machine as connections.
 #include "host/PortServer.h"
 #include "host/ServiceLink.h"
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
-#include "linux/WorkerPool.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/SerialQueue.h"
+#include "linux/queues/WorkerPool.h"
 
 #include <CLI/CLI.hpp>
 

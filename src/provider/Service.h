@@ -1,8 +1,8 @@
 // The file-provider service: one extension for one domain, on the platform's services on Linux.
 #pragma once
 
-#include "linux/Control.h"
 #include "linux/RuntimeDirectory.h"
+#include "linux/dbus/Control.h"
 
 #include <memory>
 #include <string>

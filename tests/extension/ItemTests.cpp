@@ -1,5 +1,5 @@
+#include "fakes/FakePlatform.h"
 #include "items/ItemListing.h"
-#include "support/FakePlatform.h"
 
 #include <gtest/gtest.h>
 

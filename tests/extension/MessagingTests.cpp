@@ -1,6 +1,6 @@
+#include "fakes/FakePlatform.h"
 #include "messaging/BxMessages.h"
 #include "messaging/DomainConnection.h"
-#include "support/FakePlatform.h"
 
 #include <gtest/gtest.h>
 

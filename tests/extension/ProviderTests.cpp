@@ -1,8 +1,8 @@
 #include "core/BrindlemarFileProvider.h"
+#include "fakes/FakePlatform.h"
 #include "items/BrindlemarFileProviderItemEnumerator.h"
 #include "messaging/BxMessages.h"
 #include "service/BrindlemarFileProvider+Servicing.h"
-#include "support/FakePlatform.h"
 
 #include <gtest/gtest.h>
 

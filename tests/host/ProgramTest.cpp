@@ -1,9 +1,9 @@
 // The host as a process of its own, between a service played by the test and the ports.
-#include "linux/Control.h"
-#include "linux/DBusServices.h"
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
 #include "linux/TemporaryRuntime.h"
+#include "linux/dbus/Control.h"
+#include "linux/dbus/DBusServices.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/SerialQueue.h"
 #include "platform/Configuration.h"
 
 #include <spawn.h>

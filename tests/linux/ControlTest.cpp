@@ -1,6 +1,6 @@
-#include "linux/Control.h"
-#include "linux/BusPeer.h"
+#include "linux/dbus/Control.h"
 #include "linux/TemporaryRuntime.h"
+#include "linux/dbus/BusPeer.h"
 
 namespace brindlemar {
 namespace {

@@ -1,7 +1,7 @@
-#include "linux/DBusServices.h"
-#include "linux/BusAddress.h"
-#include "linux/BusPeer.h"
+#include "linux/dbus/DBusServices.h"
 #include "linux/TemporaryRuntime.h"
+#include "linux/dbus/BusAddress.h"
+#include "linux/dbus/BusPeer.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 // The examples of docs/port-protocol.md are what the code does.
-#include "linux/PortAddress.h"
-#include "linux/PortFrame.h"
+#include "linux/ports/PortAddress.h"
+#include "linux/ports/PortFrame.h"
 
 #include <gtest/gtest.h>
 

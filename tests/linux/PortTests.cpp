@@ -1,6 +1,6 @@
 // What every kind of message ports promises, run against the fake and against real sockets.
+#include "fakes/FakeMessagePorts.h"
 #include "linux/SocketWorld.h"
-#include "support/FakeMessagePorts.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "linux/SerialQueue.h"
-#include "linux/SystemClock.h"
-#include "linux/WorkerPool.h"
-#include "support/Patience.h"
+#include "fakes/Patience.h"
+#include "linux/queues/SerialQueue.h"
+#include "linux/queues/SystemClock.h"
+#include "linux/queues/WorkerPool.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // A party that writes the protocol by hand: the bytes are built here, from the contract, not by the code under test.
 #pragma once
 
-#include "linux/PortAddress.h"
+#include "fakes/Patience.h"
 #include "linux/RuntimeDirectory.h"
-#include "support/Patience.h"
+#include "linux/ports/PortAddress.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,9 +1,9 @@
 // Real sockets in a directory of their own, with two parties that know nothing of each other but the names.
 #pragma once
 
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
-#include "support/Patience.h"
+#include "fakes/Patience.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/SerialQueue.h"
 
 #include <cstdlib>
 #include <filesystem>

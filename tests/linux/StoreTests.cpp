@@ -1,6 +1,6 @@
-#include "linux/HybridStore.h"
-#include "support/FakeClock.h"
-#include "support/TemporaryDirectory.h"
+#include "fakes/FakeClock.h"
+#include "fakes/TemporaryDirectory.h"
+#include "linux/store/HybridStore.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // A run-time directory of the test's own, and ways to misbehave in it.
 #pragma once
 
-#include "linux/Sockets.h"
-#include "support/Patience.h"
+#include "fakes/Patience.h"
+#include "linux/dbus/Sockets.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
+#include "fakes/FakePlatform.h"
 #include "items/ItemListing.h"
 #include "provider/Calls.h"
 #include "provider/EventText.h"
-#include "support/FakePlatform.h"
 
 #include <gtest/gtest.h>
 

@@ -2,11 +2,11 @@
 // is served.
 #include "system/World.h"
 
-#include "linux/DBusServices.h"
-#include "linux/QueueTimers.h"
 #include "linux/RawPeer.h"
-#include "linux/SerialQueue.h"
-#include "linux/SocketMessagePorts.h"
+#include "linux/dbus/DBusServices.h"
+#include "linux/ports/SocketMessagePorts.h"
+#include "linux/queues/QueueTimers.h"
+#include "linux/queues/SerialQueue.h"
 #include "platform/Configuration.h"
 #include "support/JSON.h"
 

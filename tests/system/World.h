@@ -1,8 +1,8 @@
 // The real programs in a place of their own.
 #pragma once
 
-#include "linux/Control.h"
 #include "linux/RuntimeDirectory.h"
+#include "linux/dbus/Control.h"
 
 #include <chrono>
 #include <filesystem>
