@@ -1,5 +1,7 @@
 #include "linux/queues/SerialQueue.h"
 
+#include "linux/queues/BriefSpin.h"
+
 #include <pthread.h>
 
 #include <atomic>
@@ -17,6 +19,7 @@ public:
             std::lock_guard lock(mutex_);
             if (stopping_) return;
             waiting_.push_back(std::move(task));
+            posted_.store(true, std::memory_order_relaxed);
             if (!asleep_) return;
         }
         changed_.notify_one();
@@ -38,6 +41,7 @@ public:
         {
             std::lock_guard lock(mutex_);
             stopping_ = true;
+            posted_ = true;
         }
         changed_.notify_one();
     }
@@ -46,11 +50,13 @@ public:
 
 private:
     bool takeBatch(std::vector<Task>& batch) {
+        spinBriefly([this] { return posted_.load(std::memory_order_relaxed); });
         std::unique_lock lock(mutex_);
         asleep_ = true; // only the sleeper clears it: a poster that did could leave a second one without a wake-up
         changed_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
         asleep_ = false;
         batch.swap(waiting_);
+        posted_ = false;
         return !stopping_;
     }
 
@@ -58,6 +64,7 @@ private:
     std::condition_variable changed_;
     std::vector<Task> waiting_;
     bool asleep_ = false;
+    std::atomic<bool> posted_{false}; // a hint for who looks without the lock
     std::atomic<bool> stopping_{false};
 };
 

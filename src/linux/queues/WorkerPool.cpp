@@ -1,6 +1,9 @@
 #include "linux/queues/WorkerPool.h"
 
+#include "linux/queues/BriefSpin.h"
+
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -67,7 +70,7 @@ public:
 private:
     struct Worker {
         std::condition_variable changed;
-        bool woken = false; // and taken off the idle ones
+        std::atomic<bool> woken{false}; // and taken off the idle ones
         std::thread thread;
     };
     using Workers = std::list<std::shared_ptr<Worker>>;
@@ -100,6 +103,9 @@ private:
             }
             idle_.push_back(*place);
             worker.woken = false;
+            lock.unlock();
+            spinBriefly([&] { return worker.woken.load(std::memory_order_relaxed); });
+            lock.lock();
             if (worker.changed.wait_until(lock, deadlineAfter(limits_.linger),
                                           [&] { return worker.woken || stopping_; }))
                 continue;
