@@ -1,12 +1,14 @@
 #include "linux/log/RotatingFile.h"
 #include "fakes/TemporaryDirectory.h"
-#include "linux/log/LogArchives.h"
 #include "linux/log/LogFiles.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
 #include <thread>
 
@@ -20,6 +22,15 @@ struct RotatingFileTest : ::testing::Test {
     const std::string path = directory / "Logs/Brindlemar/FileProvider.log";
     RotatingLogFile file{.path = path, .maximumFileSize = 100, .maximumArchives = 3};
 };
+
+/// The oldest first.
+std::vector<std::string> archivesOf(const std::string& path) {
+    std::vector<std::string> archives;
+    for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path()))
+        if (entry.path() != path) archives.push_back(entry.path());
+    std::sort(archives.begin(), archives.end());
+    return archives;
+}
 
 const std::string kLine(39, 'x');
 
@@ -70,6 +81,16 @@ TEST_F(RotatingFileTest, ARemovedFileIsMadeAgain) {
     fs::remove(directory / "Logs");
     EXPECT_EQ(output->write("later\n"), 6u);
     EXPECT_EQ(contentsOf(path), "later\n");
+}
+
+TEST_F(RotatingFileTest, AFileThatCannotBeMovedIsWrittenOnAndNotKeptLocked) {
+    file.path = directory / std::string(230, 'n'); // an archive's name would be too long
+    auto output = RotatingFile::open(file);
+    const std::string lines = numbered(100) + numbered(101) + numbered(102);
+    EXPECT_EQ(output->write(lines), lines.size());
+    EXPECT_EQ(contentsOf(file.path), lines);
+    const FileDescriptor other(::open(file.path.c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0) << "nobody else may ever move it";
 }
 
 TEST_F(RotatingFileTest, TwoWritersShareOnePathWithoutLosingLines) {

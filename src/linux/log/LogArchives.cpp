@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <vector>
 
 namespace brindlemar {
 
@@ -43,6 +44,22 @@ Moment nextMoment() {
     });
 }
 
+/// The oldest first; empty when the directory cannot be read.
+std::vector<std::string> archivesOf(const std::string& path) {
+    namespace fs = std::filesystem;
+    const fs::path file(path);
+    const std::string name = file.filename();
+    std::vector<std::string> archives;
+    std::error_code error;
+    for (fs::directory_iterator entry(file.parent_path(), error), end; !error && entry != end; entry.increment(error)) {
+        const std::string other = entry->path().filename();
+        if (other.starts_with(name) && isArchiveSuffix(std::string_view(other).substr(name.size())))
+            archives.push_back(entry->path());
+    }
+    std::sort(archives.begin(), archives.end());
+    return archives;
+}
+
 } // namespace
 
 std::string newArchivePath(const std::string& path) {
@@ -61,21 +78,6 @@ std::string newArchivePath(const std::string& path) {
     std::snprintf(uuid.data(), uuid.size(), "%08llX-%04llX-%04X-%04llX-%012llX", time >> 16, time & 0xFFFF,
                   0x7000 | moment.number, random >> 48, random & 0xFFFFFFFFFFFF);
     return path + date.data() + uuid.data();
-}
-
-std::vector<std::string> archivesOf(const std::string& path) {
-    namespace fs = std::filesystem;
-    const fs::path file(path);
-    const std::string name = file.filename();
-    std::vector<std::string> archives;
-    std::error_code error;
-    for (fs::directory_iterator entry(file.parent_path(), error), end; !error && entry != end; entry.increment(error)) {
-        const std::string other = entry->path().filename();
-        if (other.starts_with(name) && isArchiveSuffix(std::string_view(other).substr(name.size())))
-            archives.push_back(entry->path());
-    }
-    std::sort(archives.begin(), archives.end());
-    return archives;
 }
 
 void pruneArchives(const std::string& path, std::size_t maximum) {

@@ -1,5 +1,6 @@
 #include "linux/log/LogFiles.h"
 
+#include "linux/WriteFully.h"
 #include "linux/log/RotatingFile.h"
 
 #include <poll.h>

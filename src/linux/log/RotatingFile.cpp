@@ -1,5 +1,6 @@
 #include "linux/log/RotatingFile.h"
 
+#include "linux/WriteFully.h"
 #include "linux/log/LogArchives.h"
 
 #include <fcntl.h>
@@ -7,7 +8,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 
@@ -25,17 +25,6 @@ std::size_t fitting(std::string_view lines, std::uint64_t room, bool empty) {
 }
 
 } // namespace
-
-std::size_t writeFully(int descriptor, std::string_view bytes) {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count = ::write(descriptor, bytes.data() + written, bytes.size() - written);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) break;
-        written += static_cast<std::size_t>(count);
-    }
-    return written;
-}
 
 std::unique_ptr<RotatingFile> RotatingFile::open(const RotatingLogFile& file) {
     std::unique_ptr<RotatingFile> opened(new RotatingFile(file));
@@ -65,7 +54,10 @@ bool RotatingFile::rotate() {
     // Whoever holds the lock is moving the file: go on with this one, the next write finds the new one.
     if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) return false;
     if (isStillAtPath()) {
-        if (std::rename(file_.path.c_str(), newArchivePath(file_.path).c_str()) != 0) return false;
+        if (std::rename(file_.path.c_str(), newArchivePath(file_.path).c_str()) != 0) {
+            ::flock(descriptor_.get(), LOCK_UN); // another process may be able to
+            return false;
+        }
         pruneArchives(file_.path, file_.maximumArchives);
     }
     const FileDescriptor full = std::move(descriptor_); // keeps the lock until the new file is there

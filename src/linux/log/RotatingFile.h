@@ -28,7 +28,4 @@ private:
     FileDescriptor descriptor_;
 };
 
-/// Writes as much as the descriptor takes and answers how many bytes that was.
-std::size_t writeFully(int descriptor, std::string_view bytes);
-
 } // namespace brindlemar
