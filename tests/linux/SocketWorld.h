@@ -27,7 +27,7 @@ struct SocketWorld {
     SocketMessagePorts ours{RuntimeDirectory::open(), main, complain(), kHelloLimit};
     SocketMessagePorts theirs{RuntimeDirectory::open(), main, complain(), kHelloLimit};
 
-    PortDiagnostic complain() {
+    Diagnostic complain() {
         return [this](std::string_view text) { complaints.add(std::string(text)); };
     }
     /// Another process listens under the name for as long as the result lives.

@@ -10,6 +10,9 @@ namespace brindlemar {
 
 namespace {
 constexpr std::size_t kMostWaitingAnswers = 16'384;
+constexpr std::chrono::milliseconds kShortOfMemory{50}; // until the next attempt
+
+bool isGone(int error) { return error == EPIPE || error == ECONNRESET || error == ENOTCONN; }
 } // namespace
 
 bool AcceptedConnection::start() {
@@ -28,7 +31,7 @@ void AcceptedConnection::ready(PacketReader& reader) {
         switch (received.state) {
         case Received::State::packet:
             if (greeted_)
-                port->arrived(weak_from_this(), std::move(received));
+                port->arrived(shared_from_this(), std::move(received));
             else if (!greet(*port, received))
                 return;
             break;
@@ -58,14 +61,21 @@ bool AcceptedConnection::greet(SocketLocalPort& port, const Received& hello) {
     return fault.empty();
 }
 
-void AcceptedConnection::timeUp() { fail("a sender stays silent"); }
+void AcceptedConnection::timeUp() {
+    if (greeted_)
+        sendWaiting();
+    else
+        fail("a sender stays silent");
+}
+
+void AcceptedConnection::failed(const char* why) { fail(why); }
 
 void AcceptedConnection::close(SocketLocalPort& port, std::string_view why) {
     if (closed_.exchange(true)) return;
     context_->poller.remove(socket_.get());
     ::shutdown(socket_.get(), SHUT_RDWR);
-    if (!why.empty()) context_->diagnose(port.file(), "closed a connection: " + std::string(why));
     port.forget(socket_.get());
+    if (!why.empty()) context_->diagnose(port.file(), "closed a connection: " + std::string(why));
 }
 
 void AcceptedConnection::answer(std::int32_t msgid, std::optional<std::string> text) {
@@ -88,12 +98,15 @@ void AcceptedConnection::fail(std::string_view why) {
 
 void AcceptedConnection::sendWaiting() {
     outbox_.with([&](Outbox& outbox) {
-        bool full = false;
-        while (!outbox.waiting.empty() && !full) {
-            full = sendPacket(socket_.get(), outbox.waiting.front().packet) == EAGAIN;
-            if (!full) outbox.waiting.pop_front(); // sent, or lost with its connection
-        }
+        int error = 0;
+        while (!outbox.waiting.empty() && (error = sendPacket(socket_.get(), outbox.waiting.front().packet)) == 0)
+            outbox.waiting.pop_front();
+        const bool full = error == EAGAIN;
         if (std::exchange(outbox.full, full) != full) context_->poller.watch(socket_.get(), true, full);
+        if (isGone(error))
+            outbox.waiting.clear(); // the poller comes upon the end, behind what the sender had sent before it
+        else if (error != 0 && !full)
+            context_->poller.wakeAt(socket_.get(), deadlineAfter(kShortOfMemory));
     });
 }
 

@@ -3,6 +3,7 @@
 
 #include "linux/ports/PortContext.h"
 
+#include <atomic>
 #include <deque>
 
 namespace brindlemar {
@@ -24,8 +25,15 @@ public:
     /// connection.
     void answer(std::int32_t msgid, std::optional<std::string> text);
 
+    /// Closes the connection, whose sender notices, and logs why.
+    void fail(std::string_view why);
+
     void ready(PacketReader& reader) override;
     void timeUp() override;
+    void failed(const char* why) override;
+
+    /// Kept by the port, on the poller's thread: whether the sender has sent a message, and the order of the last ones.
+    std::pair<bool, std::uint64_t> standing;
 
 private:
     struct Answer {
@@ -40,7 +48,6 @@ private:
     bool greet(SocketLocalPort& port, const Received& hello);
     void sendWaiting();
     void close(SocketLocalPort& port, std::string_view why = {});
-    void fail(std::string_view why);
 
     const std::shared_ptr<PortContext> context_;
     const std::weak_ptr<SocketLocalPort> port_;

@@ -1,12 +1,14 @@
 #include "linux/ports/PortBody.h"
 
+#include "linux/WriteFully.h"
+
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
-#include <cerrno>
+#include <atomic>
 
 namespace brindlemar {
 
@@ -14,25 +16,35 @@ namespace {
 
 constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
-bool writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(written));
+/// A process has 65,530 as a rule (vm.max_map_count), and its threads and its memory need some of them.
+constexpr int kMostMappings = 16'384;
+std::atomic<int> mappings{0};
+
+/// Null bytes when there is no room.
+Payload mapBody(int descriptor, std::size_t length) {
+    const bool fits = ++mappings <= kMostMappings;
+    void* const bytes = fits ? ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, descriptor, 0) : MAP_FAILED;
+    if (bytes == MAP_FAILED) {
+        --mappings;
+        return {};
     }
-    return true;
+    std::shared_ptr<const void> owner(bytes, [length](const void* p) {
+        ::munmap(const_cast<void*>(p), length);
+        --mappings;
+    });
+    return {std::move(owner), {static_cast<const char*>(bytes), length}};
 }
 
 } // namespace
 
 FileDescriptor sealBody(std::string_view bytes) {
     FileDescriptor memory(::memfd_create("brindlemar-message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    if (!memory || !writeAll(memory.get(), bytes) || ::fcntl(memory.get(), F_ADD_SEALS, kSeals) != 0) return {};
+    if (!memory || writeFully(memory.get(), bytes) != bytes.size() || ::fcntl(memory.get(), F_ADD_SEALS, kSeals) != 0)
+        return {};
     return memory;
 }
 
-std::variant<Payload, FrameFault> mapBody(FileDescriptor descriptor, std::uint64_t length) {
+std::variant<Payload, FrameFault> takeBody(FileDescriptor descriptor, std::uint64_t length) {
     const int seals = ::fcntl(descriptor.get(), F_GET_SEALS);
     if (seals < 0) return FrameFault("whose descriptor is no memory file");
     if ((seals & kSeals) != kSeals) return FrameFault("whose memory file is not sealed");
@@ -43,10 +55,9 @@ std::variant<Payload, FrameFault> mapBody(FileDescriptor descriptor, std::uint64
     struct stat info {};
     if (::fstat(descriptor.get(), &info) != 0 || static_cast<std::uint64_t>(info.st_size) < length)
         return FrameFault("whose memory file is shorter than its body");
-    void* const bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, descriptor.get(), 0);
-    if (bytes == MAP_FAILED) return FrameFault("whose body cannot be mapped");
-    std::shared_ptr<const void> owner(bytes, [length](const void* p) { ::munmap(const_cast<void*>(p), length); });
-    return Payload(std::move(owner), {static_cast<const char*>(bytes), length});
+    const Payload mapped = mapBody(descriptor.get(), length);
+    if (!mapped.bytes().data()) return FrameFault("whose body cannot be mapped");
+    return length <= kInlineBodyLimit ? Payload::copy(mapped.bytes()) : mapped;
 }
 
 } // namespace brindlemar

@@ -1,22 +1,19 @@
 // What all ports of one SocketMessagePorts share.
 #pragma once
 
+#include "linux/Diagnostic.h"
 #include "linux/RuntimeDirectory.h"
 #include "linux/ports/PortPoller.h"
 #include "platform/Queue.h"
 
-#include <functional>
 #include <string>
 
 namespace brindlemar {
 
-/// Gets one sentence for the log, on any thread; must not throw and must not call the ports.
-using PortDiagnostic = std::function<void(std::string_view)>;
-
 struct PortContext {
     RuntimeDirectory directory;
     Queue& mainQueue;
-    PortDiagnostic diagnostic;
+    Diagnostic diagnostic;
     /// How long either side waits for the other's hello.
     std::chrono::milliseconds helloLimit;
     PortPoller poller{};

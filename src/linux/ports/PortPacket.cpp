@@ -132,9 +132,9 @@ Received PacketReader::next(FrameKind expected) {
         received.body = Payload::copy(frame.body);
         return received;
     }
-    auto mapped = mapBody(std::move(descriptors.first), frame.header.bodyLength);
-    if (const auto* fault = std::get_if<FrameFault>(&mapped)) return refused(*fault);
-    received.body = std::get<Payload>(std::move(mapped));
+    auto body = takeBody(std::move(descriptors.first), frame.header.bodyLength);
+    if (const auto* fault = std::get_if<FrameFault>(&body)) return refused(*fault);
+    received.body = std::get<Payload>(std::move(body));
     return received;
 }
 

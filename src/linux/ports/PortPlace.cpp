@@ -1,9 +1,9 @@
 #include "linux/ports/PortPlace.h"
 
+#include "linux/LockFile.h"
 #include "linux/ports/PortAddress.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -16,17 +16,6 @@ namespace {
 
 constexpr const char* kLockFile = "ports.lock";
 constexpr auto kLockLimit = std::chrono::seconds(1);
-
-/// Held for a probe and a bind, so whoever has it gives it back at once.
-FileDescriptor lockDirectory(const RuntimeDirectory& directory) {
-    FileDescriptor lock(::openat(directory.descriptor(), kLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    const Deadline deadline = deadlineAfter(kLockLimit);
-    while (lock && ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > deadline) return {};
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return lock;
-}
 
 std::optional<struct stat> statusOf(const RuntimeDirectory& directory, const std::string& file) {
     struct stat status {};
@@ -52,7 +41,7 @@ std::unique_ptr<PortPlace> PortPlace::take(const PortContext& context, const std
         context.diagnose(file, std::string(what) + ": " + std::strerror(errno));
         return nullptr;
     };
-    const FileDescriptor lock = lockDirectory(context.directory);
+    const FileDescriptor lock = lockFile(context.directory, kLockFile, kLockLimit);
     if (!lock) return refuse("the lock file cannot be locked");
     const PortAddress address(context.directory, file);
     if (const auto status = statusOf(context.directory, file)) {

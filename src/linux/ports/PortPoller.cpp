@@ -2,11 +2,9 @@
 
 #include <pthread.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 
 #include <cerrno>
 #include <system_error>
-#include <vector>
 
 namespace brindlemar {
 
@@ -17,11 +15,6 @@ constexpr std::size_t kPacketsAtOnce = 32;
 /// That a port's end waits for others' messages.
 constexpr int kMostLooks = 1000;
 
-FileDescriptor checked(int descriptor) {
-    if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "The poller of the message ports");
-    return FileDescriptor(descriptor);
-}
-
 bool control(int epoll, int operation, int descriptor, std::uint32_t events) {
     epoll_event event{};
     event.events = events;
@@ -29,19 +22,30 @@ bool control(int epoll, int operation, int descriptor, std::uint32_t events) {
     return ::epoll_ctl(epoll, operation, descriptor, &event) == 0;
 }
 
+template <class Call>
+void shielded(PortPoller::Client& client, Call call) noexcept {
+    try {
+        call(client);
+    } catch (const std::exception& error) {
+        try {
+            client.failed(error.what());
+        } catch (const std::exception&) { // no memory even for that
+        }
+    }
+}
+
 } // namespace
 
-PortPoller::PortPoller()
-    : epoll_(checked(::epoll_create1(EPOLL_CLOEXEC))), wakeUp_(checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {
-    if (!control(epoll_.get(), EPOLL_CTL_ADD, wakeUp_.get(), EPOLLIN)) checked(-1);
+PortPoller::PortPoller() : epoll_(::epoll_create1(EPOLL_CLOEXEC)), reader_(kPacketsAtOnce) {
+    if (!epoll_ || !control(epoll_.get(), EPOLL_CTL_ADD, wake_.descriptor(), EPOLLIN))
+        throw std::system_error(errno, std::generic_category(), "The poller of the message ports");
     thread_ = std::thread([this] { run(); });
     ::pthread_setname_np(thread_.native_handle(), "message-ports");
 }
 
 void PortPoller::stop() {
-    if (stopping_.exchange(true)) return;
-    ::eventfd_write(wakeUp_.get(), 1);
-    thread_.join();
+    wake_.stop();
+    if (thread_.joinable()) thread_.join();
 }
 
 bool PortPoller::add(int descriptor, std::weak_ptr<Client> client) {
@@ -70,6 +74,7 @@ void PortPoller::wakeAt(int descriptor, std::optional<Deadline> time) {
         const auto entry = state.entries.find(descriptor);
         if (entry != state.entries.end()) state.setWake(descriptor, entry->second, time);
     });
+    if (time) wake_.signal(); // the thread may be waiting for something later
 }
 
 void PortPoller::State::setWake(int descriptor, Entry& entry, std::optional<Deadline> time) {
@@ -86,42 +91,50 @@ int PortPoller::timeout() const {
 }
 
 void PortPoller::callDue() {
-    std::vector<std::weak_ptr<Client>> due;
-    state_.with([&](State& state) {
-        const auto now = std::chrono::steady_clock::now();
-        while (!state.wakes.empty() && state.wakes.begin()->first <= now) {
+    const auto now = std::chrono::steady_clock::now();
+    for (bool more = true; more;) {
+        std::shared_ptr<Client> client;
+        more = state_.with([&](State& state) {
+            if (state.wakes.empty() || state.wakes.begin()->first > now) return false;
             const int descriptor = state.wakes.begin()->second;
             Entry& entry = state.entries.at(descriptor);
-            due.push_back(entry.client);
+            client = entry.client.lock();
             state.setWake(descriptor, entry, {});
-        }
-    });
-    for (const auto& client : due)
-        if (const auto alive = client.lock()) alive->timeUp();
+            return true;
+        });
+        if (client) shielded(*client, [](Client& due) { due.timeUp(); });
+    }
 }
 
-void PortPoller::whenQuiet(std::function<void()> task) { quiet_.push_back(std::move(task)); }
+void PortPoller::whenQuiet(std::weak_ptr<Client> client) { quiet_.push_back(std::move(client)); }
 
 void PortPoller::callQuiet() {
-    for (const auto& task : std::exchange(quiet_, {})) task();
+    for (const auto& each : std::exchange(quiet_, {}))
+        if (const auto client = each.lock()) shielded(*client, [](Client& waiting) { waiting.quiet(); });
+}
+
+void PortPoller::take(int descriptor) {
+    const auto client = state_.with([&](State& state) {
+        const auto entry = state.entries.find(descriptor);
+        return entry == state.entries.end() ? nullptr : entry->second.client.lock();
+    });
+    if (client) shielded(*client, [this](Client& it) { it.ready(reader_); });
+    reader_.discard(); // a client that closes leaves the rest
 }
 
 void PortPoller::run() {
-    PacketReader reader(kPacketsAtOnce);
     epoll_event events[64];
-    for (int restless = 0; !stopping_;) {
+    for (int restless = 0; !wake_.stopped();) {
         const int count = ::epoll_wait(epoll_.get(), events, std::size(events), quiet_.empty() ? timeout() : 0);
-        for (int i = 0; i < count && !stopping_; ++i) {
-            const auto client = state_.with([&](State& state) {
-                const auto entry = state.entries.find(events[i].data.fd);
-                return entry == state.entries.end() ? nullptr : entry->second.client.lock();
-            });
-            if (client) client->ready(reader);
-            reader.discard(); // a client that closes leaves the rest
+        for (int i = 0; i < count && !wake_.stopped(); ++i) {
+            if (events[i].data.fd == wake_.descriptor())
+                wake_.drain();
+            else
+                take(events[i].data.fd);
         }
         callDue();
         restless = quiet_.empty() ? 0 : restless + 1;
-        if (count <= 0 || restless > kMostLooks) callQuiet();
+        if (count == 0 || restless > kMostLooks) callQuiet();
     }
 }
 

@@ -2,29 +2,33 @@
 #pragma once
 
 #include "linux/Deadline.h"
-#include "linux/FileDescriptor.h"
+#include "linux/Wake.h"
 #include "linux/ports/PortPacket.h"
 #include "support/Guarded.h"
 
-#include <atomic>
 #include <set>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace brindlemar {
 
 /// Level-triggered epoll(7). Clients are known by their descriptor, which they own, keep open until they are destroyed
-/// and register at most once. Thread-safe, but wakeAt() is for the poller's own thread.
+/// and register at most once. Thread-safe.
 class PortPoller {
 public:
+    /// Called on the poller's thread.
     class Client {
     public:
         virtual ~Client() = default;
-        /// On the poller's thread: the descriptor may be readable, writable or at its end; it may also be a false
-        /// alarm.
+        /// The descriptor may be readable, writable or at its end; it may also be a false alarm.
         virtual void ready(PacketReader& reader) = 0;
-        /// On the poller's thread: the time asked for has come.
+        /// The time asked for has come.
         virtual void timeUp() {}
+        /// All that had arrived anywhere when the client asked for this has been taken.
+        virtual void quiet() {}
+        /// One of the above threw, for want of memory as a rule. What is lost is this client's alone.
+        virtual void failed(const char* why) = 0;
     };
 
     /// Throws std::system_error when the system has no descriptor or thread to spare.
@@ -37,9 +41,9 @@ public:
     void watch(int descriptor, bool input, bool output);
     /// Calls timeUp() once; without a time, not at all.
     void wakeAt(int descriptor, std::optional<Deadline> time);
-    /// Runs the task once a look finds nothing to read anywhere: all that had arrived has been taken. Other peers can
-    /// put that off only for a moment. On the poller's thread, and from it.
-    void whenQuiet(std::function<void()> task);
+    /// Calls quiet() once a look finds nothing to read anywhere. Other peers can put that off only for a moment. For
+    /// the poller's thread only.
+    void whenQuiet(std::weak_ptr<Client> client);
     /// Joins the thread; no client is called after it. Not for the poller's own thread.
     void stop();
 
@@ -54,15 +58,19 @@ private:
         void setWake(int descriptor, Entry& entry, std::optional<Deadline> time);
     };
     void run();
+    void take(int descriptor);
     int timeout() const;
     void callDue();
     void callQuiet();
 
-    FileDescriptor epoll_, wakeUp_;
+    FileDescriptor epoll_;
+    Wake wake_;
     Guarded<State> state_;
-    std::atomic<bool> stopping_{false};
-    std::vector<std::function<void()>> quiet_; // the thread's own
-    std::thread thread_;                       // last: it uses all of the above
+    // The thread's own:
+    PacketReader reader_;
+    std::vector<std::weak_ptr<Client>> quiet_;
+
+    std::thread thread_; // last: it uses all of the above
 };
 
 } // namespace brindlemar

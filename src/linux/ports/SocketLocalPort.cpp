@@ -5,6 +5,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -12,6 +13,7 @@ namespace brindlemar {
 
 namespace {
 constexpr int kBatch = 64; // connections accepted before other ports get their turn
+constexpr std::size_t kMostConnections = 128;
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 } // namespace
 
@@ -50,18 +52,20 @@ void SocketLocalPort::ready(PacketReader&) {
         FileDescriptor socket(::accept4(place_->socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (socket) {
             adopt(std::move(socket));
-        } else if (errno == EAGAIN) {
+        } else if (errno == EAGAIN || errno == EINVAL) { // none waits, or the port has left its place meanwhile
             break;
         } else if (errno != EINTR && errno != ECONNABORTED) {
-            // Out of descriptors or memory: the connection stays readable, so look away for a while.
-            if (!std::exchange(pausing_, true))
-                context_->diagnose(file_, std::string("cannot accept a connection: ") + std::strerror(errno));
-            context_->poller.watch(place_->socket(), false, false);
-            context_->poller.wakeAt(place_->socket(), deadlineAfter(kAcceptPause));
-            return;
+            return pauseAccepting(std::strerror(errno));
         }
     }
     pausing_ = false;
+}
+
+/// Out of descriptors or memory: the connection stays readable, so look away for a while.
+void SocketLocalPort::pauseAccepting(const char* why) {
+    context_->poller.watch(place_->socket(), false, false);
+    context_->poller.wakeAt(place_->socket(), deadlineAfter(kAcceptPause));
+    if (!std::exchange(pausing_, true)) context_->diagnose(file_, std::string("cannot accept a connection: ") + why);
 }
 
 void SocketLocalPort::timeUp() { context_->poller.watch(place_->socket(), true, false); }
@@ -71,17 +75,25 @@ void SocketLocalPort::adopt(FileDescriptor socket) {
         return context_->diagnose(file_, "refused a connection: its sender belongs to another user");
     const auto self = std::static_pointer_cast<SocketLocalPort>(shared_from_this());
     const auto connection = std::make_shared<AcceptedConnection>(context_, self, std::move(socket));
+    connection->standing = {false, ++moment_};
+    std::shared_ptr<AcceptedConnection> last; // gives way
     const bool adopted = listening_.with([&](Listening& listening) {
-        if (!listening.over) listening.connections.emplace(connection->descriptor(), connection);
-        return !listening.over;
+        auto& all = listening.connections;
+        const auto standing = [](const auto& entry) { return entry.second->standing; };
+        if (listening.over) return false;
+        if (all.size() >= kMostConnections) last = std::ranges::min_element(all, {}, standing)->second;
+        all.emplace(connection->descriptor(), connection);
+        return true;
     });
     if (adopted && !connection->start()) forget(connection->descriptor());
+    if (last) last->fail("there are too many, and its sender has been silent longest");
 }
 
-void SocketLocalPort::arrived(std::weak_ptr<AcceptedConnection> from, Received message) {
+void SocketLocalPort::arrived(const std::shared_ptr<AcceptedConnection>& from, Received message) {
+    from->standing = {true, ++moment_};
     Message waiting{message.header.msgid, std::move(message.body)};
     if (message.header.answerWanted)
-        waiting.answer = [from = std::move(from), msgid = message.header.msgid](std::optional<std::string> text) {
+        waiting.answer = [from = std::weak_ptr(from), msgid = message.header.msgid](std::optional<std::string> text) {
             if (const auto connection = from.lock()) connection->answer(msgid, std::move(text));
         };
     deliver(std::move(waiting));

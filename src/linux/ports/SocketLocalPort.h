@@ -11,6 +11,8 @@ namespace brindlemar {
 class AcceptedConnection;
 
 /// Messages are taken off the sockets on the poller's thread as soon as they come, whatever the dispatch queue does.
+/// Connections are few, so that no peer can use up the process's descriptors: one that is too many makes another give
+/// way, one that has sent no message before any other, then the one that has been silent longest.
 class SocketLocalPort final : public QueuedLocalPort, public PortPoller::Client {
 public:
     /// None where PortPlace::take gives none.
@@ -22,11 +24,12 @@ public:
     const std::string& file() const { return file_; }
 
     // From the connections, on the poller's thread.
-    void arrived(std::weak_ptr<AcceptedConnection> from, Received message);
+    void arrived(const std::shared_ptr<AcceptedConnection>& from, Received message);
     void forget(int connection);
 
     void ready(PacketReader& reader) override;
     void timeUp() override;
+    void failed(const char* why) override { pauseAccepting(why); }
 
 private:
     struct Listening {
@@ -37,11 +40,15 @@ private:
                     std::unique_ptr<PortPlace> place, const MessageCallback& callback);
     void stopListening() override;
     void adopt(FileDescriptor socket);
+    void pauseAccepting(const char* why);
 
     const std::shared_ptr<PortContext> context_;
     const std::string name_, file_;
     const std::unique_ptr<PortPlace> place_;
-    bool pausing_ = false; // the poller thread's: accepting waits for the system to have descriptors again
+    // The poller thread's:
+    bool pausing_ = false; // accepting waits for the system to have descriptors again
+    std::uint64_t moment_ = 0;
+
     Guarded<Listening> listening_;
 };
 

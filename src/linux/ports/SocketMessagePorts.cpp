@@ -26,7 +26,7 @@ void invalidateAll(Ports& ports) {
 
 } // namespace
 
-SocketMessagePorts::SocketMessagePorts(RuntimeDirectory directory, Queue& mainQueue, PortDiagnostic diagnostic,
+SocketMessagePorts::SocketMessagePorts(RuntimeDirectory directory, Queue& mainQueue, Diagnostic diagnostic,
                                        std::chrono::milliseconds helloLimit)
     : context_(new PortContext{std::move(directory), mainQueue, std::move(diagnostic), helloLimit}) {}
 
@@ -39,9 +39,10 @@ SocketMessagePorts::~SocketMessagePorts() {
 std::shared_ptr<RemotePort> SocketMessagePorts::createRemote(std::string_view name) {
     const auto known = remotes_.with([&](auto& ports) { return find(ports, name); });
     if (known && known->isValid()) return known;
-    if (known) {
-        known->invalidate();
-        remotes_.with([&](auto& ports) { ports.erase(std::string(name)); });
+    if (known) { // the poller invalidates it, behind what its process had sent before
+        remotes_.with([&](auto& ports) {
+            if (find(ports, name) == known) ports.erase(ports.find(name));
+        });
         return nullptr;
     }
     const auto port = SocketRemotePort::connect(context_, name);

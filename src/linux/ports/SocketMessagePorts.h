@@ -21,7 +21,7 @@ public:
 
     /// `diagnostic` hears of peers that break the rules and of what the system refuses; it may be called on any thread.
     /// Throws std::system_error when the system has no descriptor or thread to spare.
-    SocketMessagePorts(RuntimeDirectory directory, Queue& mainQueue, PortDiagnostic diagnostic,
+    SocketMessagePorts(RuntimeDirectory directory, Queue& mainQueue, Diagnostic diagnostic,
                        std::chrono::milliseconds helloLimit = kHelloLimit);
     ~SocketMessagePorts() override;
 

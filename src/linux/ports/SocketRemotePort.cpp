@@ -111,8 +111,9 @@ RemotePort::Result SocketRemotePort::sendRequest(const Request& request) {
 }
 
 std::int32_t SocketRemotePort::send(const OutgoingPacket& packet, Deadline deadline) {
-    if (!turn_.take(deadline)) return SendStatus::sendTimeout;
-    const std::int32_t status = sendInTurn(packet, deadline);
+    if (!turn_.take(stuck_ ? deadlineAfter({}) : deadline)) return SendStatus::sendTimeout;
+    const std::int32_t status = sendInTurn(packet, stuck_ ? deadlineAfter({}) : deadline);
+    stuck_ = status == SendStatus::sendTimeout;
     turn_.give();
     return status;
 }
@@ -126,6 +127,11 @@ std::int32_t SocketRemotePort::sendInTurn(const OutgoingPacket& packet, Deadline
         waitFor(socket_.get(), POLLOUT, left);
     }
     return SendStatus::success;
+}
+
+void SocketRemotePort::failed(const char* why) {
+    invalidate();
+    context_->diagnose(file_, std::string("closed: ") + why);
 }
 
 void SocketRemotePort::ready(PacketReader& reader) {
@@ -144,9 +150,7 @@ void SocketRemotePort::ready(PacketReader& reader) {
         case Received::State::ended:
             // Its process may have sent messages to our ports before: those first.
             context_->poller.remove(socket_.get());
-            context_->poller.whenQuiet([port = weak_from_this()] {
-                if (const auto self = port.lock()) self->invalidate();
-            });
+            context_->poller.whenQuiet(weak_from_this());
             return;
         }
     }

@@ -6,10 +6,13 @@
 #include "linux/ports/PortContext.h"
 #include "linux/ports/Turn.h"
 
+#include <atomic>
+
 namespace brindlemar {
 
 /// Owned by its user: when the last reference goes away the connection closes and nobody is told. A request's
-/// sendTimeout covers the wait for other senders on the same port too.
+/// sendTimeout covers the wait for other senders on the same port too. Once a send has waited in vain, later ones try
+/// without waiting until one succeeds: a listener that is stuck costs its senders one wait, not one each.
 class SocketRemotePort final : public RemotePort,
                                public PortPoller::Client,
                                public std::enable_shared_from_this<SocketRemotePort> {
@@ -26,6 +29,8 @@ public:
     Result sendRequest(const Request& request) override;
 
     void ready(PacketReader& reader) override;
+    void quiet() override { invalidate(); }
+    void failed(const char* why) override;
 
 private:
     SocketRemotePort(std::shared_ptr<PortContext> context, std::string file, FileDescriptor socket)
@@ -41,6 +46,7 @@ private:
     PendingAnswers answers_;
     InvalidationNotice invalidation_;
     std::atomic<bool> valid_{true};
+    std::atomic<bool> stuck_{false}; // the last send found no room in all its time
 };
 
 } // namespace brindlemar
