@@ -84,7 +84,8 @@ int serve(const std::vector<Connection>& connections, const std::set<std::string
     QueueTimers timers;
     SerialQueue dispatch(timers, "requests");
     WorkerPool workers(timers);
-    SocketMessagePorts ports(RuntimeDirectory::open(), dispatch, [](std::string_view text) { say(std::string(text)); });
+    const auto complain = [](std::string_view text) { say(std::string(text)); };
+    SocketMessagePorts ports(RuntimeDirectory::open(), dispatch, limited(complain, timers));
     std::vector<std::unique_ptr<PortServer>> servers;
     std::vector<std::string> records;
     for (const Connection& connection : connections) {

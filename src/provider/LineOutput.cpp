@@ -10,8 +10,18 @@
 namespace brindlemar {
 
 namespace {
-constexpr auto kLook = std::chrono::milliseconds(100); // how often a waiting write looks whether it should stop
-}
+constexpr std::chrono::milliseconds kLook{100}; // how often a waiting write looks whether it should stop
+constexpr std::chrono::milliseconds kHurry{1000};
+constexpr int kMostWaiting = 64;
+std::atomic<int> waiting{0};
+
+/// A write under way.
+struct Waiting {
+    Waiting() : isOneOfMany(++waiting > kMostWaiting) {}
+    ~Waiting() { --waiting; }
+    const bool isOneOfMany;
+};
+} // namespace
 
 LineOutput::LineOutput(FileDescriptor output, const std::atomic<bool>& stopping, std::chrono::milliseconds patience)
     : output_(std::move(output)), stopping_(stopping), patience_(patience) {
@@ -28,7 +38,9 @@ bool LineOutput::write(std::string_view line) {
 
 /// False when the reader is lost.
 bool LineOutput::writeSome(std::string_view& bytes) {
-    const auto deadline = std::chrono::steady_clock::now() + patience_;
+    const Waiting write;
+    const auto deadline =
+        std::chrono::steady_clock::now() + (write.isOneOfMany ? std::min(patience_, kHurry) : patience_);
     while (!stopping_ && std::chrono::steady_clock::now() < deadline) {
         const ssize_t written = ::write(output_.get(), bytes.data(), bytes.size());
         if (written > 0) {

@@ -19,8 +19,9 @@ public:
     LineOutput(FileDescriptor output, const std::atomic<bool>& stopping,
                std::chrono::milliseconds patience = kPatience);
 
-    /// Waits for the reader, at most `patience` without any progress. False when the reader is gone or gave no sign for
-    /// so long; then nothing is written any more.
+    /// Waits for the reader, at most `patience` without any progress, and a second only while 64 other readers in the
+    /// process are waited for: each takes up a thread. False when the reader is gone or gave no sign for so long; then
+    /// nothing is written any more.
     bool write(std::string_view line);
 
 private:

@@ -55,7 +55,8 @@ struct Service::Parts {
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
                    {.temporaryDirectory = places.state + "/domains/" + std::string(ExtensionBundleIdentifier) + "/tmp",
                     .userVisibleRoot = places.userVisibleRoot}),
-          ports(RuntimeDirectory::open(), mainQueue, logDiagnostic), xpc(directory, logDiagnostic) {
+          ports(RuntimeDirectory::open(), mainQueue, limited(logDiagnostic, timers)),
+          xpc(directory, limited(logDiagnostic, timers)) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
         extension = BrindlemarFileProvider::make(registry.domain());
     }
@@ -75,6 +76,16 @@ struct Service::Parts {
             }
             return oldest;
         });
+    }
+    /// The call is under way until these are closed.
+    std::shared_ptr<LineOutput> lines(CallOutput output) const {
+        struct Call {
+            std::shared_ptr<void> place;
+            LineOutput lines;
+        };
+        std::shared_ptr<void> place = std::move(output.place);
+        const std::shared_ptr<Call> call(new Call{std::move(place), LineOutput(std::move(output), stopping)});
+        return {call, &call->lines};
     }
     ~Parts() {
         stop();
@@ -154,18 +165,18 @@ std::optional<std::string> Service::endpoint(const std::string& serviceName) {
 
 void Service::stop() { parts_->stop(); }
 
-void Service::callItem(std::string identifier, FileDescriptor output) {
-    parts_->tasks.async([extension = parts_->extension, identifier = std::move(identifier),
-                         lines = std::make_shared<LineOutput>(std::move(output), parts_->stopping)] {
-        brindlemar::callItem(*extension, identifier, lines);
-    });
+void Service::callItem(std::string identifier, CallOutput output) {
+    parts_->tasks.async(
+        [extension = parts_->extension, identifier = std::move(identifier), lines = parts_->lines(std::move(output))] {
+            brindlemar::callItem(*extension, identifier, lines);
+        });
 }
 
-void Service::callList(std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
-    parts_->tasks.async(
-        [extension = parts_->extension, identifier = std::move(identifier), pageSize,
-         lines = std::make_shared<LineOutput>(std::move(output), parts_->stopping),
-         &tasks = parts_->tasks] { brindlemar::callList(*extension, identifier, pageSize, lines, tasks); });
+void Service::callList(std::string identifier, std::uint32_t pageSize, CallOutput output) {
+    parts_->tasks.async([extension = parts_->extension, identifier = std::move(identifier), pageSize,
+                         lines = parts_->lines(std::move(output)), &tasks = parts_->tasks] {
+        brindlemar::callList(*extension, identifier, pageSize, lines, tasks);
+    });
 }
 
 } // namespace brindlemar

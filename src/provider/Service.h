@@ -35,8 +35,8 @@ public:
     // What the control socket offers. Return at once; calls run in tasks.
     std::string status() const;
     std::optional<std::string> endpoint(const std::string& serviceName);
-    void callItem(std::string identifier, FileDescriptor output);
-    void callList(std::string identifier, std::uint32_t pageSize, FileDescriptor output);
+    void callItem(std::string identifier, CallOutput output);
+    void callList(std::string identifier, std::uint32_t pageSize, CallOutput output);
 
 private:
     struct Parts;

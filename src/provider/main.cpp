@@ -1,4 +1,5 @@
 // brindlemard, the file-provider service of one user.
+#include "linux/queues/QueueTimers.h"
 #include "provider/Service.h"
 
 #include <CLI/CLI.hpp>
@@ -92,17 +93,17 @@ int serve(const sigset_t& ends) {
         .endpoint =
             [&gate](std::string name) { return gate.use([&](Service& service) { return service.endpoint(name); }); },
         .callItem =
-            [&gate](std::string identifier, FileDescriptor output) {
+            [&gate](std::string identifier, CallOutput output) {
                 gate.use([&](Service& service) { service.callItem(std::move(identifier), std::move(output)); });
             },
         .callList =
-            [&gate](std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
+            [&gate](std::string identifier, std::uint32_t pageSize, CallOutput output) {
                 gate.use(
                     [&](Service& service) { service.callList(std::move(identifier), pageSize, std::move(output)); });
             }};
-    auto started = ControlServer::start(directory, std::move(handlers), [](std::string_view text) {
-        std::cerr << "brindlemard: " + std::string(text) + "\n";
-    });
+    QueueTimers timers;
+    const auto complain = [](std::string_view text) { std::cerr << "brindlemard: " + std::string(text) + "\n"; };
+    auto started = ControlServer::start(directory, std::move(handlers), limited(complain, timers));
     if (const auto* refusal = std::get_if<ControlServer::Refusal>(&started)) {
         std::cerr << "brindlemard " << refusal->reason << ".\n";
         return kFailure;

@@ -3,44 +3,38 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <climits>
 
 namespace brindlemar {
 
 namespace {
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
 constexpr std::chrono::seconds kAuthenticationTime{5};
 constexpr const char* kNobody = "";
 
 std::string_view text(const char* value) { return value ? value : kNobody; }
-
-int millisecondsUntil(Clock::time_point time) {
-    const auto left = std::chrono::ceil<milliseconds>(time - Clock::now()).count();
-    return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
-}
 } // namespace
 
-std::unique_ptr<BusPeer> BusPeer::open(FileDescriptor socket, Role role) {
+std::unique_ptr<BusPeer> BusPeer::open(FileDescriptor socket, Role role, Descriptors descriptors) {
     sd_bus* bus = nullptr;
     if (sd_bus_new(&bus) < 0) return nullptr;
     std::unique_ptr<BusPeer> peer(new BusPeer(bus));
     sd_id128_t identity;
     if (role == Role::server && (sd_id128_randomize(&identity) < 0 || sd_bus_set_server(bus, 1, identity) < 0))
         return nullptr;
-    if (sd_bus_negotiate_fds(bus, 1) < 0 || sd_bus_set_fd(bus, socket.get(), socket.get()) < 0) return nullptr;
+    if (sd_bus_negotiate_fds(bus, descriptors == Descriptors::passed) < 0 ||
+        sd_bus_set_fd(bus, socket.get(), socket.get()) < 0)
+        return nullptr;
     socket.release(); // sd-bus closes it from here on
     return sd_bus_start(bus) < 0 ? nullptr : std::move(peer);
 }
 
 bool BusPeer::authenticate(Wake& wake) {
-    const auto deadline = Clock::now() + kAuthenticationTime;
+    const Deadline deadline = deadlineAfter(kAuthenticationTime);
     while (!wake.stopped()) {
         const int ready = sd_bus_is_ready(bus_.get());
         if (ready != 0) return ready > 0;
         const int step = sd_bus_process(bus_.get(), nullptr);
-        if (step < 0 || Clock::now() >= deadline) return false;
+        if (step < 0 || millisecondsUntil(deadline) == 0) return false;
         if (step == 0) wait(wake, deadline);
     }
     return false;
@@ -59,13 +53,13 @@ BusPeer::Next BusPeer::next(BusMessage& message) {
     }
 }
 
-void BusPeer::wait(Wake& wake, const Deadline& deadline) {
+void BusPeer::wait(Wake& wake, const std::optional<Deadline>& deadline) {
     const int events = sd_bus_get_events(bus_.get());
     std::uint64_t own = UINT64_MAX; // microseconds of the monotonic clock
     if (events < 0 || sd_bus_get_timeout(bus_.get(), &own) < 0) return;
     int timeout = deadline ? millisecondsUntil(*deadline) : -1;
     if (own != UINT64_MAX) {
-        const int ownTimeout = millisecondsUntil(Clock::time_point(std::chrono::microseconds(own)));
+        const int ownTimeout = millisecondsUntil(Deadline(std::chrono::microseconds(own)));
         timeout = timeout < 0 ? ownTimeout : std::min(timeout, ownTimeout);
     }
     pollfd waits[] = {{wake.descriptor(), POLLIN, 0}, {sd_bus_get_fd(bus_.get()), static_cast<short>(events), 0}};

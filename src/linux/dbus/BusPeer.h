@@ -1,12 +1,12 @@
 // One end of a private D-Bus connection between two processes, without a bus in between, on sd-bus(3).
 #pragma once
 
+#include "linux/Deadline.h"
 #include "linux/FileDescriptor.h"
 #include "linux/Wake.h"
 
 #include <systemd/sd-bus.h>
 
-#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,13 +23,13 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 /// sd-bus is not thread-safe: one thread makes, uses and destroys a BusPeer.
 class BusPeer {
 public:
-    using Deadline = std::optional<std::chrono::steady_clock::time_point>;
     enum class Role { client, server };
+    enum class Descriptors { refused, passed };
     enum class Next { message, idle, ended };
 
-    /// Takes a connected socket. Peers authenticate by EXTERNAL only, and descriptors may be passed. None when sd-bus
-    /// refuses.
-    static std::unique_ptr<BusPeer> open(FileDescriptor socket, Role role);
+    /// Takes a connected socket. Peers authenticate by EXTERNAL only. None when sd-bus refuses.
+    static std::unique_ptr<BusPeer> open(FileDescriptor socket, Role role,
+                                         Descriptors descriptors = Descriptors::passed);
 
     /// Waits until the peer has authenticated. False when it has not within a few seconds, when it is gone, or when
     /// the thread was told to stop.
@@ -37,7 +37,7 @@ public:
     /// The next message, without waiting.
     Next next(BusMessage& message);
     /// Waits for the peer, a signal or the deadline, whichever comes first.
-    void wait(Wake& wake, const Deadline& deadline);
+    void wait(Wake& wake, const std::optional<Deadline>& deadline);
     /// Waits for a signal only.
     static void waitForSignal(Wake& wake);
     /// Messages that the peer has not taken off yet.

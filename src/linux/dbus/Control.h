@@ -21,14 +21,20 @@ namespace brindlemar {
 
 class BusPeer;
 
+/// Where the lines of a call go. The call counts as under way, for its client, as long as this or a copy of `place`
+/// lives.
+struct CallOutput : FileDescriptor {
+    std::shared_ptr<void> place;
+};
+
 /// All are required. Called from one thread for each connection, several at a time; must not throw. The handlers of
 /// calls should keep the descriptor and return: a reader may be slow, stop reading, or be gone (EPIPE; the process must
 /// ignore SIGPIPE).
 struct ControlHandlers {
     std::function<std::string()> status;
     std::function<std::optional<std::string>(std::string name)> endpoint;
-    std::function<void(std::string identifier, FileDescriptor output)> callItem;
-    std::function<void(std::string identifier, std::uint32_t pageSize, FileDescriptor output)> callList;
+    std::function<void(std::string identifier, CallOutput output)> callItem;
+    std::function<void(std::string identifier, std::uint32_t pageSize, CallOutput output)> callList;
 };
 
 class ControlServer {
@@ -40,6 +46,9 @@ public:
         std::string reason;
     };
     using Result = std::variant<std::unique_ptr<ControlServer>, Refusal>;
+
+    /// A client has 1,024 calls under way at most, all together 4,096; beyond that a call is answered with an error.
+    static constexpr long kMostCallsOfOne = 1024, kMostCalls = 4096;
 
     /// One server per run-time directory: a socket that nobody answers on is replaced, a live one is left alone. The
     /// directory must outlive the server.
@@ -53,6 +62,7 @@ private:
 
     const ControlHandlers handlers_;
     const Diagnostic diagnostic_;
+    const std::shared_ptr<void> calls_ = std::make_shared<char>(); // each call under way holds a reference
     PeerThreads threads_;
     std::unique_ptr<ListeningSocket> socket_; // stops first
 };

@@ -1,9 +1,9 @@
+#include "linux/LockFile.h"
 #include "linux/dbus/BusPeer.h"
 #include "linux/dbus/Control.h"
 #include "linux/dbus/ControlNames.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -16,61 +16,85 @@ namespace {
 constexpr std::size_t kMostConnections = 128;
 constexpr std::chrono::minutes kIdleTime{15};
 constexpr std::chrono::seconds kLockTime{5};
-constexpr std::chrono::milliseconds kLockPause{20};
+
+/// One message of a client, and what it is served with.
+struct Call {
+    const ControlHandlers& handlers;
+    /// Each call under way holds a reference to both.
+    const std::shared_ptr<void>& ofClient;
+    const std::shared_ptr<void>& ofAll;
+    sd_bus_message* message;
+
+    bool isOneTooMany() const {
+        return ofClient.use_count() > ControlServer::kMostCallsOfOne || ofAll.use_count() > ControlServer::kMostCalls;
+    }
+    template <class... Values>
+    int refuse(const char* error, const char* text, const Values&... values) const {
+        return sd_bus_reply_method_errorf(message, error, text, values...);
+    }
+};
 
 // Each handler reads its arguments, whose types were checked, and answers.
 
-int answerText(sd_bus_message* call, const std::string& text) {
-    return sd_bus_reply_method_return(call, "s", text.c_str());
+int answerText(const Call& call, const std::string& text) {
+    return sd_bus_reply_method_return(call.message, "s", text.c_str());
 }
 
-int status(const ControlHandlers& handlers, sd_bus_message* call) { return answerText(call, handlers.status()); }
+int status(const Call& call) { return answerText(call, call.handlers.status()); }
 
-int endpoint(const ControlHandlers& handlers, sd_bus_message* call) {
+int endpoint(const Call& call) {
     const char* name = nullptr;
-    if (const int failed = sd_bus_message_read(call, "s", &name); failed < 0) return failed;
-    const std::optional<std::string> address = handlers.endpoint(name);
+    if (const int failed = sd_bus_message_read(call.message, "s", &name); failed < 0) return failed;
+    const std::optional<std::string> address = call.handlers.endpoint(name);
     if (address) return answerText(call, *address);
-    return sd_bus_reply_method_errorf(call, SD_BUS_ERROR_NAME_HAS_NO_OWNER, "there is no service named %s", name);
+    return call.refuse(SD_BUS_ERROR_NAME_HAS_NO_OWNER, "there is no service named %s", name);
 }
 
 /// Answers before the handler runs: the caller then waits for lines, not for an answer.
-FileDescriptor takeOutput(sd_bus_message* call, int borrowed) {
+CallOutput takeOutput(const Call& call, int borrowed) {
     struct stat info {};
+    CallOutput output;
     if (::fstat(borrowed, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode))) {
-        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_INVALID_ARGS, "the output must be a pipe or a socket");
-        return {}; // writing elsewhere could block without end
+        call.refuse(SD_BUS_ERROR_INVALID_ARGS, "the output must be a pipe or a socket");
+        return output; // writing elsewhere could block without end
     }
-    FileDescriptor output(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
-    if (output)
-        sd_bus_reply_method_return(call, nullptr);
-    else
-        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED, "the service has no descriptor left");
+    if (call.isOneTooMany()) {
+        call.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls are under way");
+        return output;
+    }
+    FileDescriptor own(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
+    if (!own) {
+        call.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "the service has no descriptor left");
+        return output;
+    }
+    output = {std::move(own),
+              std::make_shared<std::pair<std::shared_ptr<void>, std::shared_ptr<void>>>(call.ofClient, call.ofAll)};
+    sd_bus_reply_method_return(call.message, nullptr);
     return output;
 }
 
-int callItem(const ControlHandlers& handlers, sd_bus_message* call) {
+int callItem(const Call& call) {
     const char* identifier = nullptr;
     int borrowed = -1;
-    if (const int failed = sd_bus_message_read(call, "sh", &identifier, &borrowed); failed < 0) return failed;
-    if (FileDescriptor output = takeOutput(call, borrowed)) handlers.callItem(identifier, std::move(output));
+    if (const int failed = sd_bus_message_read(call.message, "sh", &identifier, &borrowed); failed < 0) return failed;
+    if (CallOutput output = takeOutput(call, borrowed)) call.handlers.callItem(identifier, std::move(output));
     return 0;
 }
 
-int callList(const ControlHandlers& handlers, sd_bus_message* call) {
+int callList(const Call& call) {
     const char* identifier = nullptr;
     std::uint32_t pageSize = 0;
     int borrowed = -1;
-    if (const int failed = sd_bus_message_read(call, "suh", &identifier, &pageSize, &borrowed); failed < 0)
+    if (const int failed = sd_bus_message_read(call.message, "suh", &identifier, &pageSize, &borrowed); failed < 0)
         return failed;
-    if (FileDescriptor output = takeOutput(call, borrowed)) handlers.callList(identifier, pageSize, std::move(output));
+    if (CallOutput output = takeOutput(call, borrowed)) call.handlers.callList(identifier, pageSize, std::move(output));
     return 0;
 }
 
 struct Method {
     std::string_view member;
     const char* signature;
-    int (*handler)(const ControlHandlers& handlers, sd_bus_message* call);
+    int (*handler)(const Call& call);
 };
 constexpr Method kMethods[] = {
     {"Status", "", status},
@@ -79,30 +103,18 @@ constexpr Method kMethods[] = {
     {"CallList", "suh", callList},
 };
 
-void dispatch(const ControlHandlers& handlers, sd_bus_message* call, const Diagnostic& diagnostic) {
+void dispatch(const Call& call, const Diagnostic& diagnostic) {
     int result = -EBADRQC;
-    if (isCallTo(call, control::kPath, control::kInterface)) {
-        const std::string_view member = sd_bus_message_get_member(call);
+    if (isCallTo(call.message, control::kPath, control::kInterface)) {
+        const std::string_view member = sd_bus_message_get_member(call.message);
         for (const Method& method : kMethods)
-            if (method.member == member && sd_bus_message_has_signature(call, method.signature))
-                result = method.handler(handlers, call);
+            if (method.member == member && sd_bus_message_has_signature(call.message, method.signature))
+                result = method.handler(call);
     }
     if (result >= 0) return;
-    diagnostic("A control message was dropped: " + describe(call) + ".");
-    if (sd_bus_message_get_expect_reply(call) > 0)
-        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_UNKNOWN_METHOD, "the service does not take %s",
-                                   describe(call).c_str());
-}
-
-/// Held while a server looks whether there is another. None, with errno set, when that fails or takes too long.
-FileDescriptor lock(const RuntimeDirectory& directory) {
-    FileDescriptor file(::openat(directory.descriptor(), control::kLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    const auto deadline = std::chrono::steady_clock::now() + kLockTime;
-    while (file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline) return {};
-        std::this_thread::sleep_for(kLockPause);
-    }
-    return file;
+    diagnostic("A control message was dropped: " + describe(call.message) + ".");
+    if (sd_bus_message_get_expect_reply(call.message) > 0)
+        call.refuse(SD_BUS_ERROR_UNKNOWN_METHOD, "the service does not take %s", describe(call.message).c_str());
 }
 
 ControlServer::Refusal failed(const std::string& what) {
@@ -112,7 +124,7 @@ ControlServer::Refusal failed(const std::string& what) {
 
 ControlServer::Result ControlServer::start(const RuntimeDirectory& directory, ControlHandlers handlers,
                                            Diagnostic diagnostic) {
-    const FileDescriptor locked = lock(directory);
+    const FileDescriptor locked = lockFile(directory, control::kLock, kLockTime);
     if (!locked) return failed("control.lock");
     const std::string path = directory.path() + "/" + control::kSocket;
     if (const FileDescriptor other = connectSocket(path)) {
@@ -142,7 +154,7 @@ ControlServer::Result ControlServer::start(const RuntimeDirectory& directory, Co
 }
 
 ControlServer::ControlServer(ControlHandlers handlers, Diagnostic diagnostic)
-    : handlers_(std::move(handlers)), diagnostic_(std::move(diagnostic)), threads_(kMostConnections) {}
+    : handlers_(std::move(handlers)), diagnostic_(std::move(diagnostic)), threads_(kMostConnections, diagnostic_) {}
 
 ControlServer::~ControlServer() = default;
 
@@ -151,13 +163,15 @@ void ControlServer::serve(FileDescriptor socket, PeerThreads::Seat& seat) {
     const std::unique_ptr<BusPeer> peer = BusPeer::open(std::move(socket), BusPeer::Role::server);
     if (!peer || !peer->authenticate(wake)) return;
     seat.admit();
+    const std::shared_ptr<void> calls = std::make_shared<char>();
     auto deadline = std::chrono::steady_clock::now() + kIdleTime;
     while (!wake.stopped() && !peer->isClogged()) {
         BusMessage message;
         const BusPeer::Next next = peer->next(message);
         if (next == BusPeer::Next::ended) return;
         if (next == BusPeer::Next::message) {
-            dispatch(handlers_, message.get(), diagnostic_);
+            seat.heard();
+            dispatch({handlers_, calls, calls_, message.get()}, diagnostic_);
             deadline = std::chrono::steady_clock::now() + kIdleTime;
         } else if (std::chrono::steady_clock::now() >= deadline) {
             return;

@@ -103,7 +103,16 @@ bool DBusConnection::send(std::string_view selector, std::vector<std::string> st
     return true;
 }
 
-void DBusConnection::serve(BusPeer& peer) {
+void DBusConnection::run(const std::function<std::unique_ptr<BusPeer>()>& open, const std::function<void()>& heard) {
+    try {
+        if (const std::unique_ptr<BusPeer> peer = open()) serve(*peer, heard);
+    } catch (const std::exception& error) { // out of memory
+        diagnostic_(std::string("A service connection was given up: ") + error.what());
+    }
+    end();
+}
+
+void DBusConnection::serve(BusPeer& peer, const std::function<void()>& heard) {
     while (!wake_->stopped()) {
         if (!isResumed()) {
             peer.waitForSignal(*wake_);
@@ -113,10 +122,12 @@ void DBusConnection::serve(BusPeer& peer) {
         BusMessage message;
         const BusPeer::Next next = peer.next(message);
         if (next == BusPeer::Next::ended) break;
-        if (next == BusPeer::Next::message)
-            receive(message.get());
-        else
+        if (next == BusPeer::Next::idle) {
             peer.wait(*wake_, std::nullopt);
+        } else {
+            heard();
+            receive(message.get());
+        }
     }
     if (isResumed()) sendWaiting(peer);
 }

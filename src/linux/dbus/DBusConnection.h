@@ -29,11 +29,10 @@ public:
     bool send(std::string_view selector, std::vector<std::string> strings);
     void invalidate() { wake_->stop(); }
 
-    /// The connection's thread, with an authenticated peer: waits for resume(), then delivers and sends until the peer
-    /// is gone or invalidate() was called.
-    void serve(BusPeer& peer);
-    /// Marks the end and runs the invalidation handler. Once, on the connection's thread.
-    void end();
+    /// The whole of the connection's thread: with the authenticated peer that `open` gives, if it does, waits for
+    /// resume(), then delivers and sends until the peer is gone or invalidate() was called; runs the invalidation
+    /// handler at the end. `heard` is called before each message of the peer is looked at.
+    void run(const std::function<std::unique_ptr<BusPeer>()>& open, const std::function<void()>& heard);
 
 private:
     struct Outgoing {
@@ -51,6 +50,8 @@ private:
         bool resumed = false, ended = false, handlerRan = false;
     };
 
+    void serve(BusPeer& peer, const std::function<void()>& heard);
+    void end();
     bool sendWaiting(BusPeer& peer);
     void receive(sd_bus_message* message);
     std::optional<std::string> deliver(sd_bus_message* message);

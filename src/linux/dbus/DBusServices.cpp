@@ -16,6 +16,7 @@ namespace brindlemar {
 
 namespace {
 constexpr std::size_t kMostConnections = 128;
+constexpr auto kDescriptors = BusPeer::Descriptors::refused; // no message has any
 constexpr std::string_view kSocketPrefix = "xpc-";
 
 /// "xpc-PID-" and 32 random hexadecimal digits; empty when the system has no random bytes to give.
@@ -140,23 +141,22 @@ void DBusServices::Listener::resume() {
 
 void DBusServices::Listener::serve(std::weak_ptr<Listener> weak, FileDescriptor socket, const Diagnostic& diagnostic,
                                    PeerThreads::Seat& seat) {
-    std::unique_ptr<BusPeer> peer = BusPeer::open(std::move(socket), BusPeer::Role::server);
+    std::unique_ptr<BusPeer> peer = BusPeer::open(std::move(socket), BusPeer::Role::server, kDescriptors);
     if (!peer || !peer->authenticate(*seat.wake())) {
         diagnostic("A peer that did not authenticate was cut off.");
         return;
     }
     seat.admit();
-    auto connection = std::make_shared<DBusConnection>(seat.wake(), diagnostic);
-    std::shared_ptr<Listener> listener = weak.lock();
-    const bool accepted = listener && listener->askDelegate(connection);
-    listener.reset();
-    if (accepted) connection->serve(*peer);
-    peer.reset();
-    connection->end();
+    const auto connection = std::make_shared<DBusConnection>(seat.wake(), diagnostic);
+    const auto accepted = [&] {
+        const std::shared_ptr<Listener> listener = weak.lock();
+        return listener && listener->askDelegate(connection) ? std::move(peer) : nullptr;
+    };
+    connection->run(accepted, [&seat] { seat.heard(); });
 }
 
 DBusServices::DBusServices(const RuntimeDirectory& directory, Diagnostic diagnostic)
-    : directory_(directory), diagnostic_(std::move(diagnostic)), threads_(kMostConnections) {
+    : directory_(directory), diagnostic_(std::move(diagnostic)), threads_(kMostConnections, diagnostic_) {
     removeLeftovers(directory_);
 }
 
@@ -182,10 +182,11 @@ std::shared_ptr<XPCConnection> connectXPC(const XPCListenerEndpoint& endpoint, D
         auto wake = std::make_shared<Wake>();
         auto connection = std::make_shared<DBusConnection>(wake, std::move(diagnostic));
         std::thread thread([connection, wake, socket] {
-            std::unique_ptr<BusPeer> peer = BusPeer::open(std::move(*socket), BusPeer::Role::client);
-            if (peer && peer->authenticate(*wake)) connection->serve(*peer);
-            peer.reset();
-            connection->end();
+            const auto authenticated = [&]() -> std::unique_ptr<BusPeer> {
+                auto peer = BusPeer::open(std::move(*socket), BusPeer::Role::client, kDescriptors);
+                return peer && peer->authenticate(*wake) ? std::move(peer) : nullptr;
+            };
+            connection->run(authenticated, [] {});
         });
         return std::make_shared<ClientHandle>(std::move(connection), std::move(thread));
     } catch (const std::system_error&) {

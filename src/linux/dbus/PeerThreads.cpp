@@ -1,8 +1,7 @@
 #include "linux/dbus/PeerThreads.h"
 
-#include <algorithm>
 #include <chrono>
-#include <system_error>
+#include <string>
 #include <utility>
 
 namespace brindlemar {
@@ -11,13 +10,13 @@ namespace {
 constexpr std::chrono::seconds kLeavingTime{1};
 }
 
-void PeerThreads::Seat::admit() {
+void PeerThreads::Seat::rise(Standing standing) {
     std::lock_guard lock(house_.mutex_);
-    admitted_ = true;
+    standing_ = standing;
+    house_.seats_.splice(house_.seats_.end(), house_.seats_, place_);
 }
 
 PeerThreads::~PeerThreads() {
-    std::list<Seat> seats;
     {
         std::lock_guard lock(mutex_);
         closing_ = true;
@@ -39,33 +38,39 @@ PeerThreads::~PeerThreads() {
 bool PeerThreads::start(Body body) {
     joinFinished();
     std::unique_lock lock(mutex_);
-    const auto hasRoom = [this] { return closing_ || seats_.size() < limit_; };
-    if (!hasRoom()) {
-        const auto stranger = std::find_if(seats_.begin(), seats_.end(),
-                                           [](const Seat& seat) { return !seat.admitted_ && !seat.wake_->stopped(); });
-        if (stranger != seats_.end()) stranger->wake_->stop();
-        left_.wait_for(lock, kLeavingTime, hasRoom);
-    }
-    if (closing_ || !hasRoom()) return false;
+    makeRoom(lock);
+    if (closing_ || seats_.size() >= limit_) return false;
     auto seat = seats_.end();
     try {
         // The seat is listed before its thread runs, and the thread leaves under the lock that is held here.
         seat = seats_.insert(seats_.end(), Seat(*this));
-        seat->thread_ = std::thread([this, seat, body = std::move(body)]() mutable {
-            body(*seat);
-            body = nullptr;
-            leave(seat);
-        });
-    } catch (const std::system_error&) {
+        seat->place_ = seat;
+        seat->thread_ = std::thread([this, seat, body = std::move(body)]() mutable { run(*seat, body); });
+    } catch (const std::exception&) {
         if (seat != seats_.end()) seats_.erase(seat);
         return false;
     }
     return true;
 }
 
-void PeerThreads::leave(std::list<Seat>::iterator seat) {
+void PeerThreads::makeRoom(std::unique_lock<std::mutex>& lock) {
+    if (seats_.size() < limit_) return;
+    auto last = seats_.end();
+    for (auto seat = seats_.begin(); seat != seats_.end(); ++seat)
+        if (!seat->wake_->stopped() && (last == seats_.end() || seat->standing_ < last->standing_)) last = seat;
+    if (last != seats_.end()) last->wake_->stop();
+    left_.wait_for(lock, kLeavingTime, [this] { return closing_ || seats_.size() < limit_; });
+}
+
+void PeerThreads::run(Seat& seat, Body& body) noexcept {
+    try {
+        body(seat);
+    } catch (const std::exception& error) {
+        diagnostic_(std::string("A connection was given up: ") + error.what());
+    }
+    body = nullptr;
     std::lock_guard lock(mutex_);
-    finished_.splice(finished_.end(), seats_, seat);
+    finished_.splice(finished_.end(), seats_, seat.place_);
     left_.notify_all();
 }
 

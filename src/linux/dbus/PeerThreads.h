@@ -1,10 +1,10 @@
 // One thread for each connected peer, with a bound on their number.
 #pragma once
 
+#include "linux/Diagnostic.h"
 #include "linux/Wake.h"
 
 #include <condition_variable>
-#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -12,8 +12,8 @@
 
 namespace brindlemar {
 
-/// Thread-safe. Peers count as strangers until they have proved themselves by admit(); when the house is full the
-/// oldest stranger has to go, so that silent peers cannot keep others out.
+/// Thread-safe. When the house is full, a newcomer makes another peer go: a stranger if there is one, else one that has
+/// not been heard yet, else the one that was heard least lately. So idle peers cannot keep others out.
 class PeerThreads {
 public:
     /// What a peer's thread knows of its place here.
@@ -21,36 +21,45 @@ public:
     public:
         /// Asks the thread to finish, or carries whatever else the owner of the connection signals.
         const std::shared_ptr<Wake>& wake() const { return wake_; }
-        /// The peer is no stranger any more: it stays until it leaves.
-        void admit();
+        /// The peer has proved itself and is no stranger any more.
+        void admit() { rise(Standing::admitted); }
+        /// The peer has sent something that counts.
+        void heard() { rise(Standing::heard); }
 
     private:
         friend class PeerThreads;
+        enum class Standing { stranger, admitted, heard };
         explicit Seat(PeerThreads& house) : house_(house), wake_(std::make_shared<Wake>()) {}
+        void rise(Standing standing);
+
         PeerThreads& house_;
         std::shared_ptr<Wake> wake_;
         std::thread thread_;
-        bool admitted_ = false;
+        Standing standing_ = Standing::stranger;
+        std::list<Seat>::iterator place_;
     };
     using Body = std::function<void(Seat& seat)>;
 
-    explicit PeerThreads(std::size_t limit) : limit_(limit) {}
+    /// `diagnostic` hears of bodies that threw; their connection is over, and nothing else.
+    PeerThreads(std::size_t limit, Diagnostic diagnostic) : limit_(limit), diagnostic_(std::move(diagnostic)) {}
     /// Stops every thread and waits for its end; never on one of these threads.
     ~PeerThreads();
 
-    /// Runs the body on a thread of its own; may wait a moment for a stranger to leave. False when there is no room, or
-    /// no thread or descriptor to be had.
+    /// Runs the body on a thread of its own; may wait a moment for another to leave. False when there is no room, or no
+    /// thread, descriptor or memory to be had.
     bool start(Body body);
 
 private:
-    void leave(std::list<Seat>::iterator seat);
+    void run(Seat& seat, Body& body) noexcept;
+    void makeRoom(std::unique_lock<std::mutex>& lock);
     void joinFinished();
 
     const std::size_t limit_;
+    const Diagnostic diagnostic_;
     std::mutex mutex_;
     std::condition_variable left_;
     bool closing_ = false;
-    std::list<Seat> seats_;    // running, oldest first
+    std::list<Seat> seats_;    // running, in the order in which they came or last rose
     std::list<Seat> finished_; // to be joined
 };
 

@@ -88,11 +88,20 @@ void ListeningSocket::acceptAll(const Handler& handler, const Diagnostic& diagno
         if (!connection) {
             const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
             ::poll(waits, exhausted ? 1 : 2, exhausted ? kPauseWithoutDescriptors : -1);
-        } else if (!peerIsSameUser(connection.get())) {
-            diagnostic("A process of another user was refused on the socket " + name_ + ".");
         } else {
-            handler(std::move(connection));
+            adopt(std::move(connection), handler, diagnostic);
         }
+    }
+}
+
+void ListeningSocket::adopt(FileDescriptor connection, const Handler& handler, const Diagnostic& diagnostic) const {
+    try {
+        if (peerIsSameUser(connection.get()))
+            handler(std::move(connection));
+        else
+            diagnostic("A process of another user was refused on the socket " + name_ + ".");
+    } catch (const std::exception& error) { // out of memory: the next one may have more luck
+        diagnostic(std::string("A connection was given up: ") + error.what());
     }
 }
 

@@ -1,17 +1,13 @@
 // Stream sockets in the run-time directory: listening, connecting, accepting.
 #pragma once
 
+#include "linux/Diagnostic.h"
 #include "linux/RuntimeDirectory.h"
 #include "linux/Wake.h"
 
-#include <functional>
-#include <string_view>
 #include <thread>
 
 namespace brindlemar {
-
-/// Receives what nobody else hears of: one sentence for the log. Called from any thread.
-using Diagnostic = std::function<void(std::string_view)>;
 
 /// Connects to the socket at `path`, which may be longer than a socket address holds; waits at most two seconds when
 /// the listener's queue is full. None, with errno set, when nobody listens, when the peer runs under another user id
@@ -35,13 +31,15 @@ public:
     ListeningSocket& operator=(const ListeningSocket&) = delete;
 
     /// Starts the thread that accepts and calls the handler with each connection of our own user; others are closed
-    /// with a diagnostic. Once. Throws std::system_error when there is no thread to be had.
+    /// with a diagnostic, as is one whose handler throws. Once. Throws std::system_error when there is no thread to be
+    /// had.
     void start(Handler handler, Diagnostic diagnostic);
 
 private:
     ListeningSocket(const RuntimeDirectory& directory, std::string name, FileDescriptor socket)
         : directory_(directory), name_(std::move(name)), socket_(std::move(socket)) {}
     void acceptAll(const Handler& handler, const Diagnostic& diagnostic);
+    void adopt(FileDescriptor connection, const Handler& handler, const Diagnostic& diagnostic) const;
 
     const RuntimeDirectory& directory_;
     const std::string name_;
