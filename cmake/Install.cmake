@@ -1,6 +1,10 @@
-# The extension as a package of its own: find_package(brindlemar) gives brindlemar::extension.
+# The programs, and the extension as a package of its own: find_package(brindlemar) gives brindlemar::extension.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+
+if(NOT BRINDLEMAR_EXTENSION_ONLY)
+  install(TARGETS brindlemard brindlemar-host brindlemar RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 install(TARGETS brindlemar_extension EXPORT brindlemar ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder platform support items messaging core service)

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <utility>
 
 namespace brindlemar::host {
 
@@ -36,19 +35,22 @@ std::optional<std::string> unescape(std::string_view text) {
     }
     return name;
 }
-} // namespace
 
-bool isTopID(std::string_view id) {
-    return id == kTopID || id == "root" || id == NSFileProviderRootContainerItemIdentifier;
+bool isFileName(std::string_view name) {
+    return !name.empty() && name != "." && name != ".." && isValidUtf8(name) &&
+           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
 
-std::string childID(std::string_view parent, std::string_view name) {
-    std::string id;
-    const bool top = parent == kTopID;
-    if (!top) id.append(parent).append("/");
-    if (top && isReserved(name)) {
-        appendEscaped(id, name.front());
-        name.remove_prefix(1);
+/// Turns the ID of a folder into that of a file in it.
+void appendChild(std::string& id, std::string_view name) {
+    if (id != kTopID) {
+        id.push_back('/');
+    } else {
+        id.clear();
+        if (isReserved(name)) {
+            appendEscaped(id, name.front());
+            name.remove_prefix(1);
+        }
     }
     for (const char c : name) {
         if (c == '%' || c == '|')
@@ -56,26 +58,37 @@ std::string childID(std::string_view parent, std::string_view name) {
         else
             id.push_back(c);
     }
+}
+} // namespace
+
+bool isTopID(std::string_view id) {
+    return id == kTopID || id == "root" || id == NSFileProviderRootContainerItemIdentifier;
+}
+
+std::string childID(std::string_view parent, std::string_view name) {
+    std::string id(parent);
+    appendChild(id, name);
     return id;
 }
 
 std::optional<ItemPath> pathOfID(std::string_view id) {
     if (isTopID(id)) return ItemPath{".", "", ""};
-    ItemPath result{"", "", std::string(kTopID)};
+    ItemPath result;
     std::string canonical(kTopID);
     for (std::size_t from = 0; from <= id.size();) {
         const std::size_t to = std::min(id.find('/', from), id.size());
         std::optional<std::string> name = unescape(id.substr(from, to - from));
-        if (!name || name->empty() || *name == "." || *name == ".." || !isValidUtf8(*name) ||
-            name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
-            return std::nullopt;
+        if (!name || !isFileName(*name)) return std::nullopt;
         if (!result.path.empty()) result.path.push_back('/');
         result.path.append(*name);
-        result.parentID = std::exchange(canonical, childID(canonical, *name));
+        appendChild(canonical, *name);
         result.name = std::move(*name);
         from = to + 1;
     }
-    return canonical == id ? std::optional(std::move(result)) : std::nullopt;
+    if (canonical != id) return std::nullopt;
+    const std::size_t slash = id.rfind('/');
+    result.parentID = slash == std::string_view::npos ? kTopID : id.substr(0, slash);
+    return result;
 }
 
 } // namespace brindlemar::host

@@ -13,15 +13,18 @@ std::string portName(std::string_view end, const std::string& domain) {
 } // namespace
 
 /// Shared by the requests of one connection that are being answered.
-class PortServer::Replies {
+class PortServer::Replies : public std::enable_shared_from_this<Replies> {
 public:
-    Replies(const Services& services, const Connection& connection, std::set<std::string> silent)
+    Replies(const Services& services, const Connection& connection, Tree tree, std::set<std::string> silent)
         : services_(services), name_(portName(".bxclient.", connection.domain)),
-          handler_(connection, std::move(silent), services.warn) {}
+          handler_(connection, std::move(tree), std::move(silent), services.warn) {}
 
     void answer(std::int32_t msgid, std::string_view request) {
-        const std::optional<std::string> reply = handler_.answer(request);
-        if (reply && !send(msgid, *reply)) services_.warn("A reply found nobody to take it on " + name_ + ".");
+        handler_.handle(request, [self = shared_from_this(), msgid](std::string_view reply) {
+            const bool sent = self->send(msgid, reply);
+            if (!sent) self->services_.warn("A reply found nobody to take it on " + self->name_ + ".");
+            return sent;
+        });
     }
 
 private:
@@ -57,9 +60,9 @@ private:
     Guarded<std::shared_ptr<RemotePort>> port_;
 };
 
-std::unique_ptr<PortServer> PortServer::open(const Services& services, const Connection& connection,
+std::unique_ptr<PortServer> PortServer::open(const Services& services, const Connection& connection, Tree tree,
                                              std::set<std::string> silent) {
-    const auto replies = std::make_shared<Replies>(services, connection, std::move(silent));
+    const auto replies = std::make_shared<Replies>(services, connection, std::move(tree), std::move(silent));
     auto port = services.ports.createLocal(
         portName(".bxserver.", connection.domain),
         [replies, &workers = services.workers](LocalPort&, std::int32_t msgid,

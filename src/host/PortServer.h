@@ -14,10 +14,10 @@ public:
         MessagePorts& ports;
         Queue& dispatch; // where messages arrive; serial
         Queue& workers;
-        std::function<void(const std::string&)> warn;
+        Say warn;
     };
     /// None when another process already serves a connection with this domain. The services outlive the server.
-    static std::unique_ptr<PortServer> open(const Services& services, const Connection& connection,
+    static std::unique_ptr<PortServer> open(const Services& services, const Connection& connection, Tree tree,
                                             std::set<std::string> silent);
     ~PortServer() { port_->invalidate(); }
 

@@ -1,14 +1,9 @@
-// Requests of the extension over one served directory: text in, text out.
+// Requests of the extension over one served directory: text in, texts out.
 #pragma once
 
-#include "host/Arguments.h"
-#include "host/KnownNames.h"
-#include "host/Tree.h"
-#include "support/Guarded.h"
+#include "host/Turns.h"
+#include "host/commands/Commands.h"
 
-#include <functional>
-#include <map>
-#include <optional>
 #include <set>
 
 namespace brindlemar::host {
@@ -16,25 +11,18 @@ namespace brindlemar::host {
 /// Thread-safe.
 class RequestHandler {
 public:
-    /// `silent` names the commands that are never answered, for tests of what happens then. `warn` gets sentences for
-    /// the user, on any thread.
-    RequestHandler(Connection connection, std::set<std::string> silent, std::function<void(const std::string&)> warn);
+    /// `silent` names the commands that are never answered, for tests of what happens then.
+    RequestHandler(Connection connection, Tree tree, std::set<std::string> silent, Say warn)
+        : served_{std::move(connection), std::move(tree), std::move(warn)}, silent_(std::move(silent)) {}
 
-    /// The reply to a request; "{}" for one that is not understood, none for one that is not to be answered.
-    std::optional<std::string> answer(std::string_view request);
+    /// Carries the request out: "{}" is the reply to one that is not understood. On this thread, or on the one that is
+    /// at an earlier request for the same folder.
+    void handle(std::string_view request, Reply reply);
 
 private:
-    using Method = std::string (RequestHandler::*)(const std::string& identifier);
-    struct Row;
-    std::string itemForIdentifier(const std::string& identifier);
-    std::string enumerateItems(const std::string& identifier);
-    std::string enumerateDeleted(const std::string& identifier);
-
-    const Connection connection_;
+    Served served_;
+    Turns turns_; // by item ID
     const std::set<std::string> silent_;
-    const std::function<void(const std::string&)> warn_;
-    const Tree tree_;
-    Guarded<std::map<std::string, KnownNames>> known_; // by path of the folder
 };
 
 } // namespace brindlemar::host

@@ -4,8 +4,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/syscall.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,22 +12,25 @@
 namespace brindlemar::host {
 
 namespace {
-/// openat2(2), for which the C library has no function.
-FileDescriptor openBeneath(const FileDescriptor& top, const std::string& path, int flags) {
-    open_how how{};
-    how.flags = static_cast<std::uint64_t>(flags | O_NOFOLLOW | O_CLOEXEC);
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-    return FileDescriptor(static_cast<int>(::syscall(SYS_openat2, top.get(), path.c_str(), &how, sizeof how)));
+/// ENAMETOOLONG is about a single name: longer paths than the kernel takes are opened name by name.
+bool saysMissing(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG; }
+
+Tree::Status ofFileOrFolder(const struct stat& info) {
+    const bool served = S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
+    return {served ? Tree::Outcome::found : Tree::Outcome::missing, 0, info};
 }
 
-std::optional<struct stat> onlyFilesAndFolders(const struct stat& info) {
-    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode) ? std::optional(info) : std::nullopt;
-}
-
-bool mayBeServed(const dirent& entry) {
+bool mayBeServed(const FileDescriptor& folder, const dirent& entry) {
     const std::string_view name = entry.d_name;
-    return name != "." && name != ".." &&
-           (entry.d_type == DT_REG || entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN);
+    if (name == "." || name == "..") return false;
+    if (entry.d_type == DT_UNKNOWN) return Tree::statusIn(folder, name).outcome != Tree::Outcome::missing;
+    return entry.d_type == DT_REG || entry.d_type == DT_DIR;
+}
+
+/// False once the directory was removed.
+bool isLinked(const FileDescriptor& directory) {
+    struct stat info {};
+    return ::fstat(directory.get(), &info) != 0 || info.st_nlink > 0;
 }
 
 void split(Tree::Names& names) {
@@ -39,58 +40,53 @@ void split(Tree::Names& names) {
 }
 } // namespace
 
-/// What a failed open beneath the top says of the path.
-static Tree::Outcome outcomeOfError() {
-    const bool missing = errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
-    return missing ? Tree::Outcome::missing : Tree::Outcome::failed;
+/// The result of a call that has just failed, by errno. Below a top that was removed nothing is missing.
+template <class Result>
+Result Tree::failure(Result result) const {
+    result.error = errno;
+    result.outcome = Outcome::failed;
+    if (!saysMissing(result.error)) return result;
+    if (isLinked(top_.descriptor()))
+        result.outcome = Outcome::missing;
+    else
+        result.error = ESTALE;
+    return result;
 }
 
-FileDescriptor Tree::openTop() const { return FileDescriptor(::open(top_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)); }
-
 Tree::Status Tree::status(const std::string& path) const {
-    Status result;
-    const FileDescriptor top = openTop();
-    if (!top) return result;
-    const FileDescriptor file = openBeneath(top, path, O_PATH);
-    if (!file) {
-        result.outcome = outcomeOfError();
-    } else if (::fstat(file.get(), &result.info) == 0) {
-        result.outcome = onlyFilesAndFolders(result.info) ? Outcome::found : Outcome::missing;
-    }
-    return result;
+    const FileDescriptor file = top_.open(path, O_PATH);
+    struct stat info {};
+    if (!file || ::fstat(file.get(), &info) != 0) return failure(Status{});
+    return ofFileOrFolder(info);
 }
 
 Tree::Names Tree::names(const std::string& path) const {
     Names result;
-    const FileDescriptor top = openTop();
-    if (!top) return result;
-    result.folder = openBeneath(top, path, O_RDONLY | O_DIRECTORY);
-    if (!result.folder) {
-        result.outcome = outcomeOfError();
-        return result;
-    }
+    result.folder = top_.open(path, O_RDONLY | O_DIRECTORY);
+    if (!result.folder) return failure(std::move(result));
     FileDescriptor reading(::fcntl(result.folder.get(), F_DUPFD_CLOEXEC, 3));
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(reading ? ::fdopendir(reading.get()) : nullptr, ::closedir);
-    if (!entries) return result;
+    if (!entries) return failure(std::move(result));
     reading.release();
     while (const dirent* entry = (errno = 0, ::readdir(entries.get()))) {
-        if (!mayBeServed(*entry)) continue;
+        if (!mayBeServed(result.folder, *entry)) continue;
         const std::string_view name = entry->d_name;
         if (isValidUtf8(name))
             result.text.insert(result.text.end(), name.data(), name.data() + name.size() + 1);
         else
             ++result.unreadable;
     }
-    if (errno != 0) return result;
+    if (errno == 0 && !isLinked(result.folder)) errno = ENOENT; // readdir(3) takes a removed folder for an empty one
+    if (errno != 0) return failure(std::move(result));
     split(result);
     result.outcome = Outcome::found;
     return result;
 }
 
-std::optional<struct stat> Tree::statusIn(const FileDescriptor& folder, std::string_view name) {
+Tree::Status Tree::statusIn(const FileDescriptor& folder, std::string_view name) {
     struct stat info {};
-    if (::fstatat(folder.get(), name.data(), &info, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-    return onlyFilesAndFolders(info);
+    if (::fstatat(folder.get(), name.data(), &info, AT_SYMLINK_NOFOLLOW) == 0) return ofFileOrFolder(info);
+    return {saysMissing(errno) ? Outcome::missing : Outcome::failed, errno};
 }
 
 } // namespace brindlemar::host

@@ -10,7 +10,6 @@
 #include <signal.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 
 namespace brindlemar::host {
@@ -53,18 +52,15 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& code) {
     }
 }
 
-/// Makes the directory's path absolute; false after the user was told what is wrong with it.
-bool resolveDirectory(Connection& connection) {
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::canonical(connection.directory, error);
-    if (!error && !std::filesystem::is_directory(path, error)) error = std::make_error_code(std::errc::not_a_directory);
-    if (!error) {
-        connection.directory = path;
-        return true;
+/// None after the user was told what is wrong with the directory.
+std::optional<Tree> openDirectory(const Connection& connection) {
+    try {
+        return Tree(TopDirectory::open(connection.directory));
+    } catch (const std::system_error& error) {
+        say("The directory of \"" + connection.name + "\", " + connection.directory +
+            ", cannot be served: " + error.code().message() + ". Make it, or name another one.");
+        return std::nullopt;
     }
-    say("The directory of \"" + connection.name + "\", " + connection.directory +
-        ", cannot be served: " + error.message() + ". Make it, or name another one.");
-    return false;
 }
 
 /// Blocks the signals that end the program, for every thread started from here on.
@@ -78,7 +74,7 @@ sigset_t blockEndingSignals() {
     return signals;
 }
 
-int serve(const std::vector<Connection>& connections, const std::set<std::string>& silent) {
+int serve(const std::vector<Connection>& connections, std::vector<Tree> trees, const std::set<std::string>& silent) {
     const sigset_t signals = blockEndingSignals();
     const RuntimeDirectory directory = RuntimeDirectory::open();
     QueueTimers timers;
@@ -88,8 +84,9 @@ int serve(const std::vector<Connection>& connections, const std::set<std::string
     SocketMessagePorts ports(RuntimeDirectory::open(), dispatch, limited(complain, timers));
     std::vector<std::unique_ptr<PortServer>> servers;
     std::vector<std::string> records;
-    for (const Connection& connection : connections) {
-        servers.push_back(PortServer::open({ports, dispatch, workers, say}, connection, silent));
+    for (std::size_t i = 0; i < connections.size(); ++i) {
+        const Connection& connection = connections[i];
+        servers.push_back(PortServer::open({ports, dispatch, workers, say}, connection, std::move(trees[i]), silent));
         if (!servers.back()) {
             say("Another host already serves the domain \"" + connection.domain + "\". End it, or write " +
                 connection.name + ":DOMAIN=" + connection.directory + " with another domain.");
@@ -113,10 +110,14 @@ int run(int argc, char** argv) {
     const std::optional<Options> options = readCommandLine(argc, argv, code);
     if (!options) return code;
     try {
-        std::vector<Connection> connections = parseConnections(options->connections);
-        for (Connection& connection : connections)
-            if (!resolveDirectory(connection)) return Exit::noDirectory;
-        return serve(connections, {options->silent.begin(), options->silent.end()});
+        const std::vector<Connection> connections = parseConnections(options->connections);
+        std::vector<Tree> trees;
+        for (const Connection& connection : connections) {
+            std::optional<Tree> tree = openDirectory(connection);
+            if (!tree) return Exit::noDirectory;
+            trees.push_back(std::move(*tree));
+        }
+        return serve(connections, std::move(trees), {options->silent.begin(), options->silent.end()});
     } catch (const ArgumentError& error) {
         say(std::string(error.what()) + " Try brindlemar-host --help.");
         return Exit::usage;

@@ -31,8 +31,6 @@ std::string permissionText(std::uint16_t permissions) {
         }
     return text;
 }
-
-Timestamp now() { return Platform::current().clock.now(); }
 } // namespace
 
 HostIdentifiers identifiersFromHost(std::string_view itemID, std::string_view parentID, std::string_view withDomain) {
@@ -58,12 +56,12 @@ std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::fromJSON
                                                                                  const Context& context) {
     const HostItemFields fields = HostItemFields::read(json);
     if (!fields.isComplete()) return nullptr;
-    return std::make_shared<BrindlemarFileProviderItem>(fields, context, now(), OwnedTexts{});
+    return std::make_shared<BrindlemarFileProviderItem>(fields, context, Platform::now(), OwnedTexts{});
 }
 
 std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::rootItemForDomain(std::string_view domain,
                                                                                           bool writableRoot) {
-    const Timestamp moment = now();
+    const Timestamp moment = Platform::now();
     auto item = std::make_shared<BrindlemarFileProviderItem>(moment);
     item->domain = domain;
     item->name = ItemText::borrowed("Brindlemar");
@@ -76,7 +74,7 @@ std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::rootItem
 }
 
 std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::trashItemForDomain(std::string_view domain) {
-    auto item = std::make_shared<BrindlemarFileProviderItem>(now());
+    auto item = std::make_shared<BrindlemarFileProviderItem>(Platform::now());
     item->domain = domain;
     item->name = ItemText::borrowed("trash");
     item->folder = true;
@@ -100,7 +98,7 @@ void BrindlemarFileProviderItem::encode(KeyedEncoder& encoder) const {
 }
 
 std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::from(const KeyedDecoder& decoder) {
-    auto item = std::make_shared<BrindlemarFileProviderItem>(now());
+    auto item = std::make_shared<BrindlemarFileProviderItem>(Platform::now());
     bool complete = true;
     const auto read = [&complete](auto& field, auto value) {
         if (value)

@@ -49,7 +49,7 @@ std::shared_ptr<const ItemList> connectionRoots(const std::vector<std::string>& 
 }
 
 BrindlemarFileProviderItemEnumerator::BrindlemarFileProviderItemEnumerator(Container container)
-    : container_(std::move(container)), start_(Platform::current().clock.now()) {}
+    : container_(std::move(container)), start_(Platform::now()) {}
 
 void BrindlemarFileProviderItemEnumerator::enumerateItems(Observer observer, NSFileProviderPage startingAt) {
     const LogScope log{Logger::shared(), kEnumerateItems};
@@ -133,7 +133,7 @@ void BrindlemarFileProviderItemEnumerator::report(const std::shared_ptr<const It
                                                   const NSFileProviderPage& page) const {
     const LogScope log{Logger::shared(), kEnumerateItems};
     const auto logElapsed = [&] {
-        const auto sinceNow = start_ - Platform::current().clock.now();
+        const auto sinceNow = start_ - Platform::now();
         log.debug(shortestText(std::chrono::duration<double>(sinceNow).count()), " seconds elapsed ",
                   container_.itemID);
     };

@@ -18,7 +18,7 @@ constexpr std::size_t kSmallestBlock = 16, kLargestBlock = 1024; // records
 class ListBuilder {
 public:
     explicit ListBuilder(const BrindlemarFileProviderItem::Context& context)
-        : context_(context), now_(Platform::current().clock.now()) {}
+        : context_(context), now_(Platform::now()) {}
 
     void add(const HostItemFields& fields) {
         if (!fields.isComplete()) return;

@@ -1,7 +1,7 @@
 #include "platform/Platform.h"
 
-#include <cassert>
 #include <memory>
+#include <stdexcept>
 
 namespace brindlemar {
 
@@ -13,8 +13,13 @@ std::unique_ptr<const Platform>& installed() {
 } // namespace
 
 const Platform& Platform::current() {
-    assert(installed() && "Platform::install comes first");
+    if (!installed()) throw std::logic_error("brindlemar::Platform::install() comes first");
     return *installed();
+}
+
+Timestamp Platform::now() {
+    if (installed()) return installed()->clock.now();
+    return std::chrono::time_point_cast<Timestamp::duration>(std::chrono::system_clock::now());
 }
 
 void Platform::install(const Platform& platform) { installed() = std::make_unique<const Platform>(platform); }

@@ -26,8 +26,10 @@ struct Platform {
     ObjectStores& stores;
     LogBackend& log;
 
-    /// The installed bundle. Calling it before install() is a programming error.
+    /// The installed bundle. Calling it before install() is a programming error and throws std::logic_error.
     static const Platform& current();
+    /// The installed clock's time of day. Before install() the machine's: records can be made without a bundle.
+    static Timestamp now();
     /// Installs the bundle for the process; the process-wide objects that were built from an earlier one must have
     /// been reset.
     static void install(const Platform& platform);

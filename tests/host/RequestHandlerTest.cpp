@@ -6,10 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <set>
+#include <thread>
 
 namespace brindlemar::host {
 namespace {
@@ -18,18 +23,26 @@ namespace fs = std::filesystem;
 namespace json = boost::json;
 using Strings = std::vector<std::string>;
 
-struct RequestHandlerTest : ::testing::Test {
-    RequestHandlerTest() {
-        fs::create_directories(top / "photos/2019");
-        write("photos/a.jpg", "12345");
-        write("note.txt", "x");
-    }
+struct RequestHandlerTest : ::testing::TestWithParam<TopDirectory::Way> {
+    RequestHandlerTest() { write("note.txt", "x"); }
     ~RequestHandlerTest() override { fs::remove_all(base); }
 
     void write(const fs::path& path, std::string_view text) { std::ofstream(top / path) << text; }
+    void request(std::string_view command, std::string_view identifier, Reply reply) {
+        handler.handle(json::serialize(json::object{{"command", command}, {"identifier", identifier}, {"from", ""}}),
+                       std::move(reply));
+    }
+    /// Its one reply, given on whichever thread, which is then sent or lost.
+    std::string answer(std::string_view command, std::string_view identifier, bool sent = true) {
+        const auto answer = std::make_shared<std::promise<std::string>>();
+        request(command, identifier, [=](std::string_view reply) {
+            answer->set_value(std::string(reply));
+            return sent;
+        });
+        return answer->get_future().get();
+    }
     json::value ask(std::string_view command, std::string_view identifier) {
-        const json::object request{{"command", command}, {"identifier", identifier}, {"from", ""}};
-        return json::parse(handler.answer(json::serialize(request)).value());
+        return json::parse(answer(command, identifier));
     }
     /// The texts under a key of a listing, in its order.
     Strings listed(std::string_view folder, std::string_view key = "itemID") {
@@ -38,19 +51,31 @@ struct RequestHandlerTest : ::testing::Test {
         for (const json::value& item : reply.as_array()) result.emplace_back(item.at(key).as_string());
         return result;
     }
-    Strings deleted(std::string_view folder) { return json::value_to<Strings>(ask("enumerateDeletedJSON", folder)); }
+    Strings deleted(std::string_view folder, bool sent = true) {
+        return json::value_to<Strings>(json::parse(answer("enumerateDeletedJSON", folder, sent)));
+    }
 
     static fs::path temporary() {
         std::string name = fs::temp_directory_path() / "brindlemar-host-XXXXXX";
         return ::mkdtemp(name.data());
     }
+    /// The served directory with a photo in it, opened as on a kernel that can or cannot follow whole paths.
+    TopDirectory makeTop() {
+        fs::create_directories(top / "photos/2019");
+        write("photos/a.jpg", "12345");
+        return {FileDescriptor(::open(top.c_str(), O_RDONLY | O_DIRECTORY)), GetParam()};
+    }
     const fs::path base = temporary(), top = base / "top";
     Strings warnings;
-    RequestHandler handler{
-        {"Work", "c7", top}, {"silent"}, [this](const std::string& text) { warnings.push_back(text); }};
+    RequestHandler handler{{"Work", "c7", top}, Tree(makeTop()), {"silent"}, [this](const std::string& text) {
+                               warnings.push_back(text);
+                           }};
 };
+INSTANTIATE_TEST_SUITE_P(Paths, RequestHandlerTest,
+                         ::testing::Values(TopDirectory::Way::whole, TopDirectory::Way::byName),
+                         [](const auto& way) { return way.param == TopDirectory::Way::whole ? "Whole" : "ByName"; });
 
-TEST_F(RequestHandlerTest, ItemHasTheFieldsOfItsFile) {
+TEST_P(RequestHandlerTest, ItemHasTheFieldsOfItsFile) {
     ::chmod((top / "photos/a.jpg").c_str(), 0640);
     const timespec times[2] = {{1000000000, 5}, {1659538288, 999}};
     ::utimensat(AT_FDCWD, (top / "photos/a.jpg").c_str(), times, 0);
@@ -64,7 +89,7 @@ TEST_F(RequestHandlerTest, ItemHasTheFieldsOfItsFile) {
     EXPECT_EQ(folder.at("parentID"), "0");
 }
 
-TEST_F(RequestHandlerTest, TopIsTheConnectionBelowTheExtensionsRoot) {
+TEST_P(RequestHandlerTest, TopIsTheConnectionBelowTheExtensionsRoot) {
     for (const char* id : {"0", "root", "NSFileProviderRootContainerItemIdentifier"}) {
         const json::value root = ask("itemForIdentifier", id);
         EXPECT_EQ(root.at("itemID"), "c7");
@@ -74,7 +99,7 @@ TEST_F(RequestHandlerTest, TopIsTheConnectionBelowTheExtensionsRoot) {
     }
 }
 
-TEST_F(RequestHandlerTest, NothingLeadsOutOfTheDirectory) {
+TEST_P(RequestHandlerTest, NothingLeadsOutOfTheDirectory) {
     std::ofstream(base / "secret") << "s";
     fs::create_symlink(base / "secret", top / "link");
     fs::create_directory_symlink(base, top / "out");
@@ -88,7 +113,7 @@ TEST_F(RequestHandlerTest, NothingLeadsOutOfTheDirectory) {
     EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
 }
 
-TEST_F(RequestHandlerTest, AwkwardNamesGoThereAndBack) {
+TEST_P(RequestHandlerTest, AwkwardNamesGoThereAndBack) {
     const Strings names = {"0",   "00",      "root", "NSFileProviderRootContainerItemIdentifier",
                            "a|b", "50%",     "%7C",  "q\"\\\n\x01",
                            "ü",   "photos|x"};
@@ -106,7 +131,7 @@ TEST_F(RequestHandlerTest, AwkwardNamesGoThereAndBack) {
     EXPECT_EQ(listed("photos/root"), Strings{"photos/root/0"});
 }
 
-TEST_F(RequestHandlerTest, NamesThatAreNoTextAreLeftOutAndSaid) {
+TEST_P(RequestHandlerTest, NamesThatAreNoTextAreLeftOutAndSaid) {
     write("bad\xff", "");
     write("bad\xc0\x80", "");
     EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
@@ -114,7 +139,7 @@ TEST_F(RequestHandlerTest, NamesThatAreNoTextAreLeftOutAndSaid) {
     EXPECT_EQ(warnings[0].substr(0, 10), "2 names in");
 }
 
-TEST_F(RequestHandlerTest, VanishedNamesAreToldOnce) {
+TEST_P(RequestHandlerTest, VanishedNamesAreToldOnce) {
     write("photos/b", "");
     write("photos/c|", "");
     EXPECT_EQ(deleted("photos"), Strings{}) << "never listed";
@@ -134,23 +159,132 @@ TEST_F(RequestHandlerTest, VanishedNamesAreToldOnce) {
     EXPECT_EQ(deleted("0"), Strings{"c7|note.txt"});
 }
 
-TEST_F(RequestHandlerTest, DirectoryThatIsAbsentHasLostNothing) {
-    listed("0");
-    fs::rename(top, base / "away");
-    EXPECT_EQ(deleted("0"), Strings{});
-    EXPECT_EQ(handler.answer(R"({"command":"itemForIdentifier","identifier":"note.txt"})"), ""); // not: gone
-    fs::rename(base / "away", top);
-    fs::remove(top / "note.txt");
-    EXPECT_EQ(deleted("0"), Strings{"c7|note.txt"});
+TEST_P(RequestHandlerTest, VanishedNamesAreToldUntilAnAnswerWasSent) {
+    listed("photos");
+    fs::remove(top / "photos/a.jpg");
+    for (const bool sent : {false, false, true}) EXPECT_EQ(deleted("photos", sent), Strings{"c7|photos/a.jpg"});
+    EXPECT_EQ(deleted("photos"), Strings{});
 }
 
-TEST_F(RequestHandlerTest, WhatIsNoRequestGetsAnEmptyObject) {
-    for (const char* text :
-         {"", "{", "[]", "7", R"({"command":"fly"})", R"({"command":5})", "deletedItemIDs:x", "{}", "\xff",
-          R"({"command":"itemForIdentifier"})", R"({"command":"itemForIdentifier","identifier":5})"})
-        EXPECT_EQ(handler.answer(text), "{}") << text;
-    EXPECT_EQ(handler.answer(std::string(100'000, '[')), "{}");
-    EXPECT_EQ(handler.answer(R"({"command":"silent"})"), std::nullopt);
+TEST_P(RequestHandlerTest, RequestsForOneFolderTakeTurns) {
+    Strings order;
+    const auto note = [&](std::string_view text) { return order.emplace_back(text), true; };
+    listed("photos");
+    fs::remove(top / "photos/a.jpg");
+    request("enumerateDeletedJSON", "photos", [&](std::string_view first) {
+        request("enumerateDeletedJSON", "photos", note); // while the first answer is not sent yet
+        request("enumerateItemsJSON", "photos/2019", note);
+        return note(first);
+    });
+    EXPECT_EQ(order, (Strings{"[]", R"(["c7|photos/a.jpg"])", "[]"}));
+}
+
+TEST_P(RequestHandlerTest, SideBySideEachEndIsToldOnce) {
+    constexpr int kFiles = 100;
+    Guarded<std::multiset<std::string>> told;
+    std::atomic<bool> changing = true;
+    const auto asker = [&](std::string_view command) {
+        return std::jthread([&, command] {
+            while (changing) answer(command, "photos");
+        });
+    };
+    const auto teller = [&] {
+        while (changing)
+            for (const std::string& id : deleted("photos")) told.with([&](auto& all) { all.insert(id); });
+    };
+    {
+        const std::jthread threads[] = {asker("enumerateItemsJSON"), asker("enumerateItemsJSON"), std::jthread(teller),
+                                        std::jthread(teller)};
+        for (int i = 0; i < kFiles; ++i) {
+            write("photos/" + std::to_string(i), "");
+            listed("photos");
+            fs::remove(top / "photos" / std::to_string(i));
+        }
+        changing = false;
+    }
+    for (const std::string& id : deleted("photos")) told.with([&](auto& all) { all.insert(id); });
+    const auto all = told.copy();
+    EXPECT_EQ(all.size(), kFiles);
+    EXPECT_EQ(std::set(all.begin(), all.end()).size(), kFiles);
+}
+
+TEST_P(RequestHandlerTest, TheDirectoryIsTheOneThatWasOpened) {
+    std::ofstream(base / "secret") << "s";
+    listed("0");
+    fs::rename(top, base / "away");
+    fs::create_directory_symlink(base, top);
+    EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
+    EXPECT_EQ(ask("itemForIdentifier", "secret"), json::object());
+    EXPECT_EQ(deleted("0"), Strings{});
+    fs::remove(base / "away/note.txt");
+    EXPECT_EQ(deleted("0"), Strings{"c7|note.txt"});
+
+    fs::remove_all(base / "away"); // then nothing is known of what was in it
+    EXPECT_EQ(deleted("0"), Strings{});
+    for (const char* id : {"0", "photos"}) EXPECT_EQ(answer("enumerateItemsJSON", id), "") << id;
+    EXPECT_EQ(answer("itemForIdentifier", "photos"), ""); // not: gone
+}
+
+TEST_P(RequestHandlerTest, WhatCannotBeReadIsSaidAndNotGone) {
+    listed("photos");
+    listed("0");
+    fs::permissions(top, fs::perms(0755));
+    fs::permissions(top / "photos", fs::perms::none);
+    // Without the superuser's privileges, on this thread only.
+    const int user = ::setfsuid(65534);
+    EXPECT_EQ(answer("enumerateItemsJSON", "photos"), "");
+    EXPECT_EQ(deleted("photos"), Strings{});
+    EXPECT_EQ(answer("itemForIdentifier", "photos/a.jpg"), "");
+    EXPECT_EQ(listed("0"), (Strings{"note.txt", "photos"}));
+    ::setfsuid(static_cast<uid_t>(user));
+    EXPECT_EQ(warnings.size(), 2u);
+    EXPECT_NE(warnings[0].find("/photos\" cannot be read: Permission denied."), std::string::npos) << warnings[0];
+}
+
+TEST_P(RequestHandlerTest, PathsMayBeLongerThanTheKernelTakes) {
+    const std::string name(200, 'd');
+    FileDescriptor folder(::open((top / "photos/2019").c_str(), O_PATH | O_DIRECTORY));
+    std::string id = "photos/2019";
+    for (int depth = 0; depth < 25; ++depth) {
+        EXPECT_EQ(listed(id), Strings{});
+        ASSERT_EQ(::mkdirat(folder.get(), name.c_str(), 0700), 0);
+        folder = FileDescriptor(::openat(folder.get(), name.c_str(), O_PATH | O_DIRECTORY));
+        id += "/" + name;
+    }
+    EXPECT_EQ(ask("itemForIdentifier", id).at("itemID"), json::value(id));
+    EXPECT_EQ(ask("itemForIdentifier", std::string(300, 'n')), json::object());
+}
+
+TEST_P(RequestHandlerTest, WhatIsNoRequestGetsAnEmptyObject) {
+    Strings replies;
+    const auto note = [&](std::string_view text) { return replies.emplace_back(text), true; };
+    const std::string deep(100'000, '[');
+    const std::string_view texts[] = {"",
+                                      "{",
+                                      "[]",
+                                      "7",
+                                      R"({"command":"fly"})",
+                                      R"({"command":5})",
+                                      "deletedItemIDs:x",
+                                      "{}",
+                                      "\xff",
+                                      R"({"command":"itemForIdentifier"})",
+                                      R"({"command":"itemForIdentifier","identifier":5})",
+                                      deep};
+    for (const std::string_view text : texts) handler.handle(text, note);
+    handler.handle(R"({"command":"silent"})", note);
+    EXPECT_EQ(replies, Strings(std::size(texts), "{}"));
+}
+
+TEST_P(RequestHandlerTest, ACommandThatThrowsGivesAnEmptyReply) {
+    Strings replies;
+    request("itemForIdentifier", "photos", [&](std::string_view text) -> bool {
+        replies.emplace_back(text);
+        if (replies.size() == 1) throw std::bad_alloc();
+        return true;
+    });
+    EXPECT_EQ(replies.back(), "");
+    EXPECT_EQ(warnings.size(), 1u);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "host/KnownNames.h"
+#include "host/commands/KnownNames.h"
 
 #include <algorithm>
 #include <iterator>
@@ -25,21 +25,23 @@ std::string join(const KnownNames::Names& names) {
 }
 } // namespace
 
-void KnownNames::listed(const Names& current) {
+void KnownNames::add(const Names& current) {
     const Names before = split(names_);
     Names all;
-    std::set_union(before.begin(), before.end(), current.begin(), current.end(), std::back_inserter(all));
+    std::ranges::set_union(before, current, std::back_inserter(all));
     names_ = join(all);
 }
 
-std::vector<std::string> KnownNames::takeVanished(const Names& current) {
-    const Names before = split(names_);
-    Names kept, gone;
-    std::set_intersection(before.begin(), before.end(), current.begin(), current.end(), std::back_inserter(kept));
-    std::set_difference(before.begin(), before.end(), current.begin(), current.end(), std::back_inserter(gone));
-    std::vector<std::string> vanished(gone.begin(), gone.end());
+std::vector<std::string> KnownNames::missingFrom(const Names& current) const {
+    Names missing;
+    std::ranges::set_difference(split(names_), current, std::back_inserter(missing));
+    return {missing.begin(), missing.end()};
+}
+
+void KnownNames::remove(const std::vector<std::string>& gone) {
+    Names kept;
+    std::ranges::set_difference(split(names_), Names(gone.begin(), gone.end()), std::back_inserter(kept));
     names_ = join(kept);
-    return vanished;
 }
 
 } // namespace brindlemar::host

@@ -1,4 +1,4 @@
-#include "host/ItemText.h"
+#include "host/commands/ItemText.h"
 
 #include <algorithm>
 #include <charconv>

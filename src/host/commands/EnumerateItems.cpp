@@ -1,0 +1,54 @@
+#include "host/ItemID.h"
+#include "host/commands/Commands.h"
+#include "host/commands/FolderWarnings.h"
+#include "host/commands/ItemText.h"
+
+namespace brindlemar::host {
+
+namespace {
+constexpr std::string_view kNothing = "[]", kCannotTell;
+constexpr std::size_t kUsualItemText = 160; // bytes
+
+struct Listing {
+    std::string text = "[";
+    KnownNames::Names names{};
+    std::size_t failed = 0; // names whose status is not to be had
+};
+
+Listing describe(const Tree::Names& folder, std::string_view parent) {
+    Listing listing;
+    listing.text.reserve(folder.names.size() * kUsualItemText + 2);
+    for (const std::string_view name : folder.names) {
+        const Tree::Status status = Tree::statusIn(folder.folder, name);
+        if (status.outcome == Tree::Outcome::failed) ++listing.failed;
+        if (status.outcome != Tree::Outcome::found) continue;
+        if (!listing.names.empty()) listing.text.push_back(',');
+        appendItem(listing.text, {name, childID(parent, name), parent}, status.info);
+        listing.names.push_back(name);
+    }
+    listing.text.push_back(']');
+    return listing;
+}
+} // namespace
+
+void enumerateItems(Served& served, const JSON& request, const Reply& reply) {
+    const std::string identifier = textMember(request, "identifier");
+    const std::optional<ItemPath> path = pathOfID(identifier);
+    if (!path) {
+        reply(kNothing);
+        return;
+    }
+    const Tree::Names folder = served.tree.names(path->path);
+    if (folder.outcome != Tree::Outcome::found) {
+        warnOfFailure(served, path->path, folder);
+        reply(folder.outcome == Tree::Outcome::missing ? kNothing : kCannotTell);
+        return;
+    }
+    const Listing listing = describe(folder, isTopID(identifier) ? kTopID : std::string_view(identifier));
+    warnOfNamesLeftOut(served, path->path, folder.unreadable, listing.failed);
+    // Known before the reply is sent: to be told later of the end of something unheard of does no harm.
+    served.known.with([&](auto& known) { known[path->path].add(listing.names); });
+    reply(listing.text);
+}
+
+} // namespace brindlemar::host

@@ -1,0 +1,33 @@
+#include "host/commands/FolderWarnings.h"
+
+#include "host/commands/ItemText.h"
+
+#include <system_error>
+
+namespace brindlemar::host {
+
+namespace {
+/// Quoted: names may hold what a terminal obeys.
+std::string folderText(const Served& served, const std::string& path) {
+    std::string text;
+    appendQuoted(text, path == "." ? served.connection.directory : served.connection.directory + "/" + path);
+    return text;
+}
+} // namespace
+
+void warnOfFailure(const Served& served, const std::string& path, const Tree::Names& folder) {
+    if (folder.outcome != Tree::Outcome::failed) return;
+    served.warn("The folder " + folderText(served, path) +
+                " cannot be read: " + std::generic_category().message(folder.error) + ".");
+}
+
+void warnOfNamesLeftOut(const Served& served, const std::string& path, std::size_t unreadable, std::size_t failed) {
+    if (unreadable > 0)
+        served.warn(std::to_string(unreadable) + " names in " + folderText(served, path) +
+                    " are not UTF-8 and are left out. Rename these files to have them served.");
+    if (failed > 0)
+        served.warn(std::to_string(failed) + " names in " + folderText(served, path) +
+                    " cannot be looked at and are left out. Check the folder's permissions.");
+}
+
+} // namespace brindlemar::host
