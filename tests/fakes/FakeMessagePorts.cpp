@@ -12,13 +12,10 @@ struct FakeMessagePorts::Registry {
     std::map<std::string, std::weak_ptr<Remote>> remotes;
     std::map<std::string, std::weak_ptr<Local>> locals;
     std::vector<Sent> sent;
-    std::vector<std::string> remoteAttempts;
-    int failingRemotes = 0, failingLocals = 0, failingSends = 0;
+    int remoteAttempts = 0, failingRemotes = 0, failingSends = 0;
     std::int32_t failingStatus = SendStatus::success;
 
-    template <class Port>
-    static std::shared_ptr<Port> find(const std::map<std::string, std::weak_ptr<Port>>& ports,
-                                      const std::string& name) {
+    static auto find(const auto& ports, const std::string& name) {
         const auto it = ports.find(name);
         return it == ports.end() ? nullptr : it->second.lock();
     }
@@ -30,11 +27,6 @@ public:
         : QueuedLocalPort(mainQueue, std::move(callback)), name_(std::move(name)), registry_(std::move(registry)) {}
     ~Local() override { stopListening(); }
 
-    std::future<Answer> receive(std::int32_t msgid, std::string_view data) {
-        const auto promise = std::make_shared<std::promise<Answer>>();
-        deliver({msgid, Payload::copy(data), [promise](Answer answer) { promise->set_value(std::move(answer)); }});
-        return promise->get_future();
-    }
     void receive(std::int32_t msgid, std::string_view data, std::function<void(Answer)> answer) {
         deliver({msgid, Payload::copy(data), std::move(answer)});
     }
@@ -61,30 +53,25 @@ public:
         invalidation_.announce(shared_from_this());
     }
     Result sendRequest(const Request& request) override {
-        Sent sent{name_, request.msgid, std::string(request.data), request.sendTimeout, request.receiveTimeout};
-        PeerHandler handler;
+        const Sent sent{name_, request.msgid, std::string(request.data), request.sendTimeout, request.receiveTimeout};
+        PeerHandler peer;
         std::shared_ptr<Local> local;
-        registry_->with([&](Registry& registry) {
-            if (!valid_)
-                sent.status = SendStatus::invalid;
-            else if (registry.failingSends > 0 && registry.failingSends--)
-                sent.status = registry.failingStatus;
-            else if (const auto peer = registry.peers.find(name_); peer != registry.peers.end())
-                handler = peer->second;
-            else if (!(local = Registry::find(registry.locals, name_)))
-                sent.status = SendStatus::transportError;
+        const std::int32_t status = registry_->with([&](Registry& registry) {
             registry.sent.push_back(sent);
+            if (!valid_) return SendStatus::invalid;
+            if (registry.failingSends > 0 && registry.failingSends--) return registry.failingStatus;
+            if (const auto found = registry.peers.find(name_); found != registry.peers.end()) peer = found->second;
+            local = Registry::find(registry.locals, name_);
+            return peer || local ? SendStatus::success : SendStatus::transportError;
         });
-        if (sent.status != SendStatus::success) return {sent.status};
+        if (status != SendStatus::success) return {status};
         PendingAnswers::Place place(*answers_, request.msgid);
-        const auto answer = [answers = answers_, msgid = request.msgid](Answer text) {
-            answers->arrived(msgid, text ? Payload::of(*std::move(text)) : Payload());
-        };
-        if (local)
-            local->receive(request.msgid, request.data,
-                           request.receiveTimeout ? answer : std::function<void(Answer)>());
-        else
-            answer(handler ? handler(sent) : Answer());
+        std::function<void(Answer)> answer;
+        if (request.receiveTimeout)
+            answer = [answers = answers_, msgid = request.msgid](Answer text) {
+                answers->arrived(msgid, text ? Payload::of(*std::move(text)) : Payload());
+            };
+        peer ? peer(sent) : local->receive(request.msgid, request.data, std::move(answer));
         return request.receiveTimeout ? place.wait(*request.receiveTimeout) : Result{};
     }
 
@@ -97,12 +84,13 @@ private:
 };
 
 void FakeMessagePorts::Local::stopListening() {
-    const auto remote = registry_->with([&](Registry& registry) {
+    const auto remote = registry_->with([&](Registry& registry) -> std::shared_ptr<Remote> {
         const auto it = registry.locals.find(name_);
         const bool ours = it != registry.locals.end() && !it->second.owner_before(weak_from_this()) &&
                           !weak_from_this().owner_before(it->second);
-        if (ours) registry.locals.erase(it);
-        return ours && !registry.peers.contains(name_) ? Registry::find(registry.remotes, name_) : nullptr;
+        if (!ours) return nullptr;
+        registry.locals.erase(it);
+        return Registry::find(registry.remotes, name_);
     });
     if (remote) remote->invalidate();
 }
@@ -117,7 +105,7 @@ std::shared_ptr<RemotePort> FakeMessagePorts::createRemote(std::string_view text
     auto created = std::make_shared<Remote>(name, registry_, mainQueue_);
     std::shared_ptr<Remote> known;
     return registry_->with([&](Registry& registry) -> std::shared_ptr<RemotePort> {
-        registry.remoteAttempts.push_back(name);
+        ++registry.remoteAttempts;
         if (registry.failingRemotes > 0 && registry.failingRemotes--) return nullptr;
         if ((known = Registry::find(registry.remotes, name))) {
             if (known->isValid()) return known;
@@ -134,7 +122,6 @@ std::shared_ptr<LocalPort> FakeMessagePorts::createLocal(std::string_view text, 
     const std::string name(text);
     auto created = std::make_shared<Local>(name, registry_, mainQueue_, std::move(callback));
     return registry_->with([&](Registry& registry) -> std::shared_ptr<LocalPort> {
-        if (registry.failingLocals > 0 && registry.failingLocals--) return nullptr;
         if (registry.peers.contains(name)) return nullptr;
         if (const auto known = Registry::find(registry.locals, name)) return known;
         registry.locals[name] = created;
@@ -142,17 +129,14 @@ std::shared_ptr<LocalPort> FakeMessagePorts::createLocal(std::string_view text, 
     });
 }
 
-void FakeMessagePorts::addPeer(std::string name, PeerHandler handler) {
-    registry_->with([&](Registry& registry) { registry.peers[std::move(name)].swap(handler); });
+void FakeMessagePorts::addPeer(const std::string& name, PeerHandler handler) {
+    registry_->with([&](Registry& registry) { registry.peers[name].swap(handler); });
 }
 
 void FakeMessagePorts::removePeer(const std::string& name) {
-    PeerHandler gone;
+    decltype(Registry::peers)::node_type gone;
     const auto remote = registry_->with([&](Registry& registry) {
-        if (const auto it = registry.peers.find(name); it != registry.peers.end()) {
-            it->second.swap(gone);
-            registry.peers.erase(it);
-        }
+        gone = registry.peers.extract(name);
         return Registry::find(registry.remotes, name);
     });
     if (remote) remote->invalidate();
@@ -162,43 +146,28 @@ void FakeMessagePorts::failCreateRemote(int count) {
     registry_->with([&](Registry& registry) { registry.failingRemotes = count; });
 }
 
-void FakeMessagePorts::failCreateLocal(int count) {
-    registry_->with([&](Registry& registry) { registry.failingLocals = count; });
-}
-
 void FakeMessagePorts::failSends(int count, std::int32_t status) {
-    registry_->with([&](Registry& registry) {
-        registry.failingSends = count;
-        registry.failingStatus = status;
-    });
+    registry_->with([&](Registry& registry) { registry.failingSends = count, registry.failingStatus = status; });
 }
 
 std::vector<FakeMessagePorts::Sent> FakeMessagePorts::sent() const {
     return registry_->with([](const Registry& registry) { return registry.sent; });
 }
 
-std::vector<std::string> FakeMessagePorts::remoteAttempts() const {
+int FakeMessagePorts::remoteAttempts() const {
     return registry_->with([](const Registry& registry) { return registry.remoteAttempts; });
 }
 
 std::future<FakeMessagePorts::Answer> FakeMessagePorts::inject(const std::string& name, std::int32_t msgid,
                                                                std::string_view data) {
+    const auto promise = std::make_shared<std::promise<Answer>>();
     const auto port = registry_->with([&](Registry& registry) { return Registry::find(registry.locals, name); });
-    return port ? port->receive(msgid, data) : std::future<Answer>();
-}
-
-std::shared_ptr<RemotePort> FakeMessagePorts::remote(const std::string& name) const {
-    const auto port = registry_->with([&](const Registry& registry) { return Registry::find(registry.remotes, name); });
-    return port && port->isValid() ? port : nullptr;
+    if (port) port->receive(msgid, data, [promise](Answer answer) { promise->set_value(std::move(answer)); });
+    return promise->get_future();
 }
 
 std::shared_ptr<LocalPort> FakeMessagePorts::local(const std::string& name) const {
     return registry_->with([&](const Registry& registry) { return Registry::find(registry.locals, name); });
-}
-
-void FakeMessagePorts::invalidate(const std::string& name) {
-    if (const auto port = remote(name)) port->invalidate();
-    if (const auto port = local(name)) port->invalidate();
 }
 
 } // namespace brindlemar

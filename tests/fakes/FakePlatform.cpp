@@ -7,12 +7,12 @@ namespace brindlemar {
 
 void FakeManager::reconnect(ErrorHandler handler) {
     calls.with([](auto& list) { list.push_back("reconnect"); });
-    handler(answer.copy());
+    handler(answer);
 }
 
 void FakeManager::disconnect(std::string reason, unsigned options, ErrorHandler handler) {
     calls.with([&](auto& list) { list.push_back("disconnect " + reason + " " + std::to_string(options)); });
-    handler(answer.copy());
+    handler(answer);
 }
 
 void FakeManager::getUserVisibleURL(std::string_view,
@@ -22,7 +22,7 @@ void FakeManager::getUserVisibleURL(std::string_view,
 
 void FakeManager::signalEnumerator(std::string_view container, ErrorHandler handler) {
     calls.with([&](auto& list) { list.push_back("signal " + std::string(container)); });
-    handler(answer.copy());
+    handler(answer);
 }
 
 std::shared_ptr<NSFileProviderManager> FakeManagers::manager(const NSFileProviderDomain& domain) {
@@ -37,16 +37,14 @@ public:
 
     StoredObject object(std::string_view key) override {
         const auto found = entries_.find(std::string(key));
-        if (found == entries_.end() || stores_.expiries[name_][std::string(key)] <= stores_.clock_.now())
-            return nullptr;
-        if (!stores_.decodes) return found->second;
+        if (found == entries_.end() || found->second.second <= stores_.clock.now()) return nullptr;
+        if (!stores_.decodes) return found->second.first;
         std::string bytes;
-        coder_.encode(found->second, bytes);
+        coder_.encode(found->second.first, bytes);
         return coder_.decode(bytes);
     }
     void setObject(StoredObject object, std::string_view key, Timestamp expiry) override {
-        entries_[std::string(key)] = std::move(object);
-        stores_.expiries[name_][std::string(key)] = expiry;
+        entries_[std::string(key)] = {std::move(object), expiry};
     }
     void setObjects(std::shared_ptr<const ObjectGroup> group, Timestamp expiry) override {
         for (std::size_t i = 0; i < group->count(); ++i) {
@@ -59,32 +57,28 @@ public:
         entries_.clear();
         stores_.emptied.push_back(name_);
     }
-    void removeExpiredObjects() override {
-        std::erase_if(entries_,
-                      [&](const auto& entry) { return stores_.expiries[name_][entry.first] <= stores_.clock_.now(); });
-    }
+    void removeExpiredObjects() override {}
 
 private:
     FakeStores& stores_;
     const std::string name_;
     const ObjectCoder coder_;
-    std::map<std::string, StoredObject> entries_;
+    std::map<std::string, std::pair<StoredObject, Timestamp>> entries_;
 };
 
 std::unique_ptr<ObjectStore> FakeStores::make(StoreConfiguration configuration, ObjectCoder coder) {
     if (failing.contains(configuration.name)) return nullptr;
-    made.push_back(configuration.name);
     return std::make_unique<FakeStore>(*this, configuration.name, std::move(coder));
 }
 
 std::unique_ptr<LogDestination> FakeLog::file(const RotatingLogFile&) {
     struct Destination final : LogDestination {
-        explicit Destination(std::shared_ptr<Guarded<std::vector<std::string>>> lines) : lines(std::move(lines)) {}
+        explicit Destination(decltype(FakeLog::lines) shared) : lines(std::move(shared)) {}
         void write(std::string_view line, bool) override {
             lines->with([&](auto& list) { list.emplace_back(line); });
         }
         void flush() override {}
-        std::shared_ptr<Guarded<std::vector<std::string>>> lines;
+        decltype(FakeLog::lines) lines;
     };
     return std::make_unique<Destination>(lines);
 }

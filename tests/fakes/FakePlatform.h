@@ -21,7 +21,7 @@ public:
 
     /// What was asked of the manager, in order: "reconnect", "disconnect REASON OPTIONS", "signal CONTAINER".
     Guarded<std::vector<std::string>> calls;
-    Guarded<std::optional<NSError>> answer; // given to every handler
+    std::optional<NSError> answer; // given to every handler
 };
 
 class FakeManagers final : public NSFileProviderManagers {
@@ -31,11 +31,10 @@ public:
 };
 
 /// Keeps what was sent and lets the test be the other end.
-class FakeConnection final : public XPCConnection {
-public:
+struct FakeConnection final : XPCConnection {
     void setExportedInterface(const XPCInterface& interface) override { exportedInterface = &interface; }
     void setExportedObject(std::shared_ptr<XPCExportedObject> object) override { exportedObject = std::move(object); }
-    void setRemoteObjectInterface(const XPCInterface& interface) override { remoteInterface = &interface; }
+    void setRemoteObjectInterface(const XPCInterface&) override {}
     void setInvalidationHandler(std::function<void()> handler) override { invalidationHandler = std::move(handler); }
     void resume() override { resumed = true; }
     bool send(std::string_view selector, std::vector<std::string>) override {
@@ -45,39 +44,31 @@ public:
     void invalidate() override {}
 
     const XPCInterface* exportedInterface = nullptr;
-    const XPCInterface* remoteInterface = nullptr;
     std::shared_ptr<XPCExportedObject> exportedObject;
     std::function<void()> invalidationHandler;
     bool resumed = false;
     std::vector<std::string> sent;
 };
 
-class FakeListener final : public XPCListener {
-public:
-    explicit FakeListener(int number) : number_(number) {}
-    void setDelegate(std::weak_ptr<XPCListenerDelegate> delegate) override { this->delegate = std::move(delegate); }
+struct FakeListener final : XPCListener {
+    void setDelegate(std::weak_ptr<XPCListenerDelegate> object) override { delegate = std::move(object); }
     void resume() override { resumed = true; }
-    XPCListenerEndpoint endpoint() const override { return {"fake:" + std::to_string(number_)}; }
+    XPCListenerEndpoint endpoint() const override { return {"fake"}; }
 
     std::weak_ptr<XPCListenerDelegate> delegate;
     bool resumed = false;
-
-private:
-    const int number_;
 };
 
-class FakeXPC final : public XPCServices {
-public:
+struct FakeXPC final : XPCServices {
     std::shared_ptr<XPCListener> makeAnonymousListener() override {
-        auto listener = std::make_shared<FakeListener>(static_cast<int>(made.size()));
+        auto listener = std::make_shared<FakeListener>();
         made.push_back(listener);
         return listener;
     }
     std::vector<std::weak_ptr<FakeListener>> made;
 };
 
-class FakeFiles final : public Files {
-public:
+struct FakeFiles final : Files {
     bool writeAtomically(std::string_view path, std::string_view bytes) override {
         written[std::string(path)] = bytes;
         return true;
@@ -88,24 +79,17 @@ public:
 };
 
 /// Stores in memory whose entries come back as decoded copies when `decodes` is set.
-class FakeStores final : public ObjectStores {
-public:
-    explicit FakeStores(Clock& clock) : clock_(clock) {}
+struct FakeStores final : ObjectStores {
+    explicit FakeStores(Clock& clock) : clock(clock) {}
     std::unique_ptr<ObjectStore> make(StoreConfiguration configuration, ObjectCoder coder) override;
 
-    std::vector<std::string> made;    // names, in order
+    Clock& clock;
     std::vector<std::string> emptied; // names of stores that were emptied, in order
     std::set<std::string> failing;    // names that cannot be made
     bool decodes = false;
-    std::map<std::string, std::map<std::string, Timestamp>> expiries; // store -> key -> expiry
-
-private:
-    friend class FakeStore;
-    Clock& clock_;
 };
 
-class FakeLog final : public LogBackend {
-public:
+struct FakeLog final : LogBackend {
     std::unique_ptr<LogDestination> console() override { return nullptr; }
     std::unique_ptr<LogDestination> file(const RotatingLogFile&) override;
     std::optional<std::string> libraryDirectory() override { return "/library"; }
@@ -114,8 +98,7 @@ public:
 };
 
 /// Installs itself as the process's platform; its destruction resets what was built from it.
-class FakePlatform {
-public:
+struct FakePlatform {
     FakePlatform();
     ~FakePlatform();
 
