@@ -32,29 +32,35 @@ protected:
         world.reset();
         EXPECT_EQ(openDescriptors(), before_) << "descriptors leaked";
     }
-    std::shared_ptr<LocalPort>& listen(const std::string& name = "p") {
-        local_ = world->ours.createLocal(name, [this](LocalPort&, std::int32_t id, const Payload& data) {
+    std::shared_ptr<LocalPort>& listen() {
+        local_ = world->ours.createLocal("p", [this](LocalPort&, std::int32_t id, const Payload& data) {
             received.add(data.bytes().size());
             return id == 99 ? Text("alive") : Text();
         });
-        local_->setDispatchQueue(world->main);
+        if (local_) local_->setDispatchQueue(world->main);
         return local_;
     }
-    /// The port still serves whoever keeps to the rules.
-    void expectAlive(const std::string& name = "p") {
-        const auto remote = world->theirs.createRemote(name);
-        ASSERT_TRUE(remote);
-        const auto result = remote->sendRequest({99, "x", kPatience, kPatience});
-        EXPECT_EQ(result.answer.bytes(), "alive");
+    RawSocket greeted() {
+        RawSocket socket = RawSocket::connected(world->directory, "p");
+        EXPECT_TRUE(socket.greet("p"));
+        return socket;
     }
-    void expectComplaint(std::string_view part, std::size_t number = 1) {
-        const auto all = world->complaints.atLeast(number);
-        ASSERT_EQ(all.size(), number) << part;
+    /// The port still serves whoever keeps to the rules.
+    void expectAlive() {
+        const auto remote = world->theirs.createRemote("p");
+        ASSERT_TRUE(remote);
+        EXPECT_EQ(remote->sendRequest({99, "x", kPatience, kPatience}).answer.bytes(), "alive");
+    }
+    void expectComplaint(std::string_view part) {
+        const auto all = world->complaints.atLeast(++complaints_);
+        ASSERT_EQ(all.size(), complaints_) << part;
         EXPECT_NE(all.back().find(part), std::string::npos) << all.back();
     }
+    std::string path() const { return world->directory.path() + "/" + portFileName("p"); }
 
 private:
     const std::size_t before_;
+    std::size_t complaints_ = 0;
     std::shared_ptr<LocalPort> local_;
 
 protected:
@@ -69,31 +75,30 @@ TEST_F(PortAttacks, APacketThatBreaksARuleClosesItsConnectionOnly) {
                          file(::open(world->directory.path().c_str(), O_RDONLY | O_TMPFILE | O_RDWR, 0600)),
                          directory(::open("/", O_RDONLY | O_CLOEXEC));
     const int memory = good.get();
-    const std::vector<int> many(9, memory);
     const RawPacket inMemory{.flags = 2, .length = 70'000};
     struct Row {
         const char* complaint;
         std::string bytes;
-        std::vector<int> descriptors;
+        std::vector<int> descriptors{};
     };
     std::vector<Row> rows = {
-        {"shorter than a header", "x", {}},
-        {"shorter than a header", RawPacket{}.bytes().substr(0, 15), {}},
-        {"protocol version", RawPacket{.version = 0}.bytes(), {}},
-        {"protocol version", RawPacket{.version = 2}.bytes(), {}},
-        {"kind", RawPacket{.kind = 0}.bytes(), {}},
-        {"kind", RawPacket{.kind = 1, .body = "p"}.bytes(), {}}, // a second hello
-        {"kind", RawPacket{.kind = 3}.bytes(), {}},              // an answer to nobody
-        {"unknown flags", RawPacket{.flags = 4}.bytes(), {}},
-        {"reserved byte", RawPacket{.zero = 1}.bytes(), {}},
-        {"not its body's", RawPacket{.length = 3, .body = "four"}.bytes(), {}},
-        {"not its body's", RawPacket{.length = 5, .body = "four"}.bytes(), {}},
-        {"not its body's", RawPacket{.length = 1ULL << 63}.bytes(), {}},
-        {"longer than any", RawPacket{.body = std::string(65'537, 'x')}.bytes(), {}},
-        {"descriptors", inMemory.bytes(), {}},
+        {"shorter than a header", "x"},
+        {"shorter than a header", RawPacket{}.bytes().substr(0, 15)},
+        {"protocol version", RawPacket{.version = 0}.bytes()},
+        {"protocol version", RawPacket{.version = 2}.bytes()},
+        {"kind", RawPacket{.kind = 0}.bytes()},
+        {"kind", RawPacket{.kind = 1, .body = "p"}.bytes()}, // a second hello
+        {"kind", RawPacket{.kind = 3}.bytes()},              // an answer to nobody
+        {"unknown flags", RawPacket{.flags = 4}.bytes()},
+        {"reserved byte", RawPacket{.zero = 1}.bytes()},
+        {"not its body's", RawPacket{.length = 3, .body = "four"}.bytes()},
+        {"not its body's", RawPacket{.length = 5, .body = "four"}.bytes()},
+        {"not its body's", RawPacket{.length = 1ULL << 63}.bytes()},
+        {"longer than any", RawPacket{.body = std::string(65'537, 'x')}.bytes()},
+        {"descriptors", inMemory.bytes()},
         {"descriptors", RawPacket{.body = "x"}.bytes(), {memory}},
         {"descriptors", inMemory.bytes(), {memory, memory}},
-        {"descriptors", inMemory.bytes(), many},
+        {"descriptors", inMemory.bytes(), std::vector<int>(9, memory)},
         {"both", RawPacket{.flags = 2, .body = "x"}.bytes(), {memory}},
         {"absurd", RawPacket{.flags = 2, .length = 0}.bytes(), {memory}},
         {"absurd", RawPacket{.flags = 2, .length = 1ULL << 63}.bytes(), {memory}},
@@ -106,84 +111,63 @@ TEST_F(PortAttacks, APacketThatBreaksARuleClosesItsConnectionOnly) {
     };
     const FileDescriptor huge = rawMemory(std::size_t{2} << 20, sealed, MFD_HUGETLB); // not every system has these
     if (huge) rows.push_back({"ordinary pages", inMemory.bytes(), {huge.get()}});
-    std::size_t complaints = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.complaint);
-        RawSocket bystander = RawSocket::connected(world->directory, "p");
-        RawSocket attacker = RawSocket::connected(world->directory, "p");
-        ASSERT_TRUE(bystander.greet("p") && attacker.greet("p"));
+        RawSocket bystander = greeted(), attacker = greeted();
         ASSERT_TRUE(attacker.send(row.bytes, row.descriptors));
         EXPECT_TRUE(attacker.closedByPeer());
-        expectComplaint(row.complaint, ++complaints);
+        expectComplaint(row.complaint);
         ASSERT_TRUE(bystander.send(RawPacket{.flags = 1, .id = 99}.bytes()));
         EXPECT_EQ(bystander.receive(), (RawPacket{.kind = 3, .id = 99, .body = "alive"}.bytes()));
     }
     EXPECT_EQ(received.atLeast(0).size(), rows.size()); // the bystanders' only
 }
 
-TEST_F(PortAttacks, ASenderIsHeardOnlyAfterItsHello) {
-    listen();
+TEST_F(PortAttacks, NeitherSideGoesOnWithoutARightHello) {
     const struct {
-        const char* complaint; // none: closing without a word is how a name is probed
-        std::optional<std::string> first;
+        const char* complaint;
+        Text hello{}; // silence without one
     } rows[] = {
         {"another name", RawPacket::hello("q").bytes()},
         {"another name", RawPacket::hello("").bytes()},
         {"another name", RawPacket::hello({"p\0", 2}).bytes()},
         {"another name", RawPacket::hello(std::string(10'000, 'p')).bytes()},
         {"kind", RawPacket{.body = "p"}.bytes()},
-        {"kind", RawPacket{.kind = 3, .body = "p"}.bytes()},
+        {"version", RawPacket{.version = 9, .kind = 1, .body = "p"}.bytes()},
         {"message id", RawPacket{.kind = 1, .id = 1, .body = "p"}.bytes()},
         {"cannot want", RawPacket{.kind = 1, .flags = 1, .body = "p"}.bytes()},
-        {"silent", {}},
+        {"silent"},
     };
-    std::size_t complaints = 0;
+    listen();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.complaint);
         RawSocket attacker = RawSocket::connected(world->directory, "p");
-        if (row.first) {
-            ASSERT_TRUE(attacker.send(*row.first));
-        }
+        EXPECT_TRUE(!row.hello || attacker.send(*row.hello));
         EXPECT_TRUE(attacker.closedByPeer());
-        expectComplaint(row.complaint, ++complaints);
+        expectComplaint(row.complaint);
     }
-    RawSocket::connected(world->directory, "p").close();
+    RawSocket::connected(world->directory, "p").close(); // without a word: this is how a name is probed
     expectAlive();
-    EXPECT_EQ(world->complaints.atLeast(0).size(), complaints);
-}
-
-TEST_F(PortAttacks, NoListenerCanHoldUpItsSenders) {
-    const struct {
-        const char* complaint;
-        std::optional<std::string> reply;
-        bool closes = false;
-    } rows[] = {
-        {"another name", RawPacket::hello("q").bytes()},
-        {"kind", RawPacket{.body = "p"}.bytes()},
-        {"version", RawPacket{.version = 9, .kind = 1, .body = "p"}.bytes()},
-        {"closed instead", {}, true},
-        {"silent", {}},
-    };
-    std::size_t complaints = 0;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.complaint);
-        RawSocket listener = RawSocket::listening(world->directory, "p");
+    listen()->invalidate();
+    const auto attack = [&](const char* complaint, const Text& hello, bool closes = false) {
+        SCOPED_TRACE(complaint);
+        RawSocket listener = RawSocket::listening(world->directory, "q");
         std::jthread serving([&] {
             RawSocket peer = listener.accept();
-            EXPECT_EQ(peer.receive(), RawPacket::hello("p").bytes());
-            if (row.reply) {
-                EXPECT_TRUE(peer.send(*row.reply));
-            }
-            if (!row.closes) {
-                EXPECT_TRUE(peer.closedByPeer());
-            }
+            EXPECT_EQ(peer.receive(), RawPacket::hello("q").bytes());
+            EXPECT_TRUE(!hello || peer.send(*hello));
+            EXPECT_TRUE(closes || peer.closedByPeer());
         });
-        EXPECT_FALSE(world->ours.createRemote("p"));
-        expectComplaint(row.complaint, ++complaints);
-        std::filesystem::remove(world->directory.path() + "/" + portFileName("p"));
-    }
-    RawSocket full = RawSocket::listening(world->directory, "p", 0); // nobody accepts
-    for (int i = 0; i < 2; ++i) EXPECT_FALSE(world->ours.createRemote("p"));
+        EXPECT_FALSE(world->ours.createRemote("q"));
+        expectComplaint(complaint);
+        std::filesystem::remove(world->directory.path() + "/" + portFileName("q"));
+    };
+    for (const auto& row : rows)
+        if (row.complaint != std::string("another name")) attack(row.complaint, row.hello);
+    attack("another name", RawPacket::hello("p").bytes());
+    attack("closed instead", {}, true);
+    RawSocket full = RawSocket::listening(world->directory, "full", 0); // nobody accepts
+    for (int i = 0; i < 2; ++i) EXPECT_FALSE(world->ours.createRemote("full"));
 }
 
 TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
@@ -236,9 +220,7 @@ TEST_F(PortAttacks, AListenerThatDoesNotReadCostsTheSendersTimeOnly) {
 TEST_F(PortAttacks, AFloodWaitsInMemoryAndHoldsUpNobody) {
     Event release;
     const auto flooded = world->ours.createLocal("flooded", [&, next = 0](auto&, std::int32_t id, auto&) mutable {
-        if (id == 0) {
-            EXPECT_TRUE(release.happens());
-        }
+        EXPECT_TRUE(id != 0 || release.happens());
         EXPECT_EQ(id, next++);
         received.add(0);
         return Text();
@@ -252,12 +234,7 @@ TEST_F(PortAttacks, AFloodWaitsInMemoryAndHoldsUpNobody) {
     expectAlive();
     release.happen();
     EXPECT_EQ(received.atLeast(10'001).size(), 10'001U);
-}
-
-TEST_F(PortAttacks, WhoDoesNotReadItsAnswersIsClosed) {
-    listen();
-    RawSocket greedy = RawSocket::connected(world->directory, "p");
-    ASSERT_TRUE(greedy.greet("p"));
+    RawSocket greedy = greeted(); // asks and does not read
     while (greedy.send(RawPacket{.flags = 1, .id = 99}.bytes())) {
     }
     expectComplaint("does not read");
@@ -297,23 +274,22 @@ TEST_F(PortAttacks, WithoutDescriptorsConnectionsWaitAndNobodySpins) {
 }
 
 TEST_F(PortAttacks, OnlyADeadPeersSocketIsRemoved) {
-    const std::string path = world->directory.path() + "/" + portFileName("p");
     RawSocket::listening(world->directory, "p").close(); // leaves its file behind, as a crash does
-    ASSERT_TRUE(std::filesystem::is_socket(path));
+    ASSERT_TRUE(std::filesystem::is_socket(path()));
     EXPECT_TRUE(listen());
     expectAlive();
     listen()->invalidate();
-    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_FALSE(std::filesystem::exists(path()));
 
-    std::ofstream(path) << "a user's file";
-    EXPECT_FALSE(world->ours.createLocal("p", {}));
+    std::ofstream(path()) << "a user's file";
+    EXPECT_FALSE(listen());
     expectComplaint("taken");
-    EXPECT_TRUE(std::filesystem::is_regular_file(path));
-    std::filesystem::remove(path);
+    EXPECT_TRUE(std::filesystem::is_regular_file(path()));
+    std::filesystem::remove(path());
 
     RawSocket busy = RawSocket::listening(world->directory, "p"); // accepts nobody
-    EXPECT_FALSE(world->ours.createLocal("p", {}));
-    EXPECT_TRUE(std::filesystem::is_socket(path));
+    EXPECT_FALSE(listen());
+    EXPECT_TRUE(std::filesystem::is_socket(path()));
 }
 
 TEST_F(PortAttacks, AnotherUserIsRefused) {
@@ -322,8 +298,7 @@ TEST_F(PortAttacks, AnotherUserIsRefused) {
     std::jthread([&] { // the bare system calls change this thread only, and it keeps its way into the directory
         ASSERT_EQ(::prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0);
         ASSERT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0);
-        RawSocket stranger = RawSocket::connected(world->directory, "p");
-        EXPECT_TRUE(stranger.closedByPeer());
+        EXPECT_TRUE(RawSocket::connected(world->directory, "p").closedByPeer());
         EXPECT_FALSE(world->theirs.createRemote("p"));
     })
         .join();
