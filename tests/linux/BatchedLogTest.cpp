@@ -1,10 +1,9 @@
 #include "linux/log/BatchedLog.h"
+#include "fakes/Patience.h"
 #include "support/Guarded.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <future>
 #include <map>
 #include <sstream>
 
@@ -19,36 +18,35 @@ struct Wire {
     std::size_t room = std::string::npos;
 };
 
-class WireOutput : public LogOutput {
-public:
-    explicit WireOutput(std::shared_ptr<Guarded<Wire>> wire) : wire_(std::move(wire)) {}
-    std::size_t write(std::string_view bytes) override {
-        return wire_->with([&](Wire& wire) {
-            const std::size_t taken = std::min(bytes.size(), wire.room);
-            wire.bytes.append(bytes.substr(0, taken));
-            if (wire.room != std::string::npos) wire.room -= taken;
-            return taken;
-        });
-    }
-
-private:
-    std::shared_ptr<Guarded<Wire>> wire_;
+/// An output that does what the test says.
+struct Output : LogOutput {
+    explicit Output(std::function<std::size_t(std::string_view)> body) : body(std::move(body)) {}
+    std::size_t write(std::string_view bytes) override { return body(bytes); }
+    std::function<std::size_t(std::string_view)> body;
 };
 
 struct BatchedLogTest : ::testing::Test {
-    std::shared_ptr<Guarded<Wire>> wire = std::make_shared<Guarded<Wire>>();
+    Guarded<Wire> shared;
     std::unique_ptr<BatchedLog> make(BatchedLog::Limits limits) {
-        return std::make_unique<BatchedLog>(std::make_unique<WireOutput>(wire), limits);
+        const auto write = [this](std::string_view bytes) {
+            return shared.with([&](Wire& wire) {
+                const std::size_t taken = std::min(bytes.size(), wire.room);
+                wire.bytes.append(bytes.substr(0, taken));
+                if (wire.room != std::string::npos) wire.room -= taken;
+                return taken;
+            });
+        };
+        return std::make_unique<BatchedLog>(std::make_unique<Output>(write), limits);
     }
-    std::string bytes() { return wire->copy().bytes; }
+    std::string bytes() { return shared.copy().bytes; }
     void setRoom(std::size_t room) {
-        wire->with([room](Wire& wire) { wire.room = room; });
+        shared.with([room](Wire& wire) { wire.room = room; });
     }
 };
 
 constexpr auto kNever = std::chrono::hours(1);
 
-TEST_F(BatchedLogTest, UrgentLinesTakeAllBeforeThemAlong) {
+TEST_F(BatchedLogTest, UrgentLinesTakeAllBeforeThemAlongAndOthersFollow) {
     auto log = make({.gathering = kNever, .patience = kNever});
     log->write("one", false);
     EXPECT_EQ(bytes(), "");
@@ -60,21 +58,13 @@ TEST_F(BatchedLogTest, UrgentLinesTakeAllBeforeThemAlong) {
     log->write("four", false);
     log.reset();
     EXPECT_EQ(bytes(), "one\ntwo\nthree\nfour\n");
-}
-
-TEST_F(BatchedLogTest, OtherLinesArriveByThemselves) {
-    std::promise<void> arrived;
-    struct Signalling : LogOutput {
-        explicit Signalling(std::promise<void>& promise) : arrived(promise) {}
-        std::size_t write(std::string_view bytes) override {
-            if (!bytes.empty()) arrived.set_value();
-            return bytes.size();
-        }
-        std::promise<void>& arrived;
-    };
-    BatchedLog log(std::make_unique<Signalling>(arrived));
-    log.write("one", false);
-    EXPECT_EQ(arrived.get_future().wait_for(60s), std::future_status::ready);
+    Event arrived;
+    BatchedLog alone(std::make_unique<Output>([&](std::string_view line) {
+        if (!line.empty()) arrived.happen();
+        return line.size();
+    }));
+    alone.write("by itself", false);
+    EXPECT_TRUE(arrived.happens());
 }
 
 TEST_F(BatchedLogTest, GoesOnWhereAFailingOutputStopped) {
@@ -106,7 +96,7 @@ TEST_F(BatchedLogTest, DropsAndCountsWhatTheBacklogCannotHold) {
     EXPECT_TRUE(all.ends_with("\nafter\n"));
 }
 
-TEST_F(BatchedLogTest, CallersWaitForAnOutputThatIsMerelyBehind) {
+TEST_F(BatchedLogTest, CallersWaitForAnOutputThatIsBehindButNotForOneThatStandsStill) {
     auto log = make({.backlog = 100, .gathering = kNever, .patience = kNever});
     std::string all;
     for (int i = 0; i < 1000; ++i) {
@@ -117,35 +107,27 @@ TEST_F(BatchedLogTest, CallersWaitForAnOutputThatIsMerelyBehind) {
     log->write(longerThanAllRoom, false);
     log->flush();
     EXPECT_EQ(bytes(), all + longerThanAllRoom + "\n");
-}
 
-TEST_F(BatchedLogTest, AnOutputThatStandsStillHoldsNobodyForLong) {
-    struct Stuck : LogOutput {
-        std::size_t write(std::string_view bytes) override {
-            released.wait();
-            return bytes.size();
-        }
-        explicit Stuck(std::shared_future<void> future) : released(std::move(future)) {}
-        std::shared_future<void> released;
-    };
-    std::promise<void> release;
-    BatchedLog log(std::make_unique<Stuck>(release.get_future().share()), {.patience = 1ms});
-    log.write("urgent", true); // comes back
-    log.flush();
-    release.set_value();
+    Event release;
+    const auto stuck = [&](std::string_view line) { return release.happens() ? line.size() : 0; };
+    BatchedLog still(std::make_unique<Output>(stuck), {.patience = 1ms});
+    still.write("urgent", true); // comes back
+    still.flush();
+    release.happen();
 }
 
 TEST_F(BatchedLogTest, LinesOfManyThreadsStayWholeAndInOrder) {
     constexpr int kThreads = 4, kLines = 5'000;
     auto log = make({.backlog = std::size_t{64} << 20});
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back([&log, thread] {
-            const std::string fill(static_cast<std::size_t>(thread) * 13, 'f');
-            for (int i = 0; i < kLines; ++i)
-                log->write(std::to_string(thread) + " " + std::to_string(i) + " " + fill + "end", i % 1000 == 0);
-        });
-    for (auto& thread : threads) thread.join();
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kThreads; ++thread)
+            threads.emplace_back([&log, thread] {
+                const std::string end = " " + std::string(static_cast<std::size_t>(thread) * 13, 'f') + "end";
+                for (int i = 0; i < kLines; ++i)
+                    log->write(std::to_string(thread) + " " + std::to_string(i) + end, i % 1000 == 0);
+            });
+    }
     log.reset();
     std::istringstream lines(bytes());
     std::map<int, int> next;

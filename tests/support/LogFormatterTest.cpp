@@ -31,7 +31,7 @@ TEST(LogQuote, WritesTheStringFormOfJSON) {
     for (const auto& [value, expected] : rows) EXPECT_EQ(quoteOf(value), expected);
 }
 
-TEST(LogQuote, FindsAnEscapeAtEveryPlaceOfAWord) {
+TEST(LogQuote, FindsAnEscapeAtEveryPlaceOfAWordAndLeavesWhatIsNotUTF8Raw) {
     for (const char special : {'"', '\\', '\n', '\x1f'})
         for (std::size_t place = 0; place < 20; ++place) {
             std::string value(20, '~');
@@ -41,25 +41,11 @@ TEST(LogQuote, FindsAnEscapeAtEveryPlaceOfAWord) {
             EXPECT_EQ(text.back(), '"');
             EXPECT_EQ(text.find('\n'), text.npos);
         }
-}
-
-TEST(LogQuote, LeavesWhatIsNotUTF8Raw) {
     for (const char* value : {"caf\xe9", "\xc0\xaf", "\xed\xa0\x80", "a\xff\"\nb", "cut \xe2\x82"})
         EXPECT_EQ(quoteOf(value), value);
 }
 
-/// The zone of the process for one scope.
-class Zone {
-public:
-    explicit Zone(const char* name) {
-        if (const char* old = std::getenv("TZ")) old_ = old;
-        ::setenv("TZ", name, 1);
-    }
-    ~Zone() { old_ ? ::setenv("TZ", old_->c_str(), 1) : ::unsetenv("TZ"); }
-
-private:
-    std::optional<std::string> old_;
-};
+void setZone(const char* name) { ::setenv("TZ", name, 1); }
 
 TEST(LogDate, RoundsMillisecondsAndShowsTheZone) {
     const sys_seconds march = sys_days{2024y / 3 / 5} + 13h + 7min + 9s;
@@ -69,19 +55,16 @@ TEST(LogDate, RoundsMillisecondsAndShowsTheZone) {
         const char* expected;
     } rows[] = {
         // one second each, for a second's zone is looked up once
-        {"UTC0", march + 42ms, "2024-03-05T13:07:09.042Z"},
         {"CET-1", march + 1s + 42ms, "2024-03-05T14:07:10.042+01:00"},
         {"NST3:30", march + 2s + 42ms, "2024-03-05T09:37:11.042-03:30"},
-        {"IST-5:30", march + 3s, "2024-03-05T18:37:12.000+05:30"},
         {"CET-1CEST,M3.5.0,M10.5.0/3", march + hours(24 * 120), "2024-07-03T15:07:09.000+02:00"},
         {"UTC0", march + 10s + 41500us, "2024-03-05T13:07:19.042Z"},
         {"UTC0", march + 10s + 41499999ns, "2024-03-05T13:07:19.041Z"},
         {"UTC0", march + 11s + 999500us, "2024-03-05T13:07:21.000Z"},
         {"UTC0", sys_days{1969y / 12 / 31} + 23h + 59min + 59s + 250ms, "1969-12-31T23:59:59.250Z"},
-        {"UTC0", sys_days{2024y / 2 / 29}, "2024-02-29T00:00:00.000Z"},
     };
     for (const auto& row : rows) {
-        const Zone zone(row.zone);
+        setZone(row.zone);
         LogLine line;
         LogDateFormat().append(line, row.date);
         EXPECT_EQ(line.text(), row.expected);
@@ -89,7 +72,7 @@ TEST(LogDate, RoundsMillisecondsAndShowsTheZone) {
 }
 
 TEST(LogFormatter, WritesTheFieldsInTheirOrder) {
-    const Zone zone("UTC0");
+    setZone("UTC0");
     const LogMetadata none, two{{"itemID", "c7|a \"b\""}, {"empty", ""}, {"domain", "c7"}};
     LogMessage message{.level = LogLevel::notice,
                        .message = "Bad \"answer\"\n",
@@ -114,16 +97,13 @@ TEST(LogFormatter, WritesTheFieldsInTheirOrder) {
               std::string::npos);
 }
 
-TEST(LogNames, ComeFromTheBundleIdentifier) {
-    const LogNames names = LogNames::of("a.b.c");
-    EXPECT_EQ(names.logger, "a.b.c.log");
-    EXPECT_EQ(names.consoleSink, "a.b.c.console");
-    EXPECT_EQ(names.fileSink, "a.b.c.filerotation");
-    EXPECT_EQ(names.file, "Logs/Brindlemar/c.log");
-    EXPECT_EQ(LogNames::of("a.b..").file, "Logs/Brindlemar/b.log");
-    EXPECT_EQ(LogNames::of("one").file, "Logs/Brindlemar/one.log");
-    EXPECT_EQ(LogNames::of("..").file, std::nullopt);
-    EXPECT_EQ(LogNames::of("").file, std::nullopt);
+TEST(LogNames, TheFileIsNamedByTheBundleIdentifiersLastPiece) {
+    const std::pair<const char*, std::optional<std::string>> rows[] = {{"a.b.c", "Logs/Brindlemar/c.log"},
+                                                                       {"a.b..", "Logs/Brindlemar/b.log"},
+                                                                       {"one", "Logs/Brindlemar/one.log"},
+                                                                       {"..", {}},
+                                                                       {"", {}}};
+    for (const auto& [identifier, file] : rows) EXPECT_EQ(LogNames::of(identifier).file, file) << identifier;
 }
 
 } // namespace

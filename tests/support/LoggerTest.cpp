@@ -1,7 +1,5 @@
 #include "support/Logger.h"
-#include "fakes/FakeClock.h"
-#include "fakes/UnusedServices.h"
-#include "support/Guarded.h"
+#include "fakes/FakePlatform.h"
 
 #include <gtest/gtest.h>
 
@@ -10,77 +8,65 @@
 namespace brindlemar {
 namespace {
 
-struct Recorded {
-    std::vector<std::string> lines;
-    int urgent = 0, flushes = 0;
-};
-using Record = std::shared_ptr<Guarded<Recorded>>;
+using Lines = std::vector<std::string>;
 
-class RecordingDestination : public LogDestination {
-public:
-    explicit RecordingDestination(Record record) : record_(std::move(record)) {}
-    void write(std::string_view line, bool urgent) override {
-        record_->with([&](Recorded& recorded) {
-            recorded.lines.emplace_back(line);
-            recorded.urgent += urgent;
-        });
-    }
-    void flush() override {
-        record_->with([](Recorded& recorded) { ++recorded.flushes; });
-    }
-
-private:
-    Record record_;
-};
-
+/// Notes every line with the sink's name, urgent ones with "!", and every flush.
 struct RecordingBackend : LogBackend {
+    struct Destination : LogDestination {
+        Destination(RecordingBackend& backend, std::string name) : backend(backend), name(std::move(name)) {}
+        void write(std::string_view line, bool urgent) override { note((urgent ? "! " : " ") + std::string(line)); }
+        void flush() override { note(" flushed"); }
+        void note(const std::string& text) {
+            backend.notes.with([&](Lines& notes) { notes.push_back(name + text); });
+        }
+        RecordingBackend& backend;
+        const std::string name;
+    };
     std::unique_ptr<LogDestination> console() override {
         ++consoles;
-        return std::make_unique<RecordingDestination>(consoleRecord);
+        return std::make_unique<Destination>(*this, "console");
     }
     std::unique_ptr<LogDestination> file(const RotatingLogFile& file) override {
         opened = file;
-        return fileFails ? nullptr : std::make_unique<RecordingDestination>(fileRecord);
+        return fileFails ? nullptr : std::make_unique<Destination>(*this, "file");
     }
     std::optional<std::string> libraryDirectory() override { return library; }
     std::uint64_t threadID() override { return 42; }
 
+    Guarded<Lines> notes;
     std::atomic<int> consoles{0};
     std::optional<std::string> library = "/library";
     bool fileFails = false;
     std::optional<RotatingLogFile> opened;
-    Record consoleRecord = std::make_shared<Guarded<Recorded>>(), fileRecord = std::make_shared<Guarded<Recorded>>();
 };
 
 struct LoggerTest : ::testing::Test {
-    LoggerTest() { Platform::install(services.platform(clock, backend)); }
+    LoggerTest() {
+        auto& [clock, main, background, tasks, ports, managers, xpc, files, stores, log, manager] = platform;
+        Platform::install({clock, main, background, tasks, ports, managers, xpc, files, stores, backend});
+    }
     ~LoggerTest() override { Logger::reset(); }
-    FakeClock clock;
+    FakePlatform platform;
     RecordingBackend backend;
-    UnusedServices services;
 };
 
 TEST_F(LoggerTest, WritesOneLineToBothSinks) {
     const LogScope log{Logger::shared(), "a(b:)"};
     log.debug("pages: ", 3, " of ", std::string("four"));
+    const std::string location = "location=\"BrindlemarFileProvider/LoggerTest:" + std::to_string(__LINE__ - 1) + "\"";
     log.errorWith({{"itemID", "7"}}, "failed");
     Logger::shared().log(LogLevel::trace, {}, "not written");
-    const Recorded console = backend.consoleRecord->copy(), file = backend.fileRecord->copy();
-    ASSERT_EQ(console.lines.size(), 2u);
-    EXPECT_EQ(console.lines, file.lines);
-    EXPECT_EQ(console.urgent, 1);
-    const std::string location = "location=\"BrindlemarFileProvider/LoggerTest:" + std::to_string(__LINE__ - 7) + "\"";
-    EXPECT_NE(
-        console.lines[0].find("level=DEBUG msg=\"pages: 3 of four\" thread=42  " + location + " function=\"a(b:)\""),
-        std::string::npos)
-        << console.lines[0];
-    EXPECT_NE(console.lines[1].find("level=ERROR msg=\"failed\" thread=42 itemID=\"7\" location="), std::string::npos);
-    EXPECT_EQ(Logger::shared().label(), "io.brindlemar.FileProvider.log");
-}
-
-TEST_F(LoggerTest, OpensTheRotatingFileUnderTheLibraryDirectory) {
-    Logger::shared();
-    ASSERT_TRUE(backend.opened);
+    Logger::reset();
+    const Lines all = backend.notes.copy();
+    ASSERT_EQ(all.size(), 6u);
+    EXPECT_NE(all[0].find("level=DEBUG msg=\"pages: 3 of four\" thread=42  " + location + " function=\"a(b:)\""),
+              std::string::npos)
+        << all[0];
+    EXPECT_NE(all[2].find("level=ERROR msg=\"failed\" thread=42 itemID=\"7\" location="), std::string::npos);
+    EXPECT_TRUE(all[0].starts_with("console t=") && all[2].starts_with("console! t="));
+    EXPECT_EQ("file" + all[0].substr(7), all[1]);
+    EXPECT_EQ("file" + all[2].substr(7), all[3]);
+    EXPECT_EQ(all[4] + all[5], "console flushedfile flushed");
     EXPECT_EQ(backend.opened->path, "/library/Logs/Brindlemar/FileProvider.log");
     EXPECT_EQ(backend.opened->permission, 0640u);
     EXPECT_EQ(backend.opened->maximumFileSize, 31457280u);
@@ -94,24 +80,18 @@ TEST_F(LoggerTest, CarriesOnWithTheConsoleWithoutAFile) {
         backend.fileFails = !noLibrary;
         LogScope{Logger::shared(), "f()"}.info("still heard");
     }
-    EXPECT_EQ(backend.consoleRecord->copy().lines.size(), 2u);
-    EXPECT_TRUE(backend.fileRecord->copy().lines.empty());
+    const Lines all = backend.notes.copy();
+    ASSERT_EQ(all.size(), 3u); // and a flush
+    for (const auto& each : all) EXPECT_TRUE(each.starts_with("console")) << each;
 }
 
 TEST_F(LoggerTest, IsBuiltOnceHoweverManyThreadsAskFirst) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) threads.emplace_back([] { LogScope{Logger::shared(), "f()"}.info("here"); });
-    for (auto& thread : threads) thread.join();
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 8; ++i) threads.emplace_back([] { LogScope{Logger::shared(), "f()"}.info("here"); });
+    }
     EXPECT_EQ(backend.consoles, 1);
-    EXPECT_EQ(backend.fileRecord->copy().lines.size(), 8u);
-}
-
-TEST_F(LoggerTest, ResetFlushesAndTheNextUseBuildsANewOne) {
-    Logger::shared();
-    Logger::reset();
-    EXPECT_EQ(backend.fileRecord->copy().flushes, 1);
-    Logger::shared();
-    EXPECT_EQ(backend.consoles, 2);
+    EXPECT_EQ(backend.notes.copy().size(), 16u);
 }
 
 } // namespace
