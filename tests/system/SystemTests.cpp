@@ -8,8 +8,8 @@
 #include <poll.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
+#include <map>
+#include <sstream>
 
 namespace brindlemar::system_tests {
 namespace {
@@ -25,7 +25,8 @@ protected:
     }
     void TearDown() override {
         if (HasFailure())
-            std::cerr << readFile(world.path + "/host.err") << readFile(world.path + "/service.err").substr(0, 4000);
+            std::cerr << contentsOf(world.path + "/host.err")
+                      << contentsOf(world.path + "/service.err").substr(0, 4000);
     }
     Arguments connections() const { return {"Photos=" + world.path + "/photos", "Work=" + world.path + "/work"}; }
     void startBoth(Arguments options = {}) {
@@ -38,11 +39,11 @@ protected:
     JSON status() const { return JSON::parse(world.run({"status", "--json"}).output); }
 
     bool becomes(std::string_view state) const {
-        const auto start = Clock::now();
-        while (status()["domain"]["state"].string() != state)
-            if (secondsSince(start) > 10) return false;
-        return true;
+        for (const auto start = Clock::now(); secondsSince(start) < 10;)
+            if (status()["domain"]["state"].string() == state) return true;
+        return false;
     }
+    std::int64_t waiting() const { return status()["requests"]["waiting"].number()->int64Value(); }
 
     static constexpr auto kTop = "Photos\nWork\n";
     World world;
@@ -71,16 +72,15 @@ TEST_F(SystemTests, AnyOrderOfStartingShowsTheConnections) {
     world.startService();
     shown("host first");
     EXPECT_NE(world.run({"tree"}).output.find("a.txt"), std::string::npos);
-    EXPECT_NE(readFile(world.path + "/state/brindlemar/connections.plist").find("<string>Photos|photos</string>"),
+    EXPECT_NE(contentsOf(world.path + "/state/brindlemar/connections.plist").find("<string>Photos|photos</string>"),
               std::string::npos);
 }
 
 TEST_F(SystemTests, OneServiceAUserAndACleanEnd) {
     startBoth();
-    Process second(BRINDLEMARD, {}, world.path + "/second.out", world.path + "/second.err");
-    const pid_t first = world.service.pid();
-    EXPECT_EQ(second.wait(), 1);
-    EXPECT_NE(readFile(world.path + "/second.err").find("pid " + std::to_string(first)), std::string::npos);
+    const Result second = world.run({}, BRINDLEMARD);
+    EXPECT_EQ(second.status, 1);
+    EXPECT_NE(second.errors.find("pid " + std::to_string(world.service.pid())), std::string::npos);
     EXPECT_EQ(world.run({"ls"}).output, kTop);
     const FileDescriptor held = std::move(*world.control().callList("photos|0", 1)); // nobody reads it
     world.host.end(SIGKILL);
@@ -140,7 +140,7 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
     for (int round = 1; round <= rounds; ++round) {
         std::vector<FileDescriptor> outputs;
         for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
-        while (status()["requests"]["waiting"].number()->int64Value() < 1000) ::poll(nullptr, 0, 10);
+        while (waiting() < 1000) ::poll(nullptr, 0, 10);
         world.host.end(SIGKILL);
         std::size_t completions = 0, unreachable = 0;
         for (const auto& output : outputs) {
@@ -152,7 +152,7 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
         EXPECT_EQ(unreachable, 1000u);
         outputs.clear();
         EXPECT_TRUE(becomes("disconnected"));
-        EXPECT_EQ(status()["requests"]["waiting"].number()->int64Value(), 0);
+        EXPECT_EQ(waiting(), 0);
 
         // Its return is found by the next request, which reconnects.
         auto options = connections();
@@ -196,14 +196,16 @@ TEST_F(SystemTests, NamesComeThroughAsTheyAre) {
     }
     EXPECT_EQ(world.run({"ls", "Photos/names/e\u0301", "--json"}).status,
               world.run({"ls", "Photos/names/\u00e9", "--json"}).status);
-    EXPECT_NE(readFile(world.path + "/host.err").find("UTF-8"), std::string::npos);
+    EXPECT_NE(contentsOf(world.path + "/host.err").find("UTF-8"), std::string::npos);
 }
 
-TEST_F(SystemTests, WrongCommandLines) {
+TEST_F(SystemTests, ExitStatusesSayWhy) {
     startBoth();
+    const std::string photos = world.path + "/photos";
     const struct {
         Arguments arguments;
         int status;
+        const char* program = BRINDLEMAR;
     } cases[] = {{{}, 2},
                  {{"fly"}, 2},
                  {{"call", "item"}, 2},
@@ -212,13 +214,20 @@ TEST_F(SystemTests, WrongCommandLines) {
                  {{"call", "item", "nobody|1"}, 3},
                  {{"call", "item", "photos|none"}, 3},
                  {{"call", "list", "nobody|1"}, 3},
-                 {{"call", "item", "photos|\xff"}, 2}};
+                 {{"call", "item", "photos|\xff"}, 2},
+                 {{}, 2, BRINDLEMAR_HOST},
+                 {{"Work"}, 2, BRINDLEMAR_HOST},
+                 {{"Work=" + photos, "--unknown"}, 2, BRINDLEMAR_HOST},
+                 {{"Work=" + photos + "/missing"}, 3, BRINDLEMAR_HOST},
+                 {{"Work=" + photos + "/2024/a.txt"}, 3, BRINDLEMAR_HOST},
+                 {{"Photos=" + photos}, 1, BRINDLEMAR_HOST}}; // its domain is served already
     for (const auto& c : cases) {
-        const Result result = world.run(c.arguments);
+        const Result result = world.run(c.arguments, c.program);
         EXPECT_EQ(result.status, c.status) << testing::PrintToString(c.arguments) << result.errors;
         EXPECT_FALSE(result.errors.empty());
         EXPECT_TRUE(result.output.empty()) << result.output;
     }
+    EXPECT_EQ(world.host.end(SIGINT), 130);
 }
 
 TEST_F(SystemTests, AMillionEntries) {

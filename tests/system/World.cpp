@@ -5,20 +5,10 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 
 namespace brindlemar::system_tests {
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-std::string readFile(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 std::size_t count(std::string_view text, std::string_view part) {
     std::size_t found = 0;
@@ -73,72 +63,56 @@ std::size_t Process::descriptors() const {
     return static_cast<std::size_t>(std::distance(std::filesystem::begin(entries), std::filesystem::end(entries)));
 }
 
-World::World() : path((std::filesystem::temp_directory_path() / "brindlemar-test-XXXXXX").string()) {
-    if (!::mkdtemp(path.data())) throw std::runtime_error("no temporary directory");
+World::World() {
     ::setenv("BRINDLEMAR_RUNTIME_DIR", (path + "/run").c_str(), 1);
     ::setenv("XDG_STATE_HOME", (path + "/state").c_str(), 1);
     ::setenv("XDG_CACHE_HOME", (path + "/cache").c_str(), 1);
     ::unsetenv("BRINDLEMAR_LIBRARY_DIR");
 }
 
-World::~World() {
-    host = Process();
-    service = Process();
-    std::filesystem::remove_all(path);
-}
-
-void World::startService() { service = Process(BRINDLEMARD, {}, path + "/service.out", path + "/service.err"); }
-
 void World::startHost(const Arguments& arguments) {
     host = Process(BRINDLEMAR_HOST, arguments, path + "/host.out", path + "/host.err");
 }
 
-Result World::run(const Arguments& arguments) const {
+Result World::run(const Arguments& arguments, const char* program) const {
     const std::string base = path + "/run" + std::to_string(run_++);
     const auto start = Clock::now();
-    Result result;
-    result.status = Process(BRINDLEMAR, arguments, base + ".out", base + ".err").wait();
-    result.seconds = secondsSince(start);
-    result.output = readFile(base + ".out");
-    result.errors = readFile(base + ".err");
-    return result;
+    const int status = Process(program, arguments, base + ".out", base + ".err").wait();
+    return {status, contentsOf(base + ".out"), contentsOf(base + ".err"), secondsSince(start)};
 }
 
 std::optional<double> World::runUntil(const Arguments& arguments, const std::string& output, double limit) const {
-    const auto start = Clock::now();
-    while (secondsSince(start) < limit) {
+    for (const auto start = Clock::now(); secondsSince(start) < limit; ::poll(nullptr, 0, 10)) {
         const Result result = run(arguments);
         if (result.status == 0 && result.output == output) return secondsSince(start);
-        ::poll(nullptr, 0, 10);
     }
     return std::nullopt;
 }
 
 ControlClient World::control() const {
-    const auto start = Clock::now();
-    while (secondsSince(start) < 10)
+    for (const auto start = Clock::now(); secondsSince(start) < 10;)
         if (auto client = ControlClient::connect(RuntimeDirectory::open())) return std::move(*client);
     throw std::runtime_error("no service answers");
 }
 
-std::string World::file(const std::string& name, const std::string& contents) const {
-    const std::filesystem::path target = std::filesystem::path(path) / name;
+void World::file(const std::string& name, const std::string& contents) const {
+    const std::filesystem::path target = path + "/" + name;
     std::filesystem::create_directories(target.parent_path());
     std::ofstream(target, std::ios::binary) << contents;
-    return target;
+}
+
+static std::string wholeLog(const World& world) {
+    return contentsOf(world.path + "/state/brindlemar/Logs/Brindlemar/FileProvider.log");
 }
 
 std::string World::newLog() {
-    const std::string all = readFile(logPath());
+    const std::string all = wholeLog(*this);
     return all.substr(std::exchange(logStart_, all.size()));
 }
 
-bool World::logs(const std::string& text, std::size_t times) const {
-    const auto start = Clock::now();
-    while (secondsSince(start) < 10) {
-        if (count(std::string_view(readFile(logPath())).substr(logStart_), text) >= times) return true;
-        ::poll(nullptr, 0, 10);
-    }
+bool World::logs(const std::string& text) const {
+    for (const auto start = Clock::now(); secondsSince(start) < 10; ::poll(nullptr, 0, 10))
+        if (wholeLog(*this).find(text, logStart_) != std::string::npos) return true;
     return false;
 }
 

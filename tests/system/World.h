@@ -1,13 +1,10 @@
 // The real programs in a place of their own.
 #pragma once
 
-#include "linux/RuntimeDirectory.h"
+#include "fakes/TemporaryDirectory.h"
 #include "linux/dbus/Control.h"
 
 #include <chrono>
-#include <filesystem>
-#include <map>
-#include <string>
 #include <vector>
 
 namespace brindlemar::system_tests {
@@ -16,8 +13,9 @@ using Arguments = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start);
-std::string readFile(const std::string& path);
 std::size_t count(std::string_view text, std::string_view part);
+/// Everything that comes from the descriptor, to its end.
+std::string readAll(const FileDescriptor& descriptor);
 
 /// A running program; killed with this object.
 class Process {
@@ -53,34 +51,31 @@ struct Result {
 class World {
 public:
     World();
-    ~World();
 
-    void startService();
+    void startService() { service = Process(BRINDLEMARD, {}, path + "/service.out", path + "/service.err"); }
     /// Connections as on the host's command line; further options too.
     void startHost(const Arguments& arguments);
-    /// Runs `brindlemar`.
-    Result run(const Arguments& arguments) const;
+    /// Runs `brindlemar`, or another program.
+    Result run(const Arguments& arguments, const char* program = BRINDLEMAR) const;
     /// Runs it until it succeeds with this output, at most `limit` long; the seconds it took, or none.
     std::optional<double> runUntil(const Arguments& arguments, const std::string& output, double limit) const;
     ControlClient control() const;
     /// Makes a file below the world's directory.
-    std::string file(const std::string& name, const std::string& contents = "x") const;
+    void file(const std::string& name, const std::string& contents = "x") const;
 
-    std::string logPath() const { return path + "/state/brindlemar/Logs/Brindlemar/FileProvider.log"; }
     /// What was logged since the last call.
     std::string newLog();
-    /// Waits until the log since the last newLog() has the text so many times; false after ten seconds.
-    bool logs(const std::string& text, std::size_t times = 1) const;
-
-    std::string path;
-    Process service, host;
+    /// Waits until the log since the last newLog() has the text; false after ten seconds.
+    bool logs(const std::string& text) const;
 
 private:
+    const TemporaryDirectory directory_;
     std::size_t logStart_ = 0;
     mutable int run_ = 0;
-};
 
-/// Everything that comes from the descriptor, to its end.
-std::string readAll(const FileDescriptor& descriptor);
+public:
+    const std::string path = directory_.path();
+    Process service, host;
+};
 
 } // namespace brindlemar::system_tests
