@@ -6,10 +6,10 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <fstream>
+#include <ctime>
+#include <functional>
 #include <linux/securebits.h>
 #include <thread>
 
@@ -45,6 +45,15 @@ protected:
         EXPECT_TRUE(socket.greet("p"));
         return socket;
     }
+    /// A listener played by the test, on a thread of its own, with the first sender that greets it.
+    std::jthread serve(std::function<void(RawSocket&)> body) {
+        return std::jthread(
+            [body, listener = std::make_shared<RawSocket>(RawSocket::listening(world->directory, "p"))] {
+                RawSocket peer = listener->accept();
+                EXPECT_TRUE(peer.greet("p"));
+                body(peer);
+            });
+    }
     /// The port still serves whoever keeps to the rules.
     void expectAlive() {
         const auto remote = world->theirs.createRemote("p");
@@ -70,51 +79,45 @@ protected:
 
 TEST_F(PortAttacks, APacketThatBreaksARuleClosesItsConnectionOnly) {
     listen();
-    const FileDescriptor good = rawMemory(70'000), open = rawMemory(70'000, unsealed),
-                         half = rawMemory(70'000, F_SEAL_SHRINK | F_SEAL_GROW),
+    const FileDescriptor good = rawMemory(70'000), half = rawMemory(70'000, F_SEAL_SHRINK | F_SEAL_GROW),
                          file(::open(world->directory.path().c_str(), O_RDONLY | O_TMPFILE | O_RDWR, 0600)),
                          directory(::open("/", O_RDONLY | O_CLOEXEC));
     const int memory = good.get();
     const RawPacket inMemory{.flags = 2, .length = 70'000};
     struct Row {
         const char* complaint;
-        std::string bytes;
+        RawPacket packet;
         std::vector<int> descriptors{};
+        std::size_t size = std::string::npos;
     };
-    std::vector<Row> rows = {
-        {"shorter than a header", "x"},
-        {"shorter than a header", RawPacket{}.bytes().substr(0, 15)},
-        {"protocol version", RawPacket{.version = 0}.bytes()},
-        {"protocol version", RawPacket{.version = 2}.bytes()},
-        {"kind", RawPacket{.kind = 0}.bytes()},
-        {"kind", RawPacket{.kind = 1, .body = "p"}.bytes()}, // a second hello
-        {"kind", RawPacket{.kind = 3}.bytes()},              // an answer to nobody
-        {"unknown flags", RawPacket{.flags = 4}.bytes()},
-        {"reserved byte", RawPacket{.zero = 1}.bytes()},
-        {"not its body's", RawPacket{.length = 3, .body = "four"}.bytes()},
-        {"not its body's", RawPacket{.length = 5, .body = "four"}.bytes()},
-        {"not its body's", RawPacket{.length = 1ULL << 63}.bytes()},
-        {"longer than any", RawPacket{.body = std::string(65'537, 'x')}.bytes()},
-        {"descriptors", inMemory.bytes()},
-        {"descriptors", RawPacket{.body = "x"}.bytes(), {memory}},
-        {"descriptors", inMemory.bytes(), {memory, memory}},
-        {"descriptors", inMemory.bytes(), std::vector<int>(9, memory)},
-        {"both", RawPacket{.flags = 2, .body = "x"}.bytes(), {memory}},
-        {"absurd", RawPacket{.flags = 2, .length = 0}.bytes(), {memory}},
-        {"absurd", RawPacket{.flags = 2, .length = 1ULL << 63}.bytes(), {memory}},
-        {"absurd", RawPacket{.flags = 2, .length = ~0ULL}.bytes(), {memory}},
-        {"shorter than its body", RawPacket{.flags = 2, .length = 70'001}.bytes(), {memory}},
-        {"not sealed", inMemory.bytes(), {open.get()}},
-        {"not sealed", inMemory.bytes(), {half.get()}},
-        {"memory file", inMemory.bytes(), {file.get()}},
-        {"no memory file", inMemory.bytes(), {directory.get()}},
-    };
+    std::vector<Row> rows = {{"shorter than a header", {}, {}, 15},
+                             {"protocol version", {.version = 2}},
+                             {"kind", {.kind = 1, .body = "p"}},
+                             {"kind", {.kind = 3}},
+                             {"kind", {.kind = 0}},
+                             {"unknown flags", {.flags = 4}},
+                             {"reserved byte", {.zero = 1}},
+                             {"not its body's", {.length = 3, .body = "four"}},
+                             {"not its body's", {.length = 5, .body = "four"}},
+                             {"not its body's", {.length = 1ULL << 63}},
+                             {"longer than any", {.body = std::string(65'537, 'x')}},
+                             {"descriptors", inMemory},
+                             {"descriptors", {.body = "x"}, {memory}},
+                             {"descriptors", inMemory, {memory, memory}},
+                             {"descriptors", inMemory, std::vector<int>(9, memory)},
+                             {"both", {.flags = 2, .body = "x"}, {memory}},
+                             {"absurd", {.flags = 2, .length = 0}, {memory}},
+                             {"absurd", {.flags = 2, .length = ~0ULL}, {memory}},
+                             {"shorter than its body", {.flags = 2, .length = 70'001}, {memory}},
+                             {"not sealed", inMemory, {half.get()}},
+                             {"memory file", inMemory, {file.get()}},
+                             {"no memory file", inMemory, {directory.get()}}};
     const FileDescriptor huge = rawMemory(std::size_t{2} << 20, sealed, MFD_HUGETLB); // not every system has these
-    if (huge) rows.push_back({"ordinary pages", inMemory.bytes(), {huge.get()}});
+    if (huge) rows.push_back({"ordinary pages", inMemory, {huge.get()}});
     for (const auto& row : rows) {
         SCOPED_TRACE(row.complaint);
         RawSocket bystander = greeted(), attacker = greeted();
-        ASSERT_TRUE(attacker.send(row.bytes, row.descriptors));
+        ASSERT_TRUE(attacker.send(row.packet.bytes().substr(0, row.size), row.descriptors));
         EXPECT_TRUE(attacker.closedByPeer());
         expectComplaint(row.complaint);
         ASSERT_TRUE(bystander.send(RawPacket{.flags = 1, .id = 99}.bytes()));
@@ -126,56 +129,47 @@ TEST_F(PortAttacks, APacketThatBreaksARuleClosesItsConnectionOnly) {
 TEST_F(PortAttacks, NeitherSideGoesOnWithoutARightHello) {
     const struct {
         const char* complaint;
-        Text hello{}; // silence without one
-    } rows[] = {
-        {"another name", RawPacket::hello("q").bytes()},
-        {"another name", RawPacket::hello("").bytes()},
-        {"another name", RawPacket::hello({"p\0", 2}).bytes()},
-        {"another name", RawPacket::hello(std::string(10'000, 'p')).bytes()},
-        {"kind", RawPacket{.body = "p"}.bytes()},
-        {"version", RawPacket{.version = 9, .kind = 1, .body = "p"}.bytes()},
-        {"message id", RawPacket{.kind = 1, .id = 1, .body = "p"}.bytes()},
-        {"cannot want", RawPacket{.kind = 1, .flags = 1, .body = "p"}.bytes()},
-        {"silent"},
-    };
+        std::optional<RawPacket> hello{}; // silence without one
+    } rows[] = {{"another name", RawPacket::hello("q")},
+                {"another name", RawPacket::hello("")},
+                {"another name", RawPacket::hello({"p\0", 2})},
+                {"kind", RawPacket{.body = "p"}},
+                {"version", RawPacket{.version = 9, .kind = 1, .body = "p"}},
+                {"message id", RawPacket{.kind = 1, .id = 1, .body = "p"}},
+                {"cannot want", RawPacket{.kind = 1, .flags = 1, .body = "p"}},
+                {"silent"}};
     listen();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.complaint);
         RawSocket attacker = RawSocket::connected(world->directory, "p");
-        EXPECT_TRUE(!row.hello || attacker.send(*row.hello));
+        EXPECT_TRUE(!row.hello || attacker.send(row.hello->bytes()));
         EXPECT_TRUE(attacker.closedByPeer());
         expectComplaint(row.complaint);
     }
     RawSocket::connected(world->directory, "p").close(); // without a word: this is how a name is probed
     expectAlive();
     listen()->invalidate();
-    const auto attack = [&](const char* complaint, const Text& hello, bool closes = false) {
-        SCOPED_TRACE(complaint);
-        RawSocket listener = RawSocket::listening(world->directory, "q");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.complaint);
+        RawSocket listener = RawSocket::listening(world->directory, "p");
         std::jthread serving([&] {
             RawSocket peer = listener.accept();
-            EXPECT_EQ(peer.receive(), RawPacket::hello("q").bytes());
-            EXPECT_TRUE(!hello || peer.send(*hello));
-            EXPECT_TRUE(closes || peer.closedByPeer());
+            EXPECT_EQ(peer.receive(), RawPacket::hello("p").bytes());
+            EXPECT_TRUE(!row.hello || peer.send(row.hello->bytes()));
+            EXPECT_TRUE(peer.closedByPeer());
         });
-        EXPECT_FALSE(world->ours.createRemote("q"));
-        expectComplaint(complaint);
-        std::filesystem::remove(world->directory.path() + "/" + portFileName("q"));
-    };
-    for (const auto& row : rows)
-        if (row.complaint != std::string("another name")) attack(row.complaint, row.hello);
-    attack("another name", RawPacket::hello("p").bytes());
-    attack("closed instead", {}, true);
-    RawSocket full = RawSocket::listening(world->directory, "full", 0); // nobody accepts
-    for (int i = 0; i < 2; ++i) EXPECT_FALSE(world->ours.createRemote("full"));
+        EXPECT_FALSE(world->ours.createRemote("p"));
+        expectComplaint(row.complaint);
+        std::filesystem::remove(path());
+    }
+    RawSocket full = RawSocket::listening(world->directory, "p", 0); // nobody accepts
+    for (int i = 0; i < 2; ++i) EXPECT_FALSE(world->ours.createRemote("p"));
+    std::filesystem::remove(path());
 }
 
 TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
-    RawSocket listener = RawSocket::listening(world->directory, "p");
     Event read, sent;
-    std::jthread serving([&] {
-        RawSocket peer = listener.accept();
-        EXPECT_TRUE(peer.greet("p"));
+    const auto serving = serve([&](RawSocket& peer) {
         EXPECT_EQ(peer.receive(), (RawPacket{.flags = 1, .id = 1, .body = "q"}.bytes()));
         read.happen();
         EXPECT_TRUE(sent.happens());
@@ -195,13 +189,8 @@ TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
 }
 
 TEST_F(PortAttacks, AListenerThatDoesNotReadCostsTheSendersTimeOnly) {
-    RawSocket listener = RawSocket::listening(world->directory, "p");
     Event done;
-    std::jthread serving([&] {
-        RawSocket peer = listener.accept();
-        EXPECT_TRUE(peer.greet("p"));
-        EXPECT_TRUE(done.happens());
-    });
+    const auto serving = serve([&](RawSocket&) { EXPECT_TRUE(done.happens()); });
     const auto remote = world->ours.createRemote("p");
     ASSERT_TRUE(remote);
     const std::string body(60'000, 'x');
@@ -258,15 +247,10 @@ TEST_F(PortAttacks, WithoutDescriptorsConnectionsWaitAndNobodySpins) {
         const PortAddress address(world->directory, portFileName("p"));
         ASSERT_EQ(::connect(waiting.get(), address.get(), address.size), 0);
         expectComplaint("cannot accept");
-        const auto cpu = [] {
-            timespec time{};
-            ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-            return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-        };
-        const auto start = cpu();
+        const std::clock_t start = std::clock(); // of the processor
         pollfd nothing{waiting.get(), POLLIN, 0};
         EXPECT_EQ(::poll(&nothing, 1, 250), 0); // two more attempts
-        EXPECT_LT(cpu() - start, 100ms);
+        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 10);
         EXPECT_EQ(world->complaints.atLeast(1).size(), 1U);
     }
     EXPECT_TRUE(waiting.greet("p"));

@@ -1,3 +1,4 @@
+#include "core/BrindlemarFileProvider.h"
 #include "fakes/FakePlatform.h"
 #include "items/ItemListing.h"
 #include "provider/Calls.h"
@@ -73,72 +74,42 @@ TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
     EXPECT_EQ(late.readAll(), "");
 }
 
-/// Three pages, the second empty.
-class PagedExtension final : public NSFileProviderReplicatedExtension {
-public:
-    std::shared_ptr<NSProgress> item(ItemIdentifier, ItemHandler handler) override {
-        auto progress = std::make_shared<NSProgress>(1);
-        later = [handler, progress] {
-            handler(nullptr, noSuchItem());
-            progress->setCompletedUnitCount(1);
-        };
-        return progress;
-    }
-    std::variant<std::shared_ptr<NSFileProviderEnumerator>, NSError> enumerator(ItemIdentifier container) override {
-        if (container == "none") return noSuchItem();
-        return std::make_shared<Enumerator>(*this);
-    }
-    std::shared_ptr<NSProgress> supportedServiceSources(ItemIdentifier, ServiceSourcesHandler) override {
-        return nullptr;
-    }
-    void invalidate() override {}
-
-    Task later;
-    int invalidated = 0;
-
-private:
-    struct Enumerator final : NSFileProviderEnumerator {
-        explicit Enumerator(PagedExtension& owner) : owner(owner) {}
-        void enumerateItems(std::shared_ptr<NSFileProviderEnumerationObserver> observer,
-                            NSFileProviderPage page) override {
-            EXPECT_EQ(observer->suggestedPageSize(), 7);
-            const std::int64_t at = page.toInt64();
-            if (at != 1) observer->didEnumerateItems({});
-            observer->finishEnumeratingUpToPage(at < 2 ? std::optional<NSFileProviderPage>(at + 1) : std::nullopt);
-        }
-        void invalidate() override { ++owner.invalidated; }
-        PagedExtension& owner;
-    };
-};
-
 TEST(CallTests, EveryEventInOrderToTheEnd) {
+    FakePlatform platform;
+    platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
+        std::string reply = "{}";
+        if (sent.data.find("enumerate") != reply.npos)
+            reply =
+                R"([{"name":"a","itemID":"a","parentID":"0","mtime":1},{"name":"b","itemID":"b","parentID":"0","mtime":1}])";
+        platform.ports.inject(platform.replyPort("c7"), sent.msgid, reply);
+    });
+    const auto extension = BrindlemarFileProvider::make({std::string(ExtensionBundleIdentifier), ""});
+    extension->connections.with([](auto& records) { records = {"Work|c7"}; });
     const std::atomic<bool> running{false};
-    ManualQueue tasks;
-    PagedExtension extension;
     const auto call = [&](auto&& body) {
         Pipe pipe;
         body(std::make_shared<LineOutput>(std::move(pipe.writer), running));
-        tasks.runAll();
-        if (extension.later) std::exchange(extension.later, nullptr)();
+        platform.settle();
+        EXPECT_TRUE(extension->enumerators.copy().liveEnumerators.empty());
         return pipe.readAll(); // ends only when the output was let go
     };
-    EXPECT_EQ(call([&](auto output) { callList(extension, "box", 7, output, tasks); }),
-              R"({"event":"items","items":[]}
-{"event":"finish","page":"AQAAAAAAAAA="}
-{"event":"finish","page":"AgAAAAAAAAA="}
-{"event":"items","items":[]}
-{"event":"finish","page":null}
-)");
-    EXPECT_EQ(extension.invalidated, 1);
-    const std::string error = completionEvent(nullptr, noSuchItem()) + "\n";
-    EXPECT_EQ(call([&](auto output) { callList(extension, "none", 7, output, tasks); }), error);
-    EXPECT_EQ(call([&](auto output) { callItem(extension, "x", output); }), error + progressEvent(1, 1) + "\n");
-    Pipe pipe;
-    pipe.reader = FileDescriptor();
+    const auto list = [&](const std::string& container) {
+        return call([&](auto output) { callList(*extension, container, 1, output, platform.tasks); });
+    };
+    const std::string end = finishEvent(std::nullopt) + "\n", missing = completionEvent(nullptr, noSuchItem()) + "\n";
+    const std::string pages = list("c7|box");
+    EXPECT_EQ(list("plain"), end);
+    EXPECT_EQ(list("d9|x"), missing);
+    EXPECT_EQ(call([&](auto output) { callItem(*extension, "c7|x", output); }), missing + progressEvent(1, 1) + "\n");
+    const auto items = extension->caches->listing("c7-box");
+    ASSERT_TRUE(items);
+    EXPECT_EQ(pages, itemsEvent(ItemBatch(items, 0, 1).items()) + "\n" + finishEvent(NSFileProviderPage(1)) + "\n" +
+                         itemsEvent(ItemBatch(items, 1, 1).items()) + "\n" + end);
+    Pipe gone;
+    gone.reader = FileDescriptor();
     ::signal(SIGPIPE, SIG_IGN);
-    callList(extension, "box", 7, std::make_shared<LineOutput>(std::move(pipe.writer), running), tasks);
-    EXPECT_EQ(tasks.runAll(), 1u); // no page is asked for without a reader
-    EXPECT_EQ(extension.invalidated, 2);
+    callList(*extension, "c7|box", 1, std::make_shared<LineOutput>(std::move(gone.writer), running), platform.tasks);
+    EXPECT_EQ(platform.tasks.runAll(), 1u); // no second page is asked for without a reader
 }
 
 } // namespace

@@ -50,13 +50,11 @@ protected:
         const auto send = [&](std::int32_t to, std::string_view text) {
             reply->sendRequest({.msgid = to, .data = text, .sendTimeout = std::chrono::seconds(10)});
         };
-        const auto found = replies.find(item);
         if (item == "wrong ids")
             for (const std::int32_t wrong : {id + 1000, 0, -1, std::numeric_limits<std::int32_t>::min()})
                 send(wrong, good("x"));
-        if (item == "flood")
-            for (int i = 0; i < 10'000; ++i) send(id + 5000 + i, good("x"));
-        send(id, found == replies.end() ? good(item) : found->second);
+        for (int i = 0; item == "flood" && i < 10'000; ++i) send(id + 5000 + i, good("x"));
+        send(id, replies.contains(item) ? replies[item] : good(item));
         if (item == "twice") send(id, good("late"));
     }
     static std::string good(const std::string& id) {
@@ -115,10 +113,9 @@ TEST_F(HostileHost, RepliesOfEveryKindAreAnsweredOnce) {
         EXPECT_NE(line.find(each.expected), std::string::npos) << each.item << ": " << line;
     }
     expectServed();
-    // A listing leaves out what is no item and keeps the rest; names that are no file names are only names here.
-    replies["box"] = "[" + good("a") + ",7," + R"({"name":"../up\u0000","itemID":"up","parentID":"0","mtime":1})" +
-                     ",{}," + good("b") + "]";
-    EXPECT_EQ(count(readAll(*world.control().callList("evil|box", 10)), "\"itemIdentifier\""), 3u);
+    // Names that are no file names are only names here.
+    replies["box"] = "[" + good("a") + R"(,7,{"name":"../up\u0000","itemID":"up","parentID":"0","mtime":1}])";
+    EXPECT_EQ(count(readAll(*world.control().callList("evil|box", 10)), "\"itemIdentifier\""), 2u);
     EXPECT_TRUE(world.logs("reply is not valid UTF-8"));
 }
 
@@ -148,16 +145,12 @@ TEST_F(HostileHost, AnswersSentJustBeforeTheEndCount) {
 TEST_F(HostileHost, PacketsThatBreakTheRulesHarmNobodyElse) {
     expectServed();
     const std::string name = kGroup + ".bxclient.evil";
-    const auto attack = [&](const std::string& bytes, const std::vector<int>& descriptors = {}) {
+    for (std::size_t i = 1; i <= 200; ++i) {
         RawSocket socket = RawSocket::connected(RuntimeDirectory::open(), name);
         EXPECT_TRUE(socket.greet(name));
-        socket.send(bytes, descriptors);
+        socket.send("\2" + noise(i)); // never the version there is
         EXPECT_TRUE(socket.closedByPeer());
-    };
-    const FileDescriptor shrinking = rawMemory(1 << 20, F_SEAL_GROW | F_SEAL_WRITE);
-    attack(RawPacket{.flags = 2, .length = 1 << 20}.bytes(), {shrinking.get()});
-    attack(RawPacket{.length = std::uint64_t{1} << 63}.bytes());
-    for (std::size_t i = 1; i <= 200; ++i) attack("\2" + noise(i)); // never the version there is
+    }
     expectServed();
     EXPECT_TRUE(world.logs("level=WARNING"));
     EXPECT_EQ(world.service.end(SIGTERM), 0);
