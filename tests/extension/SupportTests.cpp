@@ -41,46 +41,30 @@ TEST(JSONTests, NumbersKeepTheirLowBits) {
     for (const auto& [text, bits] : cases) EXPECT_EQ(JSON::parse("[" + text + "]")[0].uInt16Value(), bits) << text;
 }
 
-TEST(JSONTests, PrintedAndSerialisedForms) {
-    EXPECT_EQ(JSON::parse(R"({"a":["x/y",1.0,0.1,true,null],"e":[],"o":{}})").description(),
-              "{\n  \"a\" : [\n    \"x\\/y\",\n    1,\n    0.1,\n    true,\n    null\n  ],\n  \"e\" : [\n\n  ],\n  "
-              "\"o\" : {\n\n  }\n}");
-    EXPECT_EQ(JSON("raw").description() + JSON(7).description() + JSON(false).description() + JSON().description(),
-              "raw7falsenull");
+TEST(TextTests, PrintedAndSerialisedForms) {
+    EXPECT_EQ(JSON::parse(R"({"a":["x/y",1.0,null],"e":[],"o":{}})").description(),
+              "{\n  \"a\" : [\n    \"x\\/y\",\n    1,\n    null\n  ],\n  \"e\" : [\n\n  ],\n  \"o\" : {\n\n  }\n}");
+    EXPECT_EQ(JSON("raw").description() + JSON(7).description() + JSON().description(), "raw7null");
     EXPECT_EQ(JSON::object({{"n", 5}, {"t", "a/\"b"}}).serialized(), R"({"n":5,"t":"a/\"b"})");
     EXPECT_EQ(JSON::object({{"t", "\xff"}}).serialized(), std::nullopt);
-    EXPECT_EQ(JSON::object({{"t", "\xff"}}).description(), "unknown");
-}
-
-TEST(TextFormTests, Table) {
     std::string doubles;
     for (const double value : {1.25, 3.0, 0.0, -0.75, 1e-4, 1e-5, 9007199254740992.0, 1e16, 0.1})
         doubles += shortestText(value) + " ";
     EXPECT_EQ(doubles, "1.25 3.0 0.0 -0.75 0.0001 1e-05 9007199254740992.0 1e+16 0.1 ");
-    EXPECT_EQ(printedList({}), "[]");
     EXPECT_EQ(printedList({"a\"b", "c'\\\n\x7f\x01é"}), "[\"a\\\"b\", \"c\\'\\\\\\n\\u{7F}\\u{1}é\"]");
     EXPECT_EQ(absoluteString({"/a b/é#%+&.txt"}), "file:///a%20b/%C3%A9%23%25+&.txt");
-    EXPECT_NE(propertyList({"A&B|<c>"}).find("\n\t<string>A&amp;B|&lt;c&gt;</string>\n</array>\n</plist>\n"),
-              std::string::npos);
     EXPECT_TRUE(propertyList({}).ends_with("\n<array/>\n</plist>\n"));
-    EXPECT_EQ(timestampText(Timestamp(std::chrono::milliseconds(1659538288900))), "2022-08-03 14:51:28 +0000");
-    EXPECT_EQ(cannotSynchronize().localizedDescription(),
-              "The operation couldn’t be completed. (NSFileProviderErrorDomain error -2005.)");
 }
 
-TEST(IdentifierTests, ResolutionAndConnections) {
+TEST(IdentifierTests, ResolutionPagesAndConnections) {
     EXPECT_EQ(resolveIdentifier("d1|42"), (ResolvedIdentifier{"d1", "42", true}));
     EXPECT_EQ(resolveIdentifier("d1|a|b"), (ResolvedIdentifier{"d1", "a", true}));
     EXPECT_EQ(resolveIdentifier("plain"), (ResolvedIdentifier{"brindlemar", "plain", false}));
     EXPECT_EQ(resolveIdentifier("|"), (ResolvedIdentifier{"", "", true}));
-    EXPECT_EQ(connectedDomains({"x|d1|y", "plain", "p||q", "||", "|a|b"}), (std::vector<std::string>{"d1", "q", "b"}));
-}
-
-TEST(PageTests, TokensAreLittleEndianIndexes) {
-    EXPECT_EQ(NSFileProviderPage(std::int64_t{2}).rawValue, std::string("\2\0\0\0\0\0\0\0", 8));
-    EXPECT_EQ(NSFileProviderPage(std::string("\5\0\0\0\0\0\0\0zz", 10)).toInt64(), 5);
+    EXPECT_EQ(NSFileProviderPage(std::string("\5\1\0\0\0\0\0\0zz", 10)).toInt64(), 261);
     EXPECT_EQ(NSFileProviderPage(std::string(8, '\xff')).toInt64(), -1);
     EXPECT_EQ(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByDate)).toInt64(), 0);
+    EXPECT_EQ(connectedDomains({"x|d1|y", "plain", "p||q", "||", "|a|b"}), (std::vector<std::string>{"d1", "q", "b"}));
 }
 
 TEST(OnceCompletionTests, OneOfManyThreadsIsHeard) {
@@ -88,9 +72,8 @@ TEST(OnceCompletionTests, OneOfManyThreadsIsHeard) {
         std::atomic<int> calls{0}, won{0};
         {
             const OnceCompletion<int> completion([&](int) { ++calls; }, {-1});
-            std::vector<std::thread> threads;
+            std::vector<std::jthread> threads;
             for (int i = 0; i < 3; ++i) threads.emplace_back([&, completion] { won += completion(1); });
-            for (auto& thread : threads) thread.join();
         }
         ASSERT_EQ(calls, 1);
         ASSERT_EQ(won, 1);

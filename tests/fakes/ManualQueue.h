@@ -4,7 +4,6 @@
 #include "platform/Queue.h"
 #include "support/Guarded.h"
 
-#include <algorithm>
 #include <deque>
 #include <map>
 #include <utility>
@@ -18,17 +17,14 @@ public:
         state_.with([&](State& state) { state.tasks.push_back(std::move(task)); });
     }
     void after(std::chrono::nanoseconds delay, Task task) override {
-        state_.with([&](State& state) { state.timers.emplace(state.now + delay, std::move(task)); });
+        state_.with([&](State& state) { state.later.emplace(state.now + delay, std::move(task)); });
     }
-    [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds interval, Task handler) override {
-        auto timer = std::make_unique<Repetition>(std::move(handler));
-        tickLater(interval, timer->handler);
-        return timer;
-    }
+    /// Nothing tested ticks.
+    [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds, Task) override { return nullptr; }
 
     /// False when nothing was waiting.
     bool runOne() {
-        const Task task = state_.with([](State& state) {
+        const auto task = state_.with([](State& state) {
             if (state.tasks.empty()) return Task();
             Task first = std::move(state.tasks.front());
             state.tasks.pop_front();
@@ -43,47 +39,23 @@ public:
         while (runOne()) ++count;
         return count;
     }
-    /// Moves this queue's time on. Runs all that waits, then each due task at its time, in order, with all that it
-    /// posts.
+    /// Moves this queue's time on and runs what waits and what has become due.
     void advance(std::chrono::nanoseconds duration) {
-        const auto end = state_.with([&](State& state) { return state.now + duration; });
+        state_.with([&](State& state) {
+            state.now += duration;
+            const auto end = state.later.upper_bound(state.now);
+            for (auto due = state.later.begin(); due != end; ++due) state.tasks.push_back(std::move(due->second));
+            state.later.erase(state.later.begin(), end);
+        });
         runAll();
-        while (const Task due = nextDue(end)) {
-            due();
-            runAll();
-        }
-        state_.with([&](State& state) { state.now = end; });
     }
 
 private:
     struct State {
         std::chrono::nanoseconds now{};
         std::deque<Task> tasks;
-        std::multimap<std::chrono::nanoseconds, Task> timers; // equal times: in the order they were asked for
+        std::multimap<std::chrono::nanoseconds, Task> later;
     };
-    struct Repetition final : Timer {
-        explicit Repetition(Task task) : handler(std::make_shared<const Task>(std::move(task))) {}
-        void invalidate() override { handler.reset(); }
-        std::shared_ptr<const Task> handler;
-    };
-
-    void tickLater(std::chrono::nanoseconds interval, std::weak_ptr<const Task> weak) {
-        after(interval, [this, interval, weak] {
-            const auto handler = weak.lock();
-            if (!handler) return;
-            tickLater(interval, weak);
-            (*handler)();
-        });
-    }
-    Task nextDue(std::chrono::nanoseconds end) {
-        return state_.with([&](State& state) -> Task {
-            if (state.timers.empty() || state.timers.begin()->first > end) return {};
-            auto node = state.timers.extract(state.timers.begin());
-            state.now = std::max(state.now, node.key());
-            return std::move(node.mapped());
-        });
-    }
-
     Guarded<State> state_;
 };
 

@@ -12,7 +12,6 @@ namespace brindlemar {
 namespace {
 
 using namespace std::chrono;
-using Lines = std::vector<std::string>;
 
 TEST(Utf8, AcceptsEveryCodePointInItsShortestFormOnly) {
     const std::uint32_t first[] = {0, 0, 0x80, 0x800, 0x10000}, leads[] = {0, 0, 0xC0, 0xE0, 0xF0};
@@ -120,7 +119,7 @@ struct RecordingBackend : LogBackend {
         void write(std::string_view line, bool urgent) override { note((urgent ? "! " : " ") + std::string(line)); }
         void flush() override { note(" flushed"); }
         void note(const std::string& text) {
-            backend.notes.with([&](Lines& notes) { notes.push_back(name + text); });
+            backend.notes.with([&](Strings& notes) { notes.push_back(name + text); });
         }
         RecordingBackend& backend;
         const std::string name;
@@ -136,7 +135,7 @@ struct RecordingBackend : LogBackend {
     std::optional<std::string> libraryDirectory() override { return library; }
     std::uint64_t threadID() override { return 42; }
 
-    Guarded<Lines> notes;
+    Guarded<Strings> notes;
     std::atomic<int> consoles{0};
     std::optional<std::string> library = "/library";
     bool fileFails = false;
@@ -160,7 +159,7 @@ TEST_F(LoggerTest, WritesOneLineToBothSinks) {
     log.errorWith({{"itemID", "7"}}, "failed");
     Logger::shared().log(LogLevel::trace, {}, "not written");
     Logger::reset();
-    const Lines all = backend.notes.copy();
+    const Strings all = backend.notes.copy();
     ASSERT_EQ(all.size(), 6u);
     EXPECT_NE(all[0].find("level=DEBUG msg=\"pages: 3 of four\" thread=42  " + location + " function=\"a(b:)\""),
               std::string::npos)
@@ -185,7 +184,7 @@ TEST_F(LoggerTest, IsBuiltOnceHoweverManyThreadsAskFirstAndCarriesOnWithoutAFile
     EXPECT_EQ(backend.notes.copy().size(), 16u);
     for (const bool noLibrary : {true, false}) {
         Logger::reset();
-        backend.notes.with([](Lines& notes) { notes.clear(); });
+        backend.notes.with([](Strings& notes) { notes.clear(); });
         backend.library = noLibrary ? std::nullopt : std::optional<std::string>("/library");
         backend.fileFails = !noLibrary;
         LogScope{Logger::shared(), "f()"}.info("still heard");
