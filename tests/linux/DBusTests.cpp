@@ -6,8 +6,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <future>
-
 namespace brindlemar {
 namespace {
 
@@ -19,13 +17,13 @@ const XPCInterface kHost{"TestHostV1", {{"hello", false}, {"bulk:", true}}};
 /// Takes messages as "selector a b c".
 struct Recorder : XPCExportedObject {
     void receive(std::string_view selector, Strings strings) override {
-        if (hold.valid()) hold.wait();
+        EXPECT_TRUE(!hold || hold->happens());
         std::string text(selector);
         for (const auto& each : strings) text += " " + each;
         inbox.add(text);
     }
     Collected<std::string> inbox;
-    std::shared_future<void> hold;
+    Event* hold = nullptr;
 };
 
 /// Accepts every connection, greets the peer, and drops the listener as soon as it has served once.
@@ -78,16 +76,12 @@ TEST(BusAddress, KeepsEveryPath) {
     for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
     EXPECT_EQ(pathOfBusAddress(busAddress(all)), all);
     EXPECT_EQ(busAddress("/a b,c"), "unix:path=/a%20b%2cc");
-    EXPECT_EQ(pathOfBusAddress("unix:path=/x,guid=12"), "/x");
     for (const char* bad : {"unix:path=", "tcp:host=x", "unix:path=/x%4", "unix:path=/x%zz", "unix:path=/%00"})
         EXPECT_FALSE(pathOfBusAddress(bad)) << bad;
 }
 
 TEST_F(DBusServicesTest, MessagesArriveInOrderBothWaysAndTheListenerGoesAway) {
-    EXPECT_EQ(runtime.named("xpc-").size(), 1u);
-    struct stat info {};
-    ASSERT_EQ(::stat(path().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::filesystem::status(path()).permissions(), std::filesystem::perms(0600));
     const auto host = std::make_shared<Recorder>();
     const auto connection = connect(host);
     Strings expected;
@@ -107,26 +101,25 @@ TEST_F(DBusServicesTest, MessagesArriveInOrderBothWaysAndTheListenerGoesAway) {
 }
 
 TEST_F(DBusServicesTest, InvalidationIsToldOnceAndLast) {
-    std::size_t ends = 0;
-    for (const bool byPeer : {true, false}) {
+    for (const std::size_t round : {1, 2}) {
         if (!service->listener) SetUp();
         auto connection = connect();
         const std::size_t before = inbox.atLeast(0).size();
         for (int i = 0; i < 100; ++i) connection->send("refresh", {});
-        const auto accepted = service->accepted.atLeast(++ends).back();
-        if (byPeer) {
+        const auto accepted = service->accepted.atLeast(round).back();
+        if (round == 1) {
             EXPECT_EQ(inbox.atLeast(before + 100).size(), before + 100);
-            connection.reset();
+            connection.reset(); // the peer's end
         } else {
             accepted->invalidate();
         }
-        EXPECT_EQ(service->ended.atLeast(ends).size(), ends);
+        EXPECT_EQ(service->ended.atLeast(round).size(), round);
         const std::size_t received = inbox.atLeast(0).size();
         EXPECT_FALSE(accepted->send("hello", {}));
         accepted->setInvalidationHandler([&] { service->ended.add(2); });
-        EXPECT_EQ(service->ended.atLeast(0).size(), ends) << "a handler had already run";
+        EXPECT_EQ(service->ended.atLeast(0).size(), round) << "a handler had already run";
         EXPECT_EQ(inbox.atLeast(0).size(), received);
-        if (byPeer) continue;
+        if (round == 1) continue;
         Event gone; // a handler set after the end still runs, once
         connection->setInvalidationHandler([&] { gone.happen(); });
         EXPECT_TRUE(gone.happens());
@@ -135,16 +128,16 @@ TEST_F(DBusServicesTest, InvalidationIsToldOnceAndLast) {
 }
 
 TEST_F(DBusServicesTest, PeerThatTakesNothingIsEnded) {
-    std::promise<void> release;
+    Event release;
     const auto host = std::make_shared<Recorder>();
-    host->hold = release.get_future().share();
+    host->hold = &release;
     const auto connection = connect(host);
     const auto accepted = service->accepted.atLeast(1).back();
     std::size_t sent = 0;
     while (accepted->send("bulk:", {std::string(1 << 20, 'x')}) && sent < 1000) ++sent;
     EXPECT_LT(sent, 200u);
     EXPECT_EQ(service->ended.atLeast(1).size(), 1u);
-    release.set_value();
+    release.happen();
 }
 
 TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
@@ -154,7 +147,6 @@ TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
     };
     const std::string refused = SD_BUS_ERROR_INVALID_ARGS;
     EXPECT_EQ(call("configureWithConnections", "s", "text"), refused);
-    EXPECT_EQ(call("configureWithConnections", "ai", 1, 7), refused);
     EXPECT_EQ(call("configureWithConnections", "ass", 0, "more"), refused);
     EXPECT_EQ(call("refresh", "as", 0), refused);
     EXPECT_EQ(call("missing", "as", 0), refused);
@@ -162,12 +154,13 @@ TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
     EXPECT_EQ(peer.call({"/elsewhere", "io.brindlemar.TestServiceV1", "refresh"}, ""), refused);
     EXPECT_EQ(call("configureWithConnections", "as", 2, "a", "b"), "");
     EXPECT_EQ(inbox.atLeast(1), Strings{"configureWithConnections: a b"});
-    EXPECT_EQ(diagnostics.atLeast(7).size(), 7u);
+    EXPECT_EQ(diagnostics.atLeast(6).size(), 6u);
 }
 
 TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
     const std::string garbage = std::string("\0AUTH NONSENSE\r\nBEGIN\r\n", 23) + std::string(100'000, '\xff');
-    const auto noisy = connectMany(path(), 200, garbage), silent = connectMany(path(), 400, "");
+    const auto noisy = connectMany(path(), 200, garbage), silent = connectMany(path(), 400, ""),
+               half = connectMany(path(), 400, std::string_view("\0AUTH EXTERNAL\r\n", 16));
     const auto connection = connect();
     ASSERT_TRUE(connection);
     connection->send("refresh", {});
@@ -178,14 +171,13 @@ TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
 TEST_F(DBusServicesTest, ProcessOfAnotherUserIsRefused) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs a second user id";
     ::chmod(path().c_str(), 0666);
-    for (std::string folder = runtime.directory.path(); folder != "/tmp" && folder.size() > 1;
-         folder.erase(folder.rfind('/')))
+    for (std::filesystem::path folder = path(); (folder = folder.parent_path()) != "/tmp" && folder != "/";)
         ::chmod(folder.c_str(), 0711);
-    std::thread([&] {
-        // The raw call changes this thread only, unlike the library's.
+    std::jthread([&] { // the raw call changes this thread only, unlike the library's
         ASSERT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0);
         EXPECT_FALSE(connectSocket(path())) << "the listener's user differs from the caller's";
-    }).join();
+    })
+        .join();
     EXPECT_EQ(diagnostics.atLeast(1),
               Strings{"A process of another user was refused on the socket " + runtime.named("xpc-").at(0) + "."});
     EXPECT_TRUE(service->accepted.atLeast(0).empty());
@@ -220,9 +212,7 @@ struct ControlTest : ::testing::Test {
 };
 
 TEST_F(ControlTest, OneServerHoldsThePlaceAndAnswers) {
-    const auto second = start();
-    ASSERT_TRUE(std::holds_alternative<ControlServer::Refusal>(second));
-    EXPECT_EQ(std::get<ControlServer::Refusal>(second).holder, ::getpid());
+    EXPECT_EQ(std::get<ControlServer::Refusal>(start()).holder, ::getpid());
     auto client = connect();
     ASSERT_TRUE(client);
     EXPECT_EQ(client->status(), "fine");
@@ -244,29 +234,18 @@ TEST_F(ControlTest, OneServerHoldsThePlaceAndAnswers) {
     EXPECT_TRUE(std::holds_alternative<ControlServer::Refusal>(start())) << "other files are not";
 }
 
-TEST_F(ControlTest, ThousandStrangersDoNotKeepOthersOut) {
-    const auto silent = connectMany(path(), 300, "");
-    const auto noisy = connectMany(path(), 300, std::string(70'000, 'x'));
-    const auto half = connectMany(path(), 400, std::string_view("\0AUTH EXTERNAL\r\n", 16));
-    auto client = connect();
-    ASSERT_TRUE(client);
-    EXPECT_EQ(client->status(), "fine");
-}
-
 TEST_F(ControlTest, WrongCallsAreAnsweredWithAnErrorAndUnreadAnswersEndAPeer) {
     RawBusPeer peer(path());
-    const auto method = [](const char* member, const char* version = "1") {
-        return BusPeer::Method{"/io/brindlemar/Control", std::string("io.brindlemar.Control") + version, member};
+    const auto method = [](const char* member, const std::string& version = "1") {
+        return BusPeer::Method{"/io/brindlemar/Control", "io.brindlemar.Control" + version, member};
     };
     const std::string refused = SD_BUS_ERROR_UNKNOWN_METHOD;
     EXPECT_EQ(peer.call(method("Status"), "s", "x"), refused);
     EXPECT_EQ(peer.call(method("CallItem"), "ss", "x", "y"), refused);
     EXPECT_EQ(peer.call(method("Stop"), ""), refused);
     EXPECT_EQ(peer.call(method("Status", "2"), ""), refused);
-    EXPECT_EQ(peer.call(method("CallItem"), "sh", "x", runtime.directory.descriptor()),
-              SD_BUS_ERROR_INVALID_ARGS); // no pipe
+    EXPECT_EQ(peer.call(method("CallItem"), "sh", "x", runtime.directory.descriptor()), SD_BUS_ERROR_INVALID_ARGS);
     EXPECT_EQ(peer.call(method("Status"), ""), "");
-
     const std::string name(100'000, 'n');
     std::uint64_t cookie = 0; // asking for it asks for an answer
     int sent = 0, status = 0;
