@@ -81,9 +81,6 @@ struct CommandsTest : ::testing::Test {
     std::string ls(const std::string& path, bool details = false, bool json = false, bool terminal = false) {
         return run([&](Output& output) { printFolder(control, output, {path, details, json}); }, terminal);
     }
-    std::string call(const std::string& id, bool json = false) {
-        return run([&](Output& output) { callItem(control, output, id, json); });
-    }
     FakeControl control;
 };
 
@@ -100,26 +97,22 @@ TEST_F(CommandsTest, PathsAreFoundByNames) {
 }
 
 TEST_F(CommandsTest, ListingShowsDetailsAndEscapesOnATerminalOnly) {
-    EXPECT_EQ(ls("Work", true, false, true), "-    5  2022-08-03 14:51  e\\x1b[0m\n"
-                                             "- 1234  2022-08-03 14:51  n.txt\n"
-                                             "d    0  2022-08-03 14:51  photos\n");
+    EXPECT_EQ(ls("Work", true, false, true), R"(-    5  2022-08-03 14:51  e\x1b[0m
+- 1234  2022-08-03 14:51  n.txt
+d    0  2022-08-03 14:51  photos
+)");
     EXPECT_EQ(ls("Work/photos", false, true), item("c7|photos/a", "a", "content") + "\n");
-    EXPECT_EQ(escaped("a\n\t\r\x07\x7f\\\xc2\x85\xffü\u2028"), "a\\n\\t\\r\\x07\\x7f\\\\\\xc2\\x85\\xffü\u2028");
-}
+    EXPECT_EQ(run([&](Output& output) { printTree(control, output, "", false); }, true), R"(/
+├── Home
+└── Work
+    ├── e\x1b[0m
+    ├── n.txt
+    └── photos
+        └── a
 
-TEST_F(CommandsTest, TreeIsDrawnAndCounted) {
-    const auto tree = [&](const std::string& path) {
-        return run([&](Output& output) { printTree(control, output, path, false); }, true);
-    };
-    EXPECT_EQ(tree(""), "/\n"
-                        "├── Home\n"
-                        "└── Work\n"
-                        "    ├── e\\x1b[0m\n"
-                        "    ├── n.txt\n"
-                        "    └── photos\n"
-                        "        └── a\n"
-                        "\n3 folders, 3 files\n");
-    EXPECT_EQ(tree("Work/photos"), "Work/photos\n└── a\n\n0 folders, 1 file\n");
+3 folders, 3 files
+)");
+    EXPECT_EQ(escaped("a\n\t\r\x07\x7f\\\xc2\x85\xffü\u2028"), "a\\n\\t\\r\\x07\\x7f\\\\\\xc2\\x85\\xffü\u2028");
 }
 
 TEST_F(CommandsTest, MissingHostIsSaid) {
@@ -134,49 +127,50 @@ TEST_F(CommandsTest, MissingHostIsSaid) {
 }
 
 TEST_F(CommandsTest, ErrorsOfTheServiceBecomeExitStatuses) {
-    const std::string broken = "exit 1: The service did not answer in full: ",
-                      hint = R"(. Look at "brindlemar status".)";
+    const std::string broken = "exit 1: The service did not answer in full: ";
     const std::pair<std::string, std::string> cases[] = {
         {error(-1005), R"(exit 3: There is no "c7|x".)"},
         {error(-1004), "exit 4: Please Launch Brindlemar to continue syncing."},
         {error(3072, "NSCocoaErrorDomain"),
          "exit 1: \"c7|x\": The operation couldn\u2019t be completed. (NSCocoaErrorDomain error 3072.)"},
-        {"", broken + "the call has no end" + hint},
-        {"garbage\n[]\n{\"event\":7}\n", broken + "the call has no end" + hint},
-    };
-    for (const auto& [answer, ending] : cases) {
-        control.answers["c7|x"] = answer;
-        EXPECT_EQ(call("c7|x"), ending);
-        EXPECT_EQ(call("c7|x", true), answer + ending) << "lines pass unchanged";
-    }
+        {"", broken + "the call has no end"},
+        {"garbage\n[]\n{\"event\":7}\n", broken + "the call has no end"}};
+    for (const auto& [answer, ending] : cases)
+        for (const bool json : {false, true}) { // lines pass unchanged
+            control.answers["c7|x"] = answer;
+            const std::string text = run([&](Output& output) { callItem(control, output, "c7|x", json); });
+            EXPECT_TRUE(text.starts_with((json ? answer : "") + ending)) << text;
+        }
     control.answers["c7|photos"] = "{\"event\":\"items\",\"items\":[]}\n";
-    EXPECT_EQ(ls("Work/photos"), broken + R"(the listing of "Work/photos" has no end)" + hint);
+    EXPECT_TRUE(ls("Work/photos").starts_with(broken + R"(the listing of "Work/photos" has no end)"));
     control.answers.erase("c7|photos");
-    EXPECT_EQ(ls("Work/photos"), broken + "gone" + hint);
+    EXPECT_EQ(ls("Work/photos"), broken + R"(gone. Look at "brindlemar status".)");
 }
 
-TEST_F(CommandsTest, CallsShowPagesAndItems) {
+TEST_F(CommandsTest, CallsAndStatusAreReadable) {
     const auto list = [&](bool json) {
         return run([&](Output& output) { callList(control, output, {"c7|0", 1, json}); });
     };
     EXPECT_EQ(list(true), control.answers["c7|0"]);
     EXPECT_EQ(list(false), "c7|photos  folder  photos\n-- next page AgAAAA==\nc7|n.txt  1234 bytes  n.txt\n"
                            "c7|e\x1b  5 bytes  e\x1b[0m\n-- 3 items in 2 pages\n");
-    control.answers["c7|x"] = "{\"event\":\"progress\",\"completed\":0}\n"
-                              "{\"event\":\"completion\",\"item\":{\"filename\":\"x\",\"capabilities\":43,"
-                              "\"decorations\":null},\"error\":null}\n";
-    EXPECT_EQ(call("c7|x"), "filename: x\ncapabilities: 43\ndecorations: null\n");
-}
-
-TEST_F(CommandsTest, StatusIsReadable) {
+    control.answers["c7|x"] = R"({"event":"progress","completed":0}
+{"event":"completion","item":{"filename":"x","capabilities":43,"decorations":null},"error":null}
+)";
+    EXPECT_EQ(run([&](Output& output) { callItem(control, output, "c7|x", false); }),
+              "filename: x\ncapabilities: 43\ndecorations: null\n");
     control.statusText =
-        R"({"service":{"pid":42,"version":"1.2"},"domain":{"identifier":"d","state":"disconnected","reason":"Host away"},)"
-        R"("configured":true,"connections":[{"name":"Work","domain":"c7"}],"signals":{"pending":1,"total":9},"requests":{"waiting":3}})";
-    const auto status = [&](bool json) { return run([&](Output& output) { printStatus(control, output, json); }); };
-    EXPECT_EQ(status(true), control.statusText + "\n");
-    EXPECT_EQ(status(false), "Service      running, pid 42, version 1.2\nDomain       d, disconnected: Host away\n"
-                             "Configured   yes\nSignals      1 pending, 9 in all\nRequests     3 waiting\n"
-                             "Connection   Work (c7)\n");
+        R"({"service":{"pid":42,"version":"1.2"},"domain":{"identifier":"d","state":"disconnected","reason":"Away"},)"
+        R"("configured":true,"connections":[{"name":"Work","domain":"c7"}],"signals":{"pending":1,"total":9},)"
+        R"("requests":{"waiting":3}})";
+    EXPECT_EQ(run([&](Output& output) { printStatus(control, output, false); }),
+              R"(Service      running, pid 42, version 1.2
+Domain       d, disconnected: Away
+Configured   yes
+Signals      1 pending, 9 in all
+Requests     3 waiting
+Connection   Work (c7)
+)");
 }
 
 TEST(Lines, ArriveWholeHoweverTheyAreCut) {

@@ -93,12 +93,9 @@ TEST_F(MessagingTests, EveryRequestHasItsPayloadAndItsAnswer) {
     check(R"({"command":"deleteItem","identifier":")" + root + R"(","recursive":"false"})", "-/ok");
     all.deletedItemIDs({"X", "c7"}, [this](const auto& reply, const auto& error) { add(reply, error); });
     check("deletedItemIDs:X");
-    all.reconnect("c7", text());
-    check(R"({"command":"reconnect"})");
-    all.shutdown("c7", text());
-    check(R"({"command":"shutdown"})");
-    all.status("c7", text());
-    check(R"({"command":"status"})");
+    all.reconnect("c7", text()), check(R"({"command":"reconnect"})");
+    all.shutdown("c7", text()), check(R"({"command":"shutdown"})");
+    all.status("c7", text()), check(R"({"command":"status"})");
 
     all.itemJSON({"a", "c7"}, text());
     EXPECT_EQ(platform.ports.sent().size(), 14u); // waits for the main queue

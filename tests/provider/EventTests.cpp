@@ -9,7 +9,7 @@
 #include <fcntl.h>
 
 #include <csignal>
-#include <future>
+#include <thread>
 
 namespace brindlemar {
 namespace {
@@ -53,23 +53,21 @@ TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
     std::atomic<bool> stopping{false};
     const std::string line(300'000, 'x'); // several times what a pipe holds
     ::signal(SIGPIPE, SIG_IGN);
-    Pipe slow, stubborn;
+    Pipe slow, gone, stubborn, late;
     {
-        auto output = std::make_unique<LineOutput>(std::move(slow.writer), stopping);
-        auto received = std::async(std::launch::async, [&] { return slow.readAll(); });
-        EXPECT_TRUE(output->write(line));
-        output.reset();
-        EXPECT_EQ(received.get(), line + "\n");
+        LineOutput output(std::move(slow.writer), stopping);
+        std::jthread writer([&] { EXPECT_TRUE(output.write(line)); });
+        std::string received(line.size() + 1, ' ');
+        for (std::size_t at = 0; at < received.size();)
+            at += static_cast<std::size_t>(::read(slow.reader.get(), received.data() + at, 1000));
+        EXPECT_EQ(received, line + "\n");
     }
-    Pipe gone;
-    LineOutput unread(std::move(gone.writer), stopping);
     gone.reader = FileDescriptor();
-    EXPECT_FALSE(unread.write("gone"));
+    EXPECT_FALSE(LineOutput(std::move(gone.writer), stopping).write("gone"));
     LineOutput output(std::move(stubborn.writer), stopping, 200ms);
     EXPECT_FALSE(output.write(line)); // nobody reads
     EXPECT_FALSE(output.write("short"));
     stopping = true;
-    Pipe late;
     EXPECT_FALSE(LineOutput(std::move(late.writer), stopping).write("late"));
     EXPECT_EQ(late.readAll(), "");
 }

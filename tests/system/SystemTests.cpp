@@ -25,12 +25,13 @@ protected:
             std::cerr << contentsOf(world.path + "/host.err")
                       << contentsOf(world.path + "/service.err").substr(0, 4000);
     }
-    Arguments connections() const { return {"Photos=" + world.path + "/photos", "Work=" + world.path + "/work"}; }
-    void startBoth(Arguments options = {}) {
+    Arguments connections(Arguments options = {}) const {
+        options.insert(options.end(), {"Photos=" + world.path + "/photos", "Work=" + world.path + "/work"});
+        return options;
+    }
+    void startBoth(const Arguments& options = {}) {
         world.startService();
-        const auto both = connections();
-        options.insert(options.end(), both.begin(), both.end());
-        world.startHost(options);
+        world.startHost(connections(options));
         ASSERT_TRUE(world.runUntil({"ls"}, kTop, 10));
     }
     JSON status() { return JSON::parse(world.run({"status", "--json"}).output); }
@@ -77,7 +78,7 @@ TEST_F(SystemTests, OneServiceAUserAndACleanEnd) {
     EXPECT_EQ(world.run({"ls"}).output, kTop);
     const FileDescriptor held = std::move(*world.control().callList("photos|0", 1)); // nobody reads it
     world.host.end(SIGKILL);
-    const auto waiting = world.control().callItem("photos|2024"); // sleeps in the search for the host
+    const auto waiting = world.control().callItem("photos|unlisted"); // sleeps in the search for the host
     ASSERT_TRUE(world.logs("failed to create bxserver port"));
     const auto start = Clock::now();
     EXPECT_EQ(world.service.end(SIGTERM), 0);
@@ -101,9 +102,7 @@ TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
               std::string(R"({"event":"completion","item":null,)") + kUnreachable);
     EXPECT_EQ(lookup.errors, "brindlemar: Please Launch Brindlemar to continue syncing.\n");
     const std::string log = world.newLog();
-    EXPECT_EQ(
-        count(log, "level=WARNING msg=\"failed to create bxserver port for group.io.brindlemar.bxserver.photos\""),
-        10u);
+    EXPECT_EQ(count(log, "level=WARNING msg=\"failed to create bxserver port"), 10u);
     EXPECT_EQ(count(log, "and exhausted retries.\""), 1u);
     EXPECT_EQ(world.run({"ls", "Photos"}).status, 4);
     EXPECT_EQ(status()["domain"]["reason"].string(), "Please Launch Brindlemar to continue syncing.");
@@ -133,49 +132,29 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
         for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
         while (waiting() < 1000) ::poll(nullptr, 0, 10);
         world.host.end(SIGKILL);
-        std::size_t completions = 0, unreachable = 0;
-        for (const auto& output : outputs) {
-            const std::string text = readAll(output);
-            completions += count(text, "completion");
-            unreachable += count(text, kUnreachable);
-        }
-        EXPECT_EQ(completions, 1000u);
-        EXPECT_EQ(unreachable, 1000u);
-        outputs.clear();
+        std::string text;
+        for (const auto& output : std::exchange(outputs, {})) text += readAll(output);
+        EXPECT_EQ(count(text, "completion"), 1000u);
+        EXPECT_EQ(count(text, kUnreachable), 1000u);
         EXPECT_TRUE(becomes("disconnected"));
         EXPECT_EQ(waiting(), 0);
 
         // Its return is found by the next request, which reconnects.
-        auto options = connections();
-        options.insert(options.begin(), {"--hold", "itemForIdentifier"});
-        world.startHost(options);
+        world.startHost(connections({"--hold", "itemForIdentifier"}));
         const std::string unlisted = "folder" + std::to_string(round); // no cache knows it
         ASSERT_TRUE(world.runUntil({"ls", "Photos/" + unlisted}, "f\n", 10));
         EXPECT_TRUE(becomes("connected"));
         if (round == 2) descriptors = world.service.descriptors(), memory = world.service.megabytes("VmRSS");
     }
     EXPECT_LE(world.service.descriptors(), descriptors + 8);
-    if (kLong) {
-        EXPECT_LE(world.service.megabytes("VmRSS"), memory + 16);
-    }
+    EXPECT_LE(world.service.megabytes("VmRSS"), memory + 16);
 }
 
 TEST_F(SystemTests, NamesComeThroughAsTheyAre) {
-    const std::string names[] = {"line\nbreak",
-                                 "quote\"d",
-                                 "back\\slash",
-                                 std::string(255, 'n'),
-                                 "😀🏞",
-                                 "\u00e9",
-                                 "e\u0301",
-                                 "a|b",
-                                 "%7C",
-                                 "0",
-                                 "root",
-                                 "00",
-                                 "-l",
-                                 "tab\tand\x01",
-                                 "'"};
+    Arguments names{std::string(255, 'n')};
+    std::istringstream list(
+        "line\nbreak/quote\"d'/back\\slash/😀🏞/\u00e9/e\u0301/a|b/%7C/0/root/00/-l/tab\tand\x01");
+    for (std::string name; std::getline(list, name, '/');) names.push_back(name);
     for (const auto& name : names) world.file("photos/names/" + name);
     world.file("photos/names/bad\xff\xfe");
     startBoth();
