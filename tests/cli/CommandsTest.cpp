@@ -177,17 +177,14 @@ TEST(Lines, ArriveWholeHoweverTheyAreCut) {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     FileDescriptor reading(ends[0]), writing(ends[1]);
-    const std::string longLine(200'000, 'x');
+    const std::string longLine(200'000, 'x'), text = "a\nbc\n\n" + longLine + "\nlast";
     std::jthread writer([&] {
-        for (const std::string& piece : {std::string("a\nb"), std::string("c\n\n"), longLine, std::string("\nlast")})
+        for (const std::string& piece : {text.substr(0, 3), text.substr(3)})
             ASSERT_EQ(::write(writing.get(), piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
         writing = FileDescriptor();
     });
     Strings lines;
-    readLines(reading, [&](std::string_view line) {
-        lines.emplace_back(line);
-        return true;
-    });
+    readLines(reading, [&](std::string_view line) { return lines.emplace_back(line), true; });
     EXPECT_EQ(lines, (Strings{"a", "bc", "", longLine, "last"}));
 }
 

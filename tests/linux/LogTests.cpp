@@ -10,7 +10,6 @@
 
 #include <sys/stat.h>
 
-#include <array>
 #include <cctype>
 #include <map>
 #include <sstream>
@@ -197,16 +196,16 @@ TEST_F(RotatingFileTest, TwoWritersShareOnePathWithoutLosingLines) {
 }
 
 TEST(LogFiles, LibraryDirectoryComesFromTheEnvironment) {
-    const char* names[] = {"BRINDLEMAR_LIBRARY_DIR", "XDG_STATE_HOME", "HOME"};
-    const std::pair<std::array<const char*, 3>, std::optional<std::string>> rows[] = {
-        {{"/own", "/state", "/home"}, "/own"},
-        {{"", "/state", "/home"}, "/state/brindlemar"},
-        {{"relative", "relative", "/home"}, "/home/.local/state/brindlemar"},
-        {{"", "", ""}, {}}};
-    for (const auto& [values, expected] : rows) {
-        for (int i = 0; i < 3; ++i) ::setenv(names[i], values[i], 1);
-        EXPECT_EQ(LogFiles().libraryDirectory(), expected);
-    }
+    const auto libraryWith = [](const char* own, const char* state, const char* home) {
+        ::setenv("BRINDLEMAR_LIBRARY_DIR", own, 1);
+        ::setenv("XDG_STATE_HOME", state, 1);
+        ::setenv("HOME", home, 1);
+        return LogFiles().libraryDirectory().value_or("none");
+    };
+    EXPECT_EQ(libraryWith("/own", "/state", "/home"), "/own");
+    EXPECT_EQ(libraryWith("", "/state", "/home"), "/state/brindlemar");
+    EXPECT_EQ(libraryWith("relative", "relative", "/home"), "/home/.local/state/brindlemar");
+    EXPECT_EQ(libraryWith("", "", ""), "none");
 }
 
 } // namespace

@@ -69,15 +69,13 @@ TEST_P(EveryQueue, ATimerMayBeDestroyedInItsHandler) {
     std::unique_ptr<Timer> timer;
     Event ready, ticked, later;
     const auto queue = make(); // after what its tasks use
-    queue->async([&] {
-        timer = queue->repeat(1ms, [&, held] {
-            ASSERT_TRUE(ready.happens());
-            timer.reset();
-            EXPECT_EQ(held.use_count(), 2); // the running handler still has what it captured
-            ticked.happen();                // a second run would throw
-        });
-        ready.happen();
+    timer = queue->repeat(1ms, [&, held] {
+        ASSERT_TRUE(ready.happens());
+        timer.reset();
+        EXPECT_EQ(held.use_count(), 2); // the running handler still has what it captured
+        ticked.happen();                // a second run would throw
     });
+    ready.happen();
     ASSERT_TRUE(ticked.happens());
     queue->after(10ms, [&] { later.happen(); });
     ASSERT_TRUE(later.happens());
@@ -115,7 +113,8 @@ TEST_P(EveryQueue, DestructionWaitsForWhatRunsAndDropsTheRest) {
 TEST(SerialQueueTest, KeepsEachPostersOrderAndRunsOneAtATime) {
     constexpr int posters = 4, each = 3000;
     QueueTimers timers;
-    std::vector<int> next(posters), inside(1);
+    std::vector<int> next(posters);
+    int inside = 0; // unsynchronised on purpose: the queue is what orders it
     std::latch all(posters * each);
     SerialQueue queue(timers, "test");
     std::vector<std::jthread> threads;
@@ -123,9 +122,9 @@ TEST(SerialQueueTest, KeepsEachPostersOrderAndRunsOneAtATime) {
         threads.emplace_back([&, p] {
             for (int n = 0; n < each; ++n)
                 queue.async([&, p, n] {
-                    EXPECT_EQ(++inside[0], 1); // unsynchronised on purpose: the queue is what orders it
+                    EXPECT_EQ(++inside, 1);
                     EXPECT_EQ(next[p]++, n);
-                    --inside[0];
+                    --inside;
                     all.count_down();
                 });
         });

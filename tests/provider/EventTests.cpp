@@ -74,12 +74,10 @@ TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
 
 TEST(CallTests, EveryEventInOrderToTheEnd) {
     FakePlatform platform;
+    const std::string record = R"({"name":"a","itemID":"a","parentID":"0","mtime":1})";
     platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
-        std::string reply = "{}";
-        if (sent.data.find("enumerate") != reply.npos)
-            reply =
-                R"([{"name":"a","itemID":"a","parentID":"0","mtime":1},{"name":"b","itemID":"b","parentID":"0","mtime":1}])";
-        platform.ports.inject(platform.replyPort("c7"), sent.msgid, reply);
+        const bool listing = sent.data.find("enumerate") != sent.data.npos;
+        platform.ports.inject(platform.replyPort("c7"), sent.msgid, listing ? "[" + record + "," + record + "]" : "{}");
     });
     const auto extension = BrindlemarFileProvider::make({std::string(ExtensionBundleIdentifier), ""});
     extension->connections.with([](auto& records) { records = {"Work|c7"}; });
@@ -94,18 +92,14 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     const auto list = [&](const std::string& container) {
         return call([&](auto output) { callList(*extension, container, 1, output, platform.tasks); });
     };
-    const std::string end = finishEvent(std::nullopt) + "\n", missing = completionEvent(nullptr, noSuchItem()) + "\n";
-    const std::string pages = list("c7|box");
-    EXPECT_EQ(list("plain"), end);
+    const std::string pages = list("c7|box"), missing = completionEvent(nullptr, noSuchItem()) + "\n",
+                      item = itemsEvent(ItemBatch(extension->caches->listing("c7-box"), 0, 1).items()) + "\n";
+    EXPECT_EQ(pages, item + R"({"event":"finish","page":"AQAAAAAAAAA="})" + "\n" + item +
+                         "{\"event\":\"finish\",\"page\":null}\n");
     EXPECT_EQ(list("d9|x"), missing);
     EXPECT_EQ(call([&](auto output) { callItem(*extension, "c7|x", output); }), missing + progressEvent(1, 1) + "\n");
-    const auto items = extension->caches->listing("c7-box");
-    ASSERT_TRUE(items);
-    EXPECT_EQ(pages, itemsEvent(ItemBatch(items, 0, 1).items()) + "\n" + finishEvent(NSFileProviderPage(1)) + "\n" +
-                         itemsEvent(ItemBatch(items, 1, 1).items()) + "\n" + end);
     Pipe gone;
     gone.reader = FileDescriptor();
-    ::signal(SIGPIPE, SIG_IGN);
     callList(*extension, "c7|box", 1, std::make_shared<LineOutput>(std::move(gone.writer), running), platform.tasks);
     EXPECT_EQ(platform.tasks.runAll(), 1u); // no second page is asked for without a reader
 }
