@@ -147,30 +147,13 @@ TEST_F(CommandsTest, ErrorsOfTheServiceBecomeExitStatuses) {
     EXPECT_EQ(ls("Work/photos"), broken + R"(gone. Look at "brindlemar status".)");
 }
 
-TEST_F(CommandsTest, CallsAndStatusAreReadable) {
+TEST_F(CommandsTest, CallsShowPages) {
     const auto list = [&](bool json) {
         return run([&](Output& output) { callList(control, output, {"c7|0", 1, json}); });
     };
     EXPECT_EQ(list(true), control.answers["c7|0"]);
     EXPECT_EQ(list(false), "c7|photos  folder  photos\n-- next page AgAAAA==\nc7|n.txt  1234 bytes  n.txt\n"
                            "c7|e\x1b  5 bytes  e\x1b[0m\n-- 3 items in 2 pages\n");
-    control.answers["c7|x"] = R"({"event":"progress","completed":0}
-{"event":"completion","item":{"filename":"x","capabilities":43,"decorations":null},"error":null}
-)";
-    EXPECT_EQ(run([&](Output& output) { callItem(control, output, "c7|x", false); }),
-              "filename: x\ncapabilities: 43\ndecorations: null\n");
-    control.statusText =
-        R"({"service":{"pid":42,"version":"1.2"},"domain":{"identifier":"d","state":"disconnected","reason":"Away"},)"
-        R"("configured":true,"connections":[{"name":"Work","domain":"c7"}],"signals":{"pending":1,"total":9},)"
-        R"("requests":{"waiting":3}})";
-    EXPECT_EQ(run([&](Output& output) { printStatus(control, output, false); }),
-              R"(Service      running, pid 42, version 1.2
-Domain       d, disconnected: Away
-Configured   yes
-Signals      1 pending, 9 in all
-Requests     3 waiting
-Connection   Work (c7)
-)");
 }
 
 TEST(Lines, ArriveWholeHoweverTheyAreCut) {

@@ -179,31 +179,25 @@ TEST_F(SystemTests, NamesComeThroughAsTheyAre) {
 TEST_F(SystemTests, ExitStatusesSayWhy) {
     startBoth();
     const std::string photos = world.path + "/photos";
-    struct Row {
+    const struct {
+        const char* program;
         int status;
-        Arguments arguments;
-        const char* program = BRINDLEMAR;
-    };
-    const Row cases[] = {{2, {}},
-                         {2, {"fly"}},
-                         {2, {"call", "item"}},
-                         {2, {"call", "list", "photos|0", "--page-size", "0"}},
-                         {2, {"call", "item", "photos|\xff"}},
-                         {3, {"ls", "Photos/none"}},
-                         {3, {"call", "item", "nobody|1"}},
-                         {3, {"call", "item", "photos|none"}},
-                         {3, {"call", "list", "nobody|1"}},
-                         {2, {}, BRINDLEMAR_HOST},
-                         {2, {"Work=" + photos, "--unknown"}, BRINDLEMAR_HOST},
-                         {3, {"Work=" + photos + "/missing"}, BRINDLEMAR_HOST},
-                         {3, {"Work=" + photos + "/2024/a.txt"}, BRINDLEMAR_HOST},
-                         {1, {"Photos=" + photos}, BRINDLEMAR_HOST}}; // its domain is served already
-    for (const auto& c : cases) {
-        const Result result = world.run(c.arguments, c.program);
-        EXPECT_EQ(result.status, c.status) << testing::PrintToString(c.arguments) << result.errors;
-        EXPECT_FALSE(result.errors.empty());
-        EXPECT_TRUE(result.output.empty()) << result.output;
-    }
+        std::vector<Arguments> commands;
+    } cases[] = {
+        {BRINDLEMAR, 2, {{}, {"fly"}, {"call", "item"}, {"call", "item", "photos|\xff"}}},
+        {BRINDLEMAR, 2, {{"call", "list", "photos|0", "--page-size", "0"}}},
+        {BRINDLEMAR, 3, {{"ls", "Photos/none"}, {"call", "item", "nobody|1"}, {"call", "item", "photos|none"}}},
+        {BRINDLEMAR, 3, {{"call", "list", "nobody|1"}}},
+        {BRINDLEMAR_HOST, 2, {{}, {"Work"}, {"Work=" + photos, "--unknown"}}},
+        {BRINDLEMAR_HOST, 3, {{"Work=" + photos + "/missing"}, {"Work=" + photos + "/2024/a.txt"}}},
+        {BRINDLEMAR_HOST, 1, {{"Photos=" + photos}}}}; // its domain is served already
+    for (const auto& [program, status, commands] : cases)
+        for (const Arguments& arguments : commands) {
+            const Result result = world.run(arguments, program);
+            EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << result.errors;
+            EXPECT_FALSE(result.errors.empty());
+            EXPECT_TRUE(result.output.empty()) << result.output;
+        }
     EXPECT_EQ(world.host.end(SIGINT), 130);
 }
 
