@@ -214,6 +214,9 @@ TEST_F(ProviderTests, TheHostConfiguresTheExtension) {
     EXPECT_EQ(platform.managerCalls(), Strings{"reconnect"});
     EXPECT_NE(platform.files.written["connections.plist"].find("<string>A&amp;B|\"x</string>"), std::string::npos);
 
+    connection->invalidationHandler();
+    platform.settle();
+    EXPECT_EQ(platform.managerCalls(), Strings{"disconnect Please Launch Brindlemar to continue syncing. 1"});
     platform.managers.known.clear();
     connection->invalidationHandler();
     platform.settle();

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <thread>
 
 namespace brindlemar {
@@ -68,12 +69,17 @@ TEST(IdentifierTests, ResolutionPagesAndConnections) {
 }
 
 TEST(OnceCompletionTests, OneOfManyThreadsIsHeard) {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 500; ++round) {
         std::atomic<int> calls{0}, won{0};
+        std::latch start(3);
         {
             const OnceCompletion<int> completion([&](int) { ++calls; }, {-1});
             std::vector<std::jthread> threads;
-            for (int i = 0; i < 3; ++i) threads.emplace_back([&, completion] { won += completion(1); });
+            for (int i = 0; i < 3; ++i)
+                threads.emplace_back([&, completion] {
+                    start.arrive_and_wait();
+                    won += completion(1);
+                });
         }
         ASSERT_EQ(calls, 1);
         ASSERT_EQ(won, 1);

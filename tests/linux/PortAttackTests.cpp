@@ -46,13 +46,13 @@ protected:
         return socket;
     }
     /// A listener played by the test, on a thread of its own, with the first sender that greets it.
-    std::jthread serve(std::function<void(RawSocket&)> body) {
-        return std::jthread(
-            [body, listener = std::make_shared<RawSocket>(RawSocket::listening(world->directory, "p"))] {
-                RawSocket peer = listener->accept();
-                EXPECT_TRUE(peer.greet("p"));
-                body(peer);
-            });
+    std::jthread serve(const std::string& name, std::function<void(RawSocket&)> body) {
+        const auto listener = std::make_shared<RawSocket>(RawSocket::listening(world->directory, name));
+        return std::jthread([name, body, listener] {
+            RawSocket peer = listener->accept();
+            EXPECT_TRUE(peer.greet(name));
+            body(peer);
+        });
     }
     /// The port still serves whoever keeps to the rules.
     void expectAlive() {
@@ -167,7 +167,7 @@ TEST_F(PortAttacks, NeitherSideGoesOnWithoutARightHello) {
 
 TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
     Event read, sent;
-    const auto serving = serve([&](RawSocket& peer) {
+    const auto serving = serve("p", [&](RawSocket& peer) {
         EXPECT_EQ(peer.receive(), (RawPacket{.flags = 1, .id = 1, .body = "q"}.bytes()));
         read.happen();
         EXPECT_TRUE(sent.happens());
@@ -186,9 +186,33 @@ TEST_F(PortAttacks, AnswersOfAPeerThatClosesWithUnreadMessagesAreNotLost) {
     EXPECT_EQ(result.answer.bytes(), "a");
 }
 
+TEST_F(PortAttacks, WhatAProcessSentComesBeforeItsEnd) {
+    Event blocked, release, ended;
+    listen();
+    RawSocket sender = greeted(), attacker = greeted();
+    const auto serving = serve("q", [&](RawSocket&) { EXPECT_TRUE(blocked.happens()); });
+    const auto remote = world->ours.createRemote("q");
+    ASSERT_TRUE(remote);
+    std::size_t before = 0;
+    remote->setInvalidationCallback([&](auto&) {
+        before = received.atLeast(0).size();
+        ended.happen();
+    });
+    world->onComplaint = [&] {
+        blocked.happen();
+        EXPECT_TRUE(release.happens());
+    };
+    ASSERT_TRUE(attacker.send("x") && blocked.happens());
+    while (remote->isValid()) std::this_thread::yield();         // its process has closed it,
+    ASSERT_TRUE(sender.send(RawPacket{.body = "sent"}.bytes())); // and what it sent elsewhere is seen only now
+    release.happen();
+    ASSERT_TRUE(ended.happens());
+    EXPECT_EQ(before, 1U);
+}
+
 TEST_F(PortAttacks, AListenerThatDoesNotReadCostsTheSendersTimeOnly) {
     Event done;
-    const auto serving = serve([&](RawSocket&) { EXPECT_TRUE(done.happens()); });
+    const auto serving = serve("p", [&](RawSocket&) { EXPECT_TRUE(done.happens()); });
     const auto remote = world->ours.createRemote("p");
     ASSERT_TRUE(remote);
     const std::string body(60'000, 'x');

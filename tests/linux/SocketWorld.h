@@ -22,8 +22,12 @@ struct SocketWorld {
     SocketMessagePorts ours{RuntimeDirectory::open(), main, complain(), kHelloLimit};
     SocketMessagePorts theirs{RuntimeDirectory::open(), main, complain(), kHelloLimit};
 
+    std::function<void()> onComplaint = [] {}; // on the thread that takes packets off the sockets
     PortDiagnostic complain() {
-        return [this](std::string_view text) { complaints.add(std::string(text)); };
+        return [this](std::string_view text) {
+            complaints.add(std::string(text));
+            onComplaint();
+        };
     }
     /// Another process listens under the name for as long as the result lives.
     auto occupy(const std::string& name) {
