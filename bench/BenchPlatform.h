@@ -1,7 +1,7 @@
 // The platform on Linux without a log and without stores, for benchmarks.
 #pragma once
 
-#include "fakes/NoServices.h"
+#include "NoServices.h"
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/QueueTimers.h"
 #include "linux/queues/SerialQueue.h"

@@ -1,7 +1,7 @@
 // A host's reply, read by both roads that make records of it: the one pass over a listing and the dynamic value. They
 // must agree, and neither may be brought down.
 #include "fakes/ManualQueue.h"
-#include "fakes/NoServices.h"
+#include "NoServices.h"
 #include "items/ItemListing.h"
 
 #include <cstdlib>

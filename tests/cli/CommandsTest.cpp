@@ -8,8 +8,9 @@
 
 #include <fcntl.h>
 
-#include <cstdlib>
+#include <functional>
 #include <map>
+#include <sstream>
 
 namespace brindlemar::cli {
 namespace {
@@ -17,16 +18,13 @@ namespace {
 constexpr const char* kRoot = "NSFileProviderRootContainerItemIdentifier";
 using Strings = std::vector<std::string>;
 
-std::string item(const std::string& id, const std::string& name, bool folder, int size = 0) {
-    return R"({"itemIdentifier":")" + id + R"(","filename":")" + name + R"(","contentType":")" +
-           (folder ? "public.folder" : "public.content") + R"(","documentSize":)" + std::to_string(size) +
-           R"(,"contentModificationDate":1659538288.5})";
+std::string item(const std::string& id, const std::string& name, const std::string& kind, int size = 0) {
+    return R"({"itemIdentifier":")" + id + R"(","filename":")" + name + R"(","contentType":"public.)" + kind +
+           R"(","documentSize":)" + std::to_string(size) + R"(,"contentModificationDate":1659538288})";
 }
-
 std::string page(const std::string& items, const std::string& next = "null") {
     return R"({"event":"items","items":[)" + items + "]}\n" + R"({"event":"finish","page":)" + next + "}\n";
 }
-
 std::string error(int code, const std::string& domain = "NSFileProviderErrorDomain") {
     return R"({"event":"completion","item":null,"error":{"domain":")" + domain + R"(","code":)" + std::to_string(code) +
            "}}\n";
@@ -36,45 +34,39 @@ std::string error(int code, const std::string& domain = "NSFileProviderErrorDoma
 struct FakeControl : Control {
     std::optional<std::string> status() override { return statusText; }
     bool callItem(const std::string& identifier, const LineHandler& handler) override {
-        return answer(identifier, handler);
+        const auto found = answers.find(identifier);
+        if (found == answers.end()) return false;
+        std::istringstream lines(found->second);
+        for (std::string line; std::getline(lines, line) && handler(line);) {
+        }
+        return true;
     }
     bool callList(const std::string& identifier, std::uint32_t, const LineHandler& handler) override {
-        return answer(identifier, handler);
+        return callItem(identifier, handler);
     }
     std::string error() const override { return "gone"; }
 
     std::map<std::string, std::string> answers;
     std::string statusText = R"({"domain":{"state":"connected"},"configured":true})";
-
-private:
-    bool answer(const std::string& identifier, const LineHandler& handler) {
-        const auto found = answers.find(identifier);
-        if (found == answers.end()) return false;
-        std::string_view rest = found->second;
-        for (std::size_t end; (end = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(end + 1))
-            if (!handler(rest.substr(0, end))) break;
-        return true;
-    }
 };
 
 struct CommandsTest : ::testing::Test {
     CommandsTest() {
         ::setenv("TZ", "UTC", 1);
         ::tzset();
-        control.answers[kRoot] = page(item("c7|0", "Work", true) + "," + item("h2|0", "Home", true));
+        control.answers[kRoot] = page(item("c7|0", "Work", "folder") + "," + item("h2|0", "Home", "folder"));
         control.answers["c7|0"] =
-            page(item("c7|photos", "photos", true), R"("AgAAAA==")") +
-            page(item("c7|n.txt", "n.txt", false, 1234) + "," + item("c7|e\\u001b", "e\\u001b[0m", false, 5));
-        control.answers["c7|photos"] = page(item("c7|photos/a", "a", false));
+            page(item("c7|photos", "photos", "folder"), R"("AgAAAA==")") +
+            page(item("c7|n.txt", "n.txt", "content", 1234) + "," + item("c7|e\\u001b", "e\\u001b[0m", "content", 5));
+        control.answers["c7|photos"] = page(item("c7|photos/a", "a", "content"));
         control.answers["h2|0"] = page("");
     }
     /// What the command prints, then "exit N: message" when it fails.
-    template <class Command>
-    std::string run(Command command, bool terminal = false) {
+    std::string run(const std::function<void(Output&)>& command, bool terminal = false) {
         char* text = nullptr;
         std::size_t size = 0;
-        std::FILE* file = ::open_memstream(&text, &size);
         std::string ending;
+        std::FILE* file = ::open_memstream(&text, &size);
         try {
             Output output(file, terminal);
             command(output);
@@ -82,9 +74,9 @@ struct CommandsTest : ::testing::Test {
             ending = "exit " + std::to_string(static_cast<int>(failure.exit)) + ": " + failure.what();
         }
         std::fclose(file);
-        const std::string printed(text, size);
+        ending.insert(0, text, size);
         std::free(text);
-        return printed + ending;
+        return ending;
     }
     std::string ls(const std::string& path, bool details = false, bool json = false, bool terminal = false) {
         return run([&](Output& output) { printFolder(control, output, {path, details, json}); }, terminal);
@@ -93,45 +85,34 @@ struct CommandsTest : ::testing::Test {
 };
 
 TEST_F(CommandsTest, PathsAreFoundByNames) {
-    const struct {
-        std::string_view path, printed;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"", "Home\nWork\n"},
-        {"/", "Home\nWork\n"},
-        {"Work", "e\x1b[0m\nn.txt\nphotos\n"},
         {"/Work//photos/", "a\n"},
         {"Work/n.txt", "n.txt\n"},
         {"Home", ""},
         {"Work/missing/x", R"(exit 3: There is no "Work/missing". See what there is with "brindlemar ls".)"},
         {"Work/n.txt/x", R"(exit 3: "Work/n.txt" is no folder, so there is nothing in it.)"},
-        {"work", R"(exit 3: There is no "work". See what there is with "brindlemar ls".)"},
-    };
-    for (const auto& each : cases) EXPECT_EQ(ls(std::string(each.path)), each.printed) << each.path;
+        {"work", R"(exit 3: There is no "work". See what there is with "brindlemar ls".)"}};
+    for (const auto& [path, printed] : cases) EXPECT_EQ(ls(path), printed) << path;
 }
 
 TEST_F(CommandsTest, ListingShowsDetailsAndEscapesOnATerminalOnly) {
-    EXPECT_EQ(ls("Work", true, false, true), "-    5  2022-08-03 14:51  e\\x1b[0m\n"
-                                             "- 1234  2022-08-03 14:51  n.txt\n"
-                                             "d    0  2022-08-03 14:51  photos\n");
-    EXPECT_EQ(ls("Work/photos", false, true),
-              item("c7|photos/a", "a", false)
-                      .replace(item("c7|photos/a", "a", false).find("1659538288.5"), 12, "1.6595382885E9") +
-                  "\n");
-}
+    EXPECT_EQ(ls("Work", true, false, true), R"(-    5  2022-08-03 14:51  e\x1b[0m
+- 1234  2022-08-03 14:51  n.txt
+d    0  2022-08-03 14:51  photos
+)");
+    EXPECT_EQ(ls("Work/photos", false, true), item("c7|photos/a", "a", "content") + "\n");
+    EXPECT_EQ(run([&](Output& output) { printTree(control, output, "", false); }, true), R"(/
+├── Home
+└── Work
+    ├── e\x1b[0m
+    ├── n.txt
+    └── photos
+        └── a
 
-TEST_F(CommandsTest, TreeIsDrawnAndCounted) {
-    const auto tree = [&](const std::string& path) {
-        return run([&](Output& output) { printTree(control, output, path, false); }, true);
-    };
-    EXPECT_EQ(tree(""), "/\n"
-                        "├── Home\n"
-                        "└── Work\n"
-                        "    ├── e\\x1b[0m\n"
-                        "    ├── n.txt\n"
-                        "    └── photos\n"
-                        "        └── a\n"
-                        "\n3 folders, 3 files\n");
-    EXPECT_EQ(tree("Work/photos"), "Work/photos\n└── a\n\n0 folders, 1 file\n");
+3 folders, 3 files
+)");
+    EXPECT_EQ(escaped("a\n\t\r\x07\x7f\\\xc2\x85\xffü\u2028"), "a\\n\\t\\r\\x07\\x7f\\\\\\xc2\\x85\\xffü\u2028");
 }
 
 TEST_F(CommandsTest, MissingHostIsSaid) {
@@ -143,84 +124,50 @@ TEST_F(CommandsTest, MissingHostIsSaid) {
         EXPECT_EQ(ls("Other"), launch);
         EXPECT_EQ(ls("Work/photos"), "a\n") << "what is there is shown";
     }
-    control.answers["c7|photos"] = error(-1004);
-    EXPECT_EQ(ls("Work/photos"), launch);
 }
 
 TEST_F(CommandsTest, ErrorsOfTheServiceBecomeExitStatuses) {
-    const struct {
-        std::string answer, ending;
-    } cases[] = {
+    const std::string broken = "exit 1: The service did not answer in full: ";
+    const std::pair<std::string, std::string> cases[] = {
         {error(-1005), R"(exit 3: There is no "c7|x".)"},
         {error(-1004), "exit 4: Please Launch Brindlemar to continue syncing."},
         {error(3072, "NSCocoaErrorDomain"),
          "exit 1: \"c7|x\": The operation couldn\u2019t be completed. (NSCocoaErrorDomain error 3072.)"},
-        {"", R"(exit 1: The service did not answer in full: the call has no end. Look at "brindlemar status".)"},
-        {"garbage\n[]\n{\"event\":7}\n",
-         R"(exit 1: The service did not answer in full: the call has no end. Look at "brindlemar status".)"},
-    };
-    for (const auto& each : cases) {
-        control.answers["c7|x"] = each.answer;
-        EXPECT_EQ(run([&](Output& output) { callItem(control, output, "c7|x", false); }), each.ending);
-        EXPECT_EQ(run([&](Output& output) { callItem(control, output, "c7|x", true); }), each.answer + each.ending)
-            << "lines pass unchanged";
-    }
-    EXPECT_EQ(ls("Work/photos", false, false).substr(0, 2), "a\n");
-    control.answers["c7|photos"] = R"({"event":"items","items":[]})"
-                                   "\n";
-    EXPECT_EQ(ls("Work/photos").substr(0, 48), "exit 1: The service did not answer in full: the ");
+        {"", broken + "the call has no end"},
+        {"garbage\n[]\n{\"event\":7}\n", broken + "the call has no end"}};
+    for (const auto& [answer, ending] : cases)
+        for (const bool json : {false, true}) { // lines pass unchanged
+            control.answers["c7|x"] = answer;
+            const std::string text = run([&](Output& output) { callItem(control, output, "c7|x", json); });
+            EXPECT_TRUE(text.starts_with((json ? answer : "") + ending)) << text;
+        }
+    control.answers["c7|photos"] = "{\"event\":\"items\",\"items\":[]}\n";
+    EXPECT_TRUE(ls("Work/photos").starts_with(broken + R"(the listing of "Work/photos" has no end)"));
     control.answers.erase("c7|photos");
-    EXPECT_EQ(ls("Work/photos"), R"(exit 1: The service did not answer in full: gone. Look at "brindlemar status".)");
+    EXPECT_EQ(ls("Work/photos"), broken + R"(gone. Look at "brindlemar status".)");
 }
 
-TEST_F(CommandsTest, CallsShowPagesAndItems) {
+TEST_F(CommandsTest, CallsShowPages) {
     const auto list = [&](bool json) {
         return run([&](Output& output) { callList(control, output, {"c7|0", 1, json}); });
     };
     EXPECT_EQ(list(true), control.answers["c7|0"]);
     EXPECT_EQ(list(false), "c7|photos  folder  photos\n-- next page AgAAAA==\nc7|n.txt  1234 bytes  n.txt\n"
                            "c7|e\x1b  5 bytes  e\x1b[0m\n-- 3 items in 2 pages\n");
-    control.answers["c7|x"] =
-        R"({"event":"progress","completed":0})"
-        "\n"
-        R"({"event":"completion","item":{"filename":"x","capabilities":43,"decorations":null},"error":null})"
-        "\n";
-    EXPECT_EQ(run([&](Output& output) { callItem(control, output, "c7|x", false); }),
-              "filename: x\ncapabilities: 43\ndecorations: null\n");
-}
-
-TEST_F(CommandsTest, StatusIsReadable) {
-    control.statusText =
-        R"({"service":{"pid":42,"version":"1.2"},"domain":{"identifier":"d","state":"disconnected","reason":"Host away"},)"
-        R"("configured":true,"connections":[{"name":"Work","domain":"c7"}],"signals":{"pending":1,"total":9},"requests":{"waiting":3}})";
-    const auto status = [&](bool json) { return run([&](Output& output) { printStatus(control, output, json); }); };
-    EXPECT_EQ(status(true), control.statusText + "\n");
-    EXPECT_EQ(status(false), "Service      running, pid 42, version 1.2\nDomain       d, disconnected: Host away\n"
-                             "Configured   yes\nSignals      1 pending, 9 in all\nRequests     3 waiting\n"
-                             "Connection   Work (c7)\n");
-}
-
-TEST(Text, ControlsAndBrokenBytesAreEscaped) {
-    EXPECT_EQ(escaped("a\n\t\r\x07\x7f\\\xc2\x85\xffü\u2028"), "a\\n\\t\\r\\x07\\x7f\\\\\\xc2\\x85\\xffü\u2028");
 }
 
 TEST(Lines, ArriveWholeHoweverTheyAreCut) {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     FileDescriptor reading(ends[0]), writing(ends[1]);
-    const std::string longLine(200'000, 'x');
-    std::thread writer([&] {
-        for (std::string_view piece : {std::string_view("a\nb"), std::string_view("c\n\n"), std::string_view(longLine),
-                                       std::string_view("\nlast")})
+    const std::string longLine(200'000, 'x'), text = "a\nbc\n\n" + longLine + "\nlast";
+    std::jthread writer([&] {
+        for (const std::string& piece : {text.substr(0, 3), text.substr(3)})
             ASSERT_EQ(::write(writing.get(), piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
         writing = FileDescriptor();
     });
     Strings lines;
-    readLines(reading, [&](std::string_view line) {
-        lines.emplace_back(line);
-        return true;
-    });
-    writer.join();
+    readLines(reading, [&](std::string_view line) { return lines.emplace_back(line), true; });
     EXPECT_EQ(lines, (Strings{"a", "bc", "", longLine, "last"}));
 }
 

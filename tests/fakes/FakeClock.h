@@ -12,43 +12,24 @@ namespace brindlemar {
 /// Thread-safe. Sleeping returns at once: it is recorded and moves the time on.
 class FakeClock final : public Clock {
 public:
-    explicit FakeClock(Timestamp start = timestampFromSeconds(1'700'000'000)) {
-        state_.with([&](State& state) { state.now = start; });
-    }
-
-    Timestamp now() override {
-        return state_.with([](State& state) { return state.now; });
-    }
+    Timestamp now() override { return now_.copy(); }
     void sleep(std::chrono::nanoseconds duration) override {
-        const auto hook = state_.with([&](State& state) {
-            state.sleeps.push_back(duration);
-            state.now += duration;
-            return state.onSleep;
-        });
-        if (hook) hook(duration);
+        sleeps.with([&](auto& list) { list.push_back(duration); });
+        advance(duration);
+        if (onSleep) onSleep();
     }
-
     void set(Timestamp time) {
-        state_.with([&](State& state) { state.now = time; });
+        now_.with([&](Timestamp& now) { now = time; });
     }
     void advance(std::chrono::nanoseconds duration) {
-        state_.with([&](State& state) { state.now += duration; });
-    }
-    /// Runs on the sleeping thread at each sleep, after the time was moved on.
-    void onSleep(std::function<void(std::chrono::nanoseconds)> hook) {
-        state_.with([&](State& state) { state.onSleep.swap(hook); });
-    }
-    std::vector<std::chrono::nanoseconds> sleeps() const {
-        return state_.with([](const State& state) { return state.sleeps; });
+        now_.with([&](Timestamp& now) { now += duration; });
     }
 
+    Guarded<std::vector<std::chrono::nanoseconds>> sleeps;
+    std::function<void()> onSleep; // runs on the sleeping thread at each sleep; set before there are others
+
 private:
-    struct State {
-        Timestamp now;
-        std::vector<std::chrono::nanoseconds> sleeps;
-        std::function<void(std::chrono::nanoseconds)> onSleep;
-    };
-    Guarded<State> state_;
+    Guarded<Timestamp> now_{timestampFromSeconds(1'700'000'000)};
 };
 
 } // namespace brindlemar

@@ -28,13 +28,6 @@ struct FakeWorld {
 using Text = std::optional<std::string>;
 using Message = std::pair<std::int32_t, std::string>;
 
-RemotePort::Request oneWay(std::int32_t id, std::string_view data) {
-    return {.msgid = id, .data = data, .sendTimeout = kPatience};
-}
-RemotePort::Request question(std::int32_t id, std::string_view data, std::chrono::nanoseconds limit = kPatience) {
-    return {.msgid = id, .data = data, .sendTimeout = kPatience, .receiveTimeout = limit};
-}
-
 template <class World>
 class Ports : public testing::Test {
 protected:
@@ -44,16 +37,21 @@ protected:
             return Text();
         };
     }
+    static MessageCallback answering(const std::string& text) {
+        return [text](auto&&...) { return Text(text); };
+    }
     std::shared_ptr<LocalPort> listen(const std::string& name, MessageCallback callback) {
         auto port = world.ours.createLocal(name, std::move(callback));
         if (port) port->setDispatchQueue(world.main);
         return port;
     }
-    /// Waits until the main queue has run what it holds now.
-    void settle() {
-        Event reached;
-        world.main.async([&] { reached.happen(); });
-        ASSERT_TRUE(reached.happens());
+    auto remote(const std::string& name) { return world.theirs.createRemote(name); }
+    static auto send(const std::shared_ptr<RemotePort>& port, std::int32_t id, std::string_view data) {
+        return port->sendRequest({.msgid = id, .data = data, .sendTimeout = kPatience}).status;
+    }
+    static auto ask(const std::shared_ptr<RemotePort>& port, std::int32_t id, std::string_view data,
+                    std::chrono::nanoseconds limit = kPatience) {
+        return port->sendRequest({.msgid = id, .data = data, .sendTimeout = kPatience, .receiveTimeout = limit});
     }
     auto note(int number) {
         return [this, number](MessagePort&) { events.add(number); };
@@ -67,33 +65,21 @@ using Worlds = testing::Types<FakeWorld, SocketWorld>;
 TYPED_TEST_SUITE(Ports, Worlds);
 
 TYPED_TEST(Ports, AnyNameReachesItsOwnPort) {
-    const std::string ending(40, 's');
-    const std::string names[] = {"",
-                                 "..",
-                                 "/etc/x",
-                                 "a\0b"s,
-                                 "a\0c"s,
-                                 "é|\n~",
-                                 "1" + ending,
-                                 "2" + ending,
-                                 std::string(10'000, 'n'),
-                                 std::string(70'000, 'n')};
+    std::vector<std::string> names{"", "..", "/etc/x", "a\0b"s, "a\0c"s, "é|\n~"};
+    names.insert(names.end(), {"1" + std::string(40, 's'), "2" + std::string(40, 's'), std::string(70'000, 'n')});
     std::vector<std::shared_ptr<LocalPort>> ports;
     for (const std::string& name : names) {
-        EXPECT_FALSE(this->world.theirs.createRemote(name));
-        ports.push_back(this->listen(name, [name](auto&&...) { return Text("port " + name); }));
+        EXPECT_FALSE(this->remote(name));
+        ports.push_back(this->listen(name, this->answering("port " + name)));
         ASSERT_TRUE(ports.back());
     }
-    for (const std::string& name : names) {
-        const auto remote = this->world.theirs.createRemote(name);
-        ASSERT_TRUE(remote);
-        EXPECT_EQ(remote->sendRequest(question(1, "")).answer.bytes(), "port " + name);
-    }
+    for (const std::string& name : names)
+        EXPECT_EQ(this->ask(this->remote(name), 1, "").answer.bytes(), "port " + name);
 }
 
-TYPED_TEST(Ports, BodiesAndIdsArriveAsSentAndInOrder) {
-    const auto local = this->listen("p", this->collecting());
-    const auto remote = this->world.theirs.createRemote("p");
+TYPED_TEST(Ports, BodiesIdsAndAnswersArriveAsSentAndInOrder) {
+    auto local = this->listen("p", this->collecting());
+    const auto remote = this->remote("p");
     std::vector<Message> sent;
     std::int32_t id = std::numeric_limits<std::int32_t>::min();
     for (const std::size_t size : {0, 1, 65'535, 65'536, 65'537, 5'000'000, 2, 200'000, 0}) {
@@ -102,26 +88,18 @@ TYPED_TEST(Ports, BodiesAndIdsArriveAsSentAndInOrder) {
         sent.emplace_back(id, std::move(body));
         id = id < 0 ? std::numeric_limits<std::int32_t>::max() : id - 1;
     }
-    for (const auto& [msgid, body] : sent) EXPECT_EQ(remote->sendRequest(oneWay(msgid, body)).status, 0);
+    for (const auto& [msgid, body] : sent) EXPECT_EQ(this->send(remote, msgid, body), 0);
     EXPECT_EQ(this->received.atLeast(sent.size()), sent);
-}
 
-TYPED_TEST(Ports, TheCallbacksResultIsTheAnswerWhereOneIsAskedFor) {
-    const auto local = this->listen("p", [](LocalPort&, std::int32_t id, const Payload& data) {
+    const auto echo = this->listen("echo", [](LocalPort&, std::int32_t id, const Payload& data) {
         return id == 0 ? Text() : Text(std::string(data.bytes()) + "!");
     });
-    const auto remote = this->world.theirs.createRemote("p");
-    EXPECT_EQ(remote->sendRequest(oneWay(7, "dropped")).status, 0);
+    const auto asking = this->remote("echo");
+    EXPECT_EQ(this->send(asking, 7, "its answer is dropped"), 0);
     const std::string longText(300'000, 'x');
-    const struct {
-        std::int32_t id;
-        std::string data, answer;
-    } rows[] = {{0, "none", ""}, {7, "seven", "seven!"}, {7, longText, longText + "!"}};
-    for (const auto& row : rows) {
-        const auto result = remote->sendRequest(question(row.id, row.data));
-        EXPECT_EQ(result.status, SendStatus::success);
-        EXPECT_EQ(result.answer.bytes(), row.answer);
-    }
+    EXPECT_EQ(this->ask(asking, 0, "none").answer.bytes(), "");
+    EXPECT_EQ(this->ask(asking, 7, "seven").answer.bytes(), "seven!");
+    EXPECT_EQ(this->ask(asking, 7, longText).answer.bytes(), longText + "!");
 }
 
 TYPED_TEST(Ports, WaitingForAnAnswerEndsWithTheTimeOrWithThePort) {
@@ -129,67 +107,46 @@ TYPED_TEST(Ports, WaitingForAnAnswerEndsWithTheTimeOrWithThePort) {
         if (id == 2) port.invalidate();
         return Text("late");
     });
-    const auto remote = this->world.theirs.createRemote("p");
+    const auto remote = this->remote("p");
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(remote->sendRequest(question(1, "x", 20ms)).status, SendStatus::receiveTimeout); // no queue yet
+    EXPECT_EQ(this->ask(remote, 1, "x", 20ms).status, SendStatus::receiveTimeout); // no queue yet
     EXPECT_GE(std::chrono::steady_clock::now() - start, 20ms);
     local->setDispatchQueue(this->world.main);
-    EXPECT_EQ(remote->sendRequest(question(2, "x")).status, SendStatus::becameInvalid);
-    EXPECT_EQ(remote->sendRequest(oneWay(3, "x")).status, SendStatus::invalid);
+    EXPECT_EQ(this->ask(remote, 2, "x").status, SendStatus::becameInvalid);
+    EXPECT_EQ(this->send(remote, 3, "x"), SendStatus::invalid);
 }
 
-TYPED_TEST(Ports, ALiveRemoteIsSharedAndADeadOneGivesNoneOnce) {
-    auto local = this->listen("p", this->collecting());
-    const auto remote = this->world.theirs.createRemote("p");
-    remote->setInvalidationCallback(this->note(1));
-    EXPECT_EQ(this->world.theirs.createRemote("p"), remote);
-    EXPECT_TRUE(remote->isValid());
-    local->invalidate();
-    EXPECT_FALSE(remote->isValid());
-    local = this->listen("p", this->collecting());
-    EXPECT_FALSE(this->world.theirs.createRemote("p"));
-    const auto fresh = this->world.theirs.createRemote("p");
-    ASSERT_TRUE(fresh);
-    EXPECT_NE(fresh, remote);
-    EXPECT_EQ(fresh->sendRequest(question(1, "x")).status, 0);
-    EXPECT_EQ(this->events.atLeast(1), std::vector{1});
-}
-
-TYPED_TEST(Ports, ALocalNameHasOneHolder) {
-    const auto first = this->listen("p", [](auto&&...) { return Text("first"); });
-    EXPECT_EQ(this->world.ours.createLocal("p", [](auto&&...) { return Text("second"); }), first);
-    EXPECT_EQ(this->world.theirs.createRemote("p")->sendRequest(question(1, "")).answer.bytes(), "first");
+TYPED_TEST(Ports, LivePortsAreSharedAndADeadRemoteGivesNoneOnce) {
+    const auto first = this->listen("p", this->answering("first"));
+    EXPECT_EQ(this->world.ours.createLocal("p", this->answering("second")), first);
+    const auto remote = this->remote("p");
+    EXPECT_EQ(this->remote("p"), remote);
+    EXPECT_EQ(this->ask(remote, 1, "").answer.bytes(), "first");
+    EXPECT_TRUE(first->isValid() && remote->isValid());
     first->invalidate();
-    EXPECT_FALSE(first->isValid());
-    const auto second = this->listen("p", [](auto&&...) { return Text("second"); });
-    ASSERT_TRUE(second);
-    EXPECT_NE(second, first);
+    EXPECT_FALSE(first->isValid() || remote->isValid());
+    const auto second = this->listen("p", this->answering("second"));
+    EXPECT_FALSE(this->remote("p"));
+    const auto fresh = this->remote("p");
+    ASSERT_TRUE(second && fresh);
+    EXPECT_EQ(this->ask(fresh, 1, "").answer.bytes(), "second");
     const auto other = this->world.occupy("q");
     EXPECT_FALSE(this->listen("q", this->collecting()));
 }
 
-TYPED_TEST(Ports, NothingIsHandedOverBeforeAQueueIsSetAndNothingBlocksMeanwhile) {
+TYPED_TEST(Ports, ConcurrentSendersKeepTheirOwnOrderAndWaitForNoQueue) {
     const auto local = this->world.ours.createLocal("p", this->collecting());
-    const auto remote = this->world.theirs.createRemote("p");
-    for (int i = 0; i < 5000; ++i) ASSERT_EQ(remote->sendRequest(oneWay(i, "backlog")).status, 0);
-    EXPECT_TRUE(this->received.atLeast(0).empty());
-    local->setDispatchQueue(this->world.main);
-    const auto all = this->received.atLeast(5000);
-    ASSERT_EQ(all.size(), 5000U);
-    for (int i = 0; i < 5000; ++i) ASSERT_EQ(all[i].first, i);
-}
-
-TYPED_TEST(Ports, ConcurrentSendersKeepTheirOwnOrder) {
-    const auto local = this->listen("p", this->collecting());
-    const auto remote = this->world.theirs.createRemote("p");
-    constexpr int senders = 4, each = 1000;
+    const auto remote = this->remote("p");
+    constexpr int senders = 4, each = 1500;
     {
         std::vector<std::jthread> threads;
         for (int s = 0; s < senders; ++s)
             threads.emplace_back([&, s] {
-                for (int i = 0; i < each; ++i) EXPECT_EQ(remote->sendRequest(oneWay(s, std::to_string(i))).status, 0);
+                for (int i = 0; i < each; ++i) EXPECT_EQ(this->send(remote, s, std::to_string(i)), 0);
             });
     }
+    EXPECT_TRUE(this->received.atLeast(0).empty());
+    local->setDispatchQueue(this->world.main);
     std::vector<int> next(senders);
     const auto all = this->received.atLeast(senders * each);
     ASSERT_EQ(all.size(), std::size_t{senders * each});
@@ -197,30 +154,27 @@ TYPED_TEST(Ports, ConcurrentSendersKeepTheirOwnOrder) {
 }
 
 TYPED_TEST(Ports, ARemotesEndIsToldOnceOnTheMainQueueAndNeverInsideACall) {
-    std::shared_ptr<RemotePort> remote;
     Event told;
     std::thread::id mainThread;
     this->world.main.async([&] { mainThread = std::this_thread::get_id(); });
     const auto local = this->listen("p", this->collecting());
-    remote = this->world.theirs.createRemote("p");
+    const auto remote = this->remote("p");
     remote->setInvalidationCallback([&](MessagePort& port) {
-        EXPECT_EQ(&port, remote.get());
-        EXPECT_FALSE(port.isValid());
-        EXPECT_EQ(std::this_thread::get_id(), mainThread);
+        EXPECT_TRUE(&port == remote.get() && !port.isValid() && std::this_thread::get_id() == mainThread);
         port.invalidate();
         told.happen(); // a second time would throw
     });
     local->invalidate();
     ASSERT_TRUE(told.happens());
-    this->settle();
-
     this->world.main.async([&] { // the queue's own thread: a call inside would come before the next line
         remote->setInvalidationCallback(this->note(2));
         this->events.add(1);
     });
     EXPECT_EQ(this->events.atLeast(2), (std::vector{1, 2}));
     remote->invalidate();
-    this->settle();
+    Event reached;
+    this->world.main.async([&] { reached.happen(); });
+    ASSERT_TRUE(reached.happens());
     EXPECT_EQ(this->events.atLeast(2).size(), 2U);
 }
 
@@ -237,42 +191,14 @@ TYPED_TEST(Ports, ALocalsEndIsToldAfterAllThatHadArrivedEvenIfItsOwnerLetsGo) {
         this->events.add(id);
         return Text();
     });
-    const auto remote = this->world.theirs.createRemote("p");
-    for (int i = 0; i < 10; ++i) ASSERT_EQ(remote->sendRequest(oneWay(i, "")).status, 0);
+    const auto remote = this->remote("p");
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(this->send(remote, i, ""), 0);
     // What comes later to another port has been taken off the wire, so this port's messages have, too.
-    EXPECT_EQ(this->world.theirs.createRemote("later")->sendRequest(question(0, "")).status, 0);
+    EXPECT_EQ(this->ask(this->remote("later"), 0, "").status, 0);
     local->invalidate();
     local.reset();
     open.happen();
     EXPECT_EQ(this->events.atLeast(11), (std::vector{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, -1}));
-}
-
-TEST(FakePorts, DoWhatTheTestSaysAndRecordIt) {
-    FakeWorld world;
-    auto& ports = world.ours;
-    ports.addPeer("p", [](const FakeMessagePorts::Sent& sent) { return "to " + sent.data; });
-    ports.failCreateRemote(2);
-    EXPECT_FALSE(ports.createRemote("p"));
-    EXPECT_FALSE(ports.createRemote("p"));
-    const auto remote = ports.createRemote("p");
-    ASSERT_TRUE(remote);
-    ports.failSends(1, SendStatus::sendTimeout);
-    EXPECT_EQ(remote->sendRequest(oneWay(1, "a")).status, SendStatus::sendTimeout);
-    EXPECT_EQ(remote->sendRequest(question(2, "b", 5s)).answer.bytes(), "to b");
-    const auto sent = ports.sent();
-    ASSERT_EQ(sent.size(), 2U);
-    EXPECT_EQ(sent[1].msgid, 2);
-    EXPECT_EQ(sent[1].receiveTimeout, 5s);
-    EXPECT_EQ(ports.remoteAttempts(), (std::vector<std::string>{"p", "p", "p"}));
-
-    EXPECT_FALSE(ports.inject("q", 1, "x").valid());
-    const auto local = ports.createLocal(
-        "q", [](auto&, auto id, auto& data) { return Text(std::to_string(id) + std::string(data.bytes())); });
-    local->setDispatchQueue(world.main);
-    EXPECT_EQ(ports.inject("q", 4, "2").get(), "42");
-    ports.invalidate("q");
-    ports.removePeer("p");
-    EXPECT_FALSE(local->isValid() || remote->isValid());
 }
 
 } // namespace

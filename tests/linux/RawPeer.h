@@ -35,7 +35,7 @@ struct RawPacket {
     static RawPacket hello(std::string name) { return {.kind = 1, .body = std::move(name)}; }
 };
 
-enum Seals { sealed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE, unsealed = 0 };
+inline constexpr int sealed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
 inline FileDescriptor rawMemory(std::size_t size, int seals = sealed, unsigned flags = 0) {
     FileDescriptor memory(::memfd_create("raw", MFD_CLOEXEC | MFD_ALLOW_SEALING | flags));
@@ -52,14 +52,13 @@ public:
     static RawSocket connected(const RuntimeDirectory& directory, const std::string& name) {
         RawSocket raw;
         const PortAddress address(directory, portFileName(name));
-        if (::connect(raw.get(), address.get(), address.size) != 0) raw.socket_ = {};
-        return raw;
+        return ::connect(raw.get(), address.get(), address.size) == 0 ? std::move(raw) : RawSocket(FileDescriptor());
     }
     static RawSocket listening(const RuntimeDirectory& directory, const std::string& name, int backlog = 8) {
         RawSocket raw;
         const PortAddress address(directory, portFileName(name));
-        if (::bind(raw.get(), address.get(), address.size) != 0 || ::listen(raw.get(), backlog) != 0) raw.socket_ = {};
-        return raw;
+        const bool bound = ::bind(raw.get(), address.get(), address.size) == 0 && ::listen(raw.get(), backlog) == 0;
+        return bound ? std::move(raw) : RawSocket(FileDescriptor());
     }
     RawSocket accept() { return RawSocket(FileDescriptor(::accept4(get(), nullptr, nullptr, SOCK_CLOEXEC))); }
     int get() const { return socket_.get(); }

@@ -2,33 +2,32 @@
 #pragma once
 
 #include "fakes/Patience.h"
+#include "fakes/TemporaryDirectory.h"
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/SerialQueue.h"
 
-#include <cstdlib>
-#include <filesystem>
-
 namespace brindlemar {
-
-struct TemporaryRuntimeDirectory {
-    TemporaryRuntimeDirectory() { ::setenv("BRINDLEMAR_RUNTIME_DIR", ::mkdtemp(path.data()), 1); }
-    ~TemporaryRuntimeDirectory() { std::filesystem::remove_all(path); }
-    std::string path = (std::filesystem::temp_directory_path() / "ports-XXXXXX").string();
-};
 
 struct SocketWorld {
     static constexpr std::chrono::milliseconds kHelloLimit{300};
 
-    TemporaryRuntimeDirectory temporary;
-    RuntimeDirectory directory = RuntimeDirectory::open();
+    SocketWorld()
+        : directory((::setenv("BRINDLEMAR_RUNTIME_DIR", temporary.path().c_str(), 1), RuntimeDirectory::open())) {}
+
+    TemporaryDirectory temporary;
+    RuntimeDirectory directory;
     Collected<std::string> complaints;
     QueueTimers timers;
     SerialQueue main{timers, "main"};
     SocketMessagePorts ours{RuntimeDirectory::open(), main, complain(), kHelloLimit};
     SocketMessagePorts theirs{RuntimeDirectory::open(), main, complain(), kHelloLimit};
 
+    std::function<void()> onComplaint = [] {}; // on the thread that takes packets off the sockets
     Diagnostic complain() {
-        return [this](std::string_view text) { complaints.add(std::string(text)); };
+        return [this](std::string_view text) {
+            complaints.add(std::string(text));
+            onComplaint();
+        };
     }
     /// Another process listens under the name for as long as the result lives.
     auto occupy(const std::string& name) {

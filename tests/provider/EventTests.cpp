@@ -1,3 +1,4 @@
+#include "core/BrindlemarFileProvider.h"
 #include "fakes/FakePlatform.h"
 #include "items/ItemListing.h"
 #include "provider/Calls.h"
@@ -7,6 +8,7 @@
 
 #include <fcntl.h>
 
+#include <csignal>
 #include <thread>
 
 namespace brindlemar {
@@ -15,9 +17,9 @@ namespace {
 using namespace std::chrono_literals;
 
 struct Pipe {
-    explicit Pipe(int flags = 0) {
+    Pipe() {
         int ends[2];
-        EXPECT_EQ(::pipe2(ends, O_CLOEXEC | flags), 0);
+        EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
         reader = FileDescriptor(ends[0]);
         writer = FileDescriptor(ends[1]);
     }
@@ -30,145 +32,76 @@ struct Pipe {
     FileDescriptor reader, writer;
 };
 
-TEST(Base64Tests, OfTheStandard) { // RFC 4648, section 10
-    const std::pair<std::string_view, std::string_view> cases[] = {{"", ""},
-                                                                   {"f", "Zg=="},
-                                                                   {"fo", "Zm8="},
-                                                                   {"foo", "Zm9v"},
-                                                                   {"foob", "Zm9vYg=="},
-                                                                   {"fooba", "Zm9vYmE="},
-                                                                   {"\xff\xfe\xfd", "//79"}};
-    for (const auto& [bytes, text] : cases) EXPECT_EQ(base64(bytes), text);
-}
-
 TEST(EventTests, LinesAreWholeObjects) {
     FakePlatform platform;
     const auto list =
-        parseItemListing(R"([{"name":"a \"b\"\n","itemID":"x","parentID":"00","mtime":5,"atime":6,"folder":true},)"
-                         R"({"name":"é","itemID":"y","parentID":"0","mtime":7,"size":9,"permissions":292}])",
+        parseItemListing(R"([{"name":"a \"b\"\né","itemID":"x","parentID":"00","mtime":5,"atime":6,"folder":true}])",
                          {.withDomain = "c7"});
     EXPECT_EQ(
         itemsEvent(ItemBatch(list).items()),
         R"({"event":"items","items":[{"itemIdentifier":"x|0","parentItemIdentifier":"NSFileProviderRootContainerItemIdentifier",)"
-        R"("filename":"a \"b\"\n","contentType":"public.folder","capabilities":43,"fileSystemFlags":6,"documentSize":0,)"
+        R"("filename":"a \"b\"\né","contentType":"public.folder","capabilities":43,"fileSystemFlags":6,"documentSize":0,)"
         R"("childItemCount":0,"creationDate":5,"contentModificationDate":5,"lastUsedDate":6,"contentVersion":"content-id",)"
         R"("metadataVersion":"metadata-id","symlinkTargetPath":"","userInfo":{"isBucket":1,"isFolder":1},)"
-        R"("decorations":["io.brindlemar.FileProvider.bucket_badge"]},)"
-        R"({"itemIdentifier":"c7|y","parentItemIdentifier":"c7|0","filename":"é","contentType":"public.content",)"
-        R"("capabilities":1,"fileSystemFlags":6,"documentSize":9,"childItemCount":0,"creationDate":7,)"
-        R"("contentModificationDate":7,"lastUsedDate":1700000000,"contentVersion":"content-id",)"
-        R"("metadataVersion":"metadata-id","symlinkTargetPath":"","userInfo":{}}]})");
-    EXPECT_EQ(itemsEvent({}), R"({"event":"items","items":[]})");
-    EXPECT_EQ(finishEvent(NSFileProviderPage(2)), R"({"event":"finish","page":"AgAAAAAAAAA="})");
-    EXPECT_EQ(finishEvent(std::nullopt), R"({"event":"finish","page":null})");
+        R"("decorations":["io.brindlemar.FileProvider.bucket_badge"]}]})");
+    EXPECT_EQ(base64("") + base64("foo") + base64("foob") + base64("\xff\xfe\xfd"), "Zm9vZm9vYg==//79");
     EXPECT_EQ(completionEvent(nullptr, serverUnreachable()),
               R"({"event":"completion","item":null,"error":{"domain":"NSFileProviderErrorDomain","code":-1004}})");
-    EXPECT_EQ(progressEvent(1, 2), R"({"event":"progress","completed":1,"total":2})");
 }
 
 TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
-    const std::atomic<bool> running{false};
+    std::atomic<bool> stopping{false};
     const std::string line(300'000, 'x'); // several times what a pipe holds
+    ::signal(SIGPIPE, SIG_IGN);
+    Pipe slow, gone, stubborn, late;
     {
-        Pipe pipe;
-        std::string received;
-        LineOutput output(std::move(pipe.writer), running);
-        std::thread reader([&] {
-            received.resize(line.size() + 1);
-            for (std::size_t at = 0; at < received.size();) {
-                const ssize_t count = ::read(pipe.reader.get(), received.data() + at, 1000);
-                ASSERT_GT(count, 0);
-                at += static_cast<std::size_t>(count);
-            }
-        });
-        EXPECT_TRUE(output.write(line));
-        reader.join();
+        LineOutput output(std::move(slow.writer), stopping);
+        std::jthread writer([&] { EXPECT_TRUE(output.write(line)); });
+        std::string received(line.size() + 1, ' ');
+        for (std::size_t at = 0; at < received.size();)
+            at += static_cast<std::size_t>(::read(slow.reader.get(), received.data() + at, 1000));
         EXPECT_EQ(received, line + "\n");
-        pipe.reader = FileDescriptor();
-        ::signal(SIGPIPE, SIG_IGN);
-        EXPECT_FALSE(output.write("gone"));
     }
-    {
-        Pipe pipe;
-        LineOutput output(std::move(pipe.writer), running, 200ms);
-        EXPECT_FALSE(output.write(line)); // nobody reads
-        EXPECT_FALSE(output.write("short"));
-    }
-    {
-        Pipe pipe;
-        const std::atomic<bool> stopping{true};
-        EXPECT_FALSE(LineOutput(std::move(pipe.writer), stopping).write("late"));
-        EXPECT_EQ(pipe.readAll(), "");
-    }
+    gone.reader = FileDescriptor();
+    EXPECT_FALSE(LineOutput(std::move(gone.writer), stopping).write("gone"));
+    LineOutput output(std::move(stubborn.writer), stopping, 200ms);
+    EXPECT_FALSE(output.write(line)); // nobody reads
+    EXPECT_FALSE(output.write("short"));
+    stopping = true;
+    EXPECT_FALSE(LineOutput(std::move(late.writer), stopping).write("late"));
+    EXPECT_EQ(late.readAll(), "");
 }
 
-/// Three pages, the second empty.
-class PagedExtension final : public NSFileProviderReplicatedExtension {
-public:
-    std::shared_ptr<NSProgress> item(ItemIdentifier, ItemHandler handler) override {
-        auto progress = std::make_shared<NSProgress>(1);
-        later = [handler, progress] {
-            handler(nullptr, noSuchItem());
-            progress->setCompletedUnitCount(1);
-        };
-        return progress;
-    }
-    std::variant<std::shared_ptr<NSFileProviderEnumerator>, NSError> enumerator(ItemIdentifier container) override {
-        if (container == "none") return noSuchItem();
-        return std::make_shared<Enumerator>(*this);
-    }
-    std::shared_ptr<NSProgress> supportedServiceSources(ItemIdentifier, ServiceSourcesHandler) override {
-        return nullptr;
-    }
-    void invalidate() override {}
-
-    Task later;
-    int invalidated = 0;
-
-private:
-    struct Enumerator final : NSFileProviderEnumerator {
-        explicit Enumerator(PagedExtension& owner) : owner(owner) {}
-        void enumerateItems(std::shared_ptr<NSFileProviderEnumerationObserver> observer,
-                            NSFileProviderPage page) override {
-            EXPECT_EQ(observer->suggestedPageSize(), 7);
-            const std::int64_t at = page.toInt64();
-            if (at != 1) observer->didEnumerateItems({});
-            observer->finishEnumeratingUpToPage(at < 2 ? std::optional<NSFileProviderPage>(at + 1) : std::nullopt);
-        }
-        void invalidate() override { ++owner.invalidated; }
-        PagedExtension& owner;
-    };
-};
-
 TEST(CallTests, EveryEventInOrderToTheEnd) {
+    FakePlatform platform;
+    const std::string record = R"({"name":"a","itemID":"a","parentID":"0","mtime":1})";
+    platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
+        const bool listing = sent.data.find("enumerate") != sent.data.npos;
+        platform.ports.inject(platform.replyPort("c7"), sent.msgid, listing ? "[" + record + "," + record + "]" : "{}");
+    });
+    const auto extension = BrindlemarFileProvider::make({std::string(ExtensionBundleIdentifier), ""});
+    extension->connections.with([](auto& records) { records = {"Work|c7"}; });
     const std::atomic<bool> running{false};
-    ManualQueue tasks;
-    PagedExtension extension;
     const auto call = [&](auto&& body) {
         Pipe pipe;
         body(std::make_shared<LineOutput>(std::move(pipe.writer), running));
-        tasks.runAll();
-        if (extension.later) std::exchange(extension.later, nullptr)();
+        platform.settle();
+        EXPECT_TRUE(extension->enumerators.copy().liveEnumerators.empty());
         return pipe.readAll(); // ends only when the output was let go
     };
-    EXPECT_EQ(call([&](auto output) { callList(extension, "box", 7, output, tasks); }),
-              "{\"event\":\"items\",\"items\":[]}\n{\"event\":\"finish\",\"page\":\"AQAAAAAAAAA=\"}\n"
-              "{\"event\":\"finish\",\"page\":\"AgAAAAAAAAA=\"}\n"
-              "{\"event\":\"items\",\"items\":[]}\n{\"event\":\"finish\",\"page\":null}\n");
-    EXPECT_EQ(extension.invalidated, 1);
-    const std::string error =
-        R"({"event":"completion","item":null,"error":{"domain":"NSFileProviderErrorDomain","code":-1005}})"
-        "\n";
-    EXPECT_EQ(call([&](auto output) { callList(extension, "none", 7, output, tasks); }), error);
-    EXPECT_EQ(call([&](auto output) { callItem(extension, "x", output); }),
-              error + R"({"event":"progress","completed":1,"total":1})"
-                      "\n");
-    Pipe pipe;
-    pipe.reader = FileDescriptor();
-    ::signal(SIGPIPE, SIG_IGN);
-    callList(extension, "box", 7, std::make_shared<LineOutput>(std::move(pipe.writer), running), tasks);
-    EXPECT_EQ(tasks.runAll(), 1u); // no page is asked for without a reader
-    EXPECT_EQ(extension.invalidated, 2);
+    const auto list = [&](const std::string& container) {
+        return call([&](auto output) { callList(*extension, container, 1, output, platform.tasks); });
+    };
+    const std::string pages = list("c7|box"), missing = completionEvent(nullptr, noSuchItem()) + "\n",
+                      item = itemsEvent(ItemBatch(extension->caches->listing("c7-box"), 0, 1).items()) + "\n";
+    EXPECT_EQ(pages, item + R"({"event":"finish","page":"AQAAAAAAAAA="})" + "\n" + item +
+                         "{\"event\":\"finish\",\"page\":null}\n");
+    EXPECT_EQ(list("d9|x"), missing);
+    EXPECT_EQ(call([&](auto output) { callItem(*extension, "c7|x", output); }), missing + progressEvent(1, 1) + "\n");
+    Pipe gone;
+    gone.reader = FileDescriptor();
+    callList(*extension, "c7|box", 1, std::make_shared<LineOutput>(std::move(gone.writer), running), platform.tasks);
+    EXPECT_EQ(platform.tasks.runAll(), 1u); // no second page is asked for without a reader
 }
 
 } // namespace

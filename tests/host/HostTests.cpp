@@ -1,3 +1,4 @@
+#include "host/Arguments.h"
 #include "host/RequestHandler.h"
 
 #include "host/ItemID.h"
@@ -285,6 +286,39 @@ TEST_P(RequestHandlerTest, ACommandThatThrowsGivesAnEmptyReply) {
     });
     EXPECT_EQ(replies.back(), "");
     EXPECT_EQ(warnings.size(), 1u);
+}
+
+/// "RECORD=DIRECTORY" of each connection, or the error's text.
+Strings parsed(const Strings& arguments) {
+    Strings result;
+    try {
+        for (const auto& each : parseConnections(arguments)) result.push_back(each.record() + "=" + each.directory);
+    } catch (const ArgumentError& error) {
+        result = {error.what()};
+    }
+    return result;
+}
+
+TEST(Arguments, DomainsComeFromNamesAndAreUnique) {
+    EXPECT_EQ(parsed({"Work Files=/w", "work-files=/x", "Ünï=/u", "Brindlemar=/b", "Ж=/r"}),
+              (Strings{"Work Files|work-files=/w", "work-files|work-files-2=/x", "Ünï|n=/u",
+                       "Brindlemar|brindlemar-2=/b", "Ж|connection=/r"}));
+    EXPECT_EQ(parsed({"a=/1", "B:a=/2=3", "c:d:work.rw=."}), (Strings{"a|a-2=/1", "B|a=/2=3", "c:d|work.rw=."}));
+    const std::pair<std::string, std::string> faults[] = {{"Work", "has no \"=\""},
+                                                          {"=/x", "is empty"},
+                                                          {"a=", "no directory after"},
+                                                          {"a|b=/x", "holds a \"|\" or a \"/\""},
+                                                          {"..=/x", "cannot be the name of a folder"},
+                                                          {"\xff=/x", "is not UTF-8"},
+                                                          {"one=/2", "the name \"one\" was given before"},
+                                                          {"b:d=/2", "the domain \"d\" was given before"},
+                                                          {"a:brindlemar=/1", "\"brindlemar\" is reserved"},
+                                                          {"a:=/1", "the domain after \":\" is empty"}};
+    for (const auto& [argument, part] : faults) {
+        const std::string text = parsed({"one:d=/1", argument}).at(0);
+        EXPECT_TRUE(text.starts_with("Argument 2, \"" + argument + "\": ")) << text;
+        EXPECT_NE(text.find(part), text.npos) << text;
+    }
 }
 
 } // namespace
