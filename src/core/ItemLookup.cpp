@@ -60,7 +60,7 @@ void Lookup::run() const {
     if (auto item = provider->caches->item(cacheKey(domain, itemID))) return complete(std::move(item), std::nullopt);
     BxMessages::sharedInstance().itemJSON(
         {.forIdentifier = std::string(itemID), .withDomain = std::string(domain)},
-        [lookup = *this](Payload reply, const auto&) { lookup.replyArrived(reply.bytes()); });
+        [lookup = *this](const Payload& reply, const auto&) { lookup.replyArrived(reply.bytes()); });
 }
 } // namespace
 

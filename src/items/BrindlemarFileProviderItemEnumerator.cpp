@@ -107,7 +107,7 @@ void BrindlemarFileProviderItemEnumerator::askHost(Observer observer, NSFileProv
     auto listing = std::make_shared<Listing>(shared_from_this(), std::move(observer), std::move(page));
     BxMessages::sharedInstance().enumerateItemsJSON(
         {.itemID = container_.itemID, .from = "", .withDomain = container_.domain},
-        [listing](Payload reply, const auto&) {
+        [listing](const Payload& reply, const auto&) {
             if (listing->answered.exchange(true)) return; // a second answer of the host changes nothing
             listing->enumerator->replyArrived(reply.bytes(), listing->observer, listing->page);
         });

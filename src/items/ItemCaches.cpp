@@ -94,7 +94,7 @@ std::shared_ptr<const ItemList> ItemCaches::listing(std::string_view key) const 
     return storage_ ? std::static_pointer_cast<const ItemList>(storage_->object(key)) : nullptr;
 }
 
-void ItemCaches::storeListing(std::shared_ptr<const ItemList> list, std::string_view key) const {
+void ItemCaches::storeListing(const std::shared_ptr<const ItemList>& list, std::string_view key) const {
     if (storage_) storage_->setObject(std::const_pointer_cast<ItemList>(list), key, expiry());
 }
 

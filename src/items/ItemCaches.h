@@ -17,7 +17,7 @@ public:
 
     /// The listing of a container; none on a miss.
     std::shared_ptr<const ItemList> listing(std::string_view key) const;
-    void storeListing(std::shared_ptr<const ItemList> list, std::string_view key) const;
+    void storeListing(const std::shared_ptr<const ItemList>& list, std::string_view key) const;
 
     std::shared_ptr<NSFileProviderItem> item(std::string_view key) const;
     /// Every item of the list, each under this domain and the host part of its identifier.

@@ -19,14 +19,14 @@ std::vector<JSON> values(const Values&... list) {
 /// A completion of one answer that always gets a text.
 CompletionEntry once(BxMessages::TextHandler handler) {
     return [handler = std::move(handler)](std::optional<Payload> reply, std::optional<NSError> error) {
-        handler(reply.value_or(Payload()), std::move(error));
+        handler(std::move(reply).value_or(Payload()), std::move(error));
         return kFinished;
     };
 }
 
 CompletionEntry repeating(BxMessages::RepeatingTextHandler handler) {
     return [handler = std::move(handler)](std::optional<Payload> reply, std::optional<NSError> error) {
-        return handler(reply.value_or(Payload()), std::move(error));
+        return handler(std::move(reply).value_or(Payload()), std::move(error));
     };
 }
 } // namespace

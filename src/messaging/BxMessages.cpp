@@ -62,7 +62,7 @@ void BxMessages::recieveMessage(const std::optional<std::string>& message) const
     if (message) LogScope(messageLogger(), "recieveMessage(_:)").info(*message);
 }
 
-void BxMessages::send(Outgoing request, CompletionEntry completion) {
+void BxMessages::send(const Outgoing& request, CompletionEntry completion) {
     const RequestRow& row = request.row;
     const LogScope scope{messageLogger(), row.function};
     const auto port = this->port(request.domain);

@@ -114,7 +114,7 @@ private:
         std::function<std::optional<std::string>()> payload; // none when it cannot be encoded
     };
     /// The one road of every request.
-    void send(Outgoing request, CompletionEntry completion);
+    void send(const Outgoing& request, CompletionEntry completion);
     /// The road for a payload of the row's command and keys with these values.
     void sendRow(const RequestRow& row, const std::string& domain, std::vector<JSON> values, CompletionEntry completion,
                  std::optional<std::string> subject = std::nullopt);

@@ -8,12 +8,12 @@ namespace {
 constexpr std::string_view kDisconnectionReason = "Please Launch Brindlemar to continue syncing.";
 
 /// Runs `request` on the domain's manager; an error that it reports becomes one of kind `failure`.
-void withManager(FileProviderError::Case failure, DomainHandler handler,
+void withManager(FileProviderError::Case failure, const DomainHandler& handler,
                  const std::function<void(NSFileProviderManager&, NSFileProviderManager::ErrorHandler)>& request) {
     const std::string identifier(ExtensionBundleIdentifier);
     const auto manager = Platform::current().managers.manager({identifier, ""});
     if (!manager) return handler(FileProviderError{FileProviderError::domainNotFound, identifier});
-    request(*manager, [failure, identifier, handler](std::optional<NSError> error) {
+    request(*manager, [failure, identifier, handler](const std::optional<NSError>& error) {
         handler(error ? std::optional(FileProviderError{failure, identifier, error}) : std::nullopt);
     });
 }

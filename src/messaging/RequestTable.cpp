@@ -77,6 +77,7 @@ std::vector<std::shared_ptr<WaitingRequest>> RequestTable::takeAll() {
     std::vector<std::pair<std::int32_t, std::shared_ptr<WaitingRequest>>> ordered(entries.begin(), entries.end());
     std::ranges::sort(ordered, {}, [](const auto& entry) { return entry.first; });
     std::vector<std::shared_ptr<WaitingRequest>> requests;
+    requests.reserve(ordered.size());
     for (auto& [id, request] : ordered) requests.push_back(std::move(request));
     return requests;
 }

@@ -88,7 +88,7 @@ using ItemList = std::vector<std::shared_ptr<NSFileProviderItem>>;
 class ItemBatch {
 public:
     ItemBatch() = default;
-    explicit ItemBatch(std::shared_ptr<const ItemList> whole) : ItemBatch(whole, 0, whole ? whole->size() : 0) {}
+    explicit ItemBatch(const std::shared_ptr<const ItemList>& whole) : ItemBatch(whole, 0, whole ? whole->size() : 0) {}
     ItemBatch(std::shared_ptr<const ItemList> list, std::size_t first, std::size_t count)
         : list_(std::move(list)), first_(first), count_(count) {}
     std::span<const std::shared_ptr<NSFileProviderItem>> items() const {

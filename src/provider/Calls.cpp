@@ -36,7 +36,7 @@ private:
 } // namespace
 
 void callItem(NSFileProviderReplicatedExtension& extension, ItemIdentifier identifier,
-              std::shared_ptr<LineOutput> output) {
+              const std::shared_ptr<LineOutput>& output) {
     const auto progress = extension.item(std::move(identifier), [output](const auto& item, const auto& error) {
         output->write(completionEvent(item.get(), error));
     });

@@ -9,7 +9,7 @@ namespace brindlemar {
 
 /// Looks the item up; the output ends after the completion.
 void callItem(NSFileProviderReplicatedExtension& extension, ItemIdentifier identifier,
-              std::shared_ptr<LineOutput> output);
+              const std::shared_ptr<LineOutput>& output);
 
 /// Lists the container page by page to its end, or until the reader is gone. Each page is asked for in a task of its
 /// own on `tasks`, which outlives the listing. A container that cannot be enumerated gives one completion event with
