@@ -35,7 +35,6 @@ struct RequestHandlerTest : ::testing::Test {
         return result;
     }
     Strings deleted(std::string_view folder) { return json::value_to<Strings>(ask("enumerateDeletedJSON", folder)); }
-
     const TemporaryDirectory directory;
     const fs::path base = directory.path(), top = base / "top";
     Strings warnings;
