@@ -45,7 +45,6 @@ struct FakeControl : Control {
         return callItem(identifier, handler);
     }
     std::string error() const override { return "gone"; }
-
     std::map<std::string, std::string> answers;
     std::string statusText = R"({"domain":{"state":"connected"},"configured":true})";
 };
@@ -145,15 +144,6 @@ TEST_F(CommandsTest, ErrorsOfTheServiceBecomeExitStatuses) {
     EXPECT_TRUE(ls("Work/photos").starts_with(broken + R"(the listing of "Work/photos" has no end)"));
     control.answers.erase("c7|photos");
     EXPECT_EQ(ls("Work/photos"), broken + R"(gone. Look at "brindlemar status".)");
-}
-
-TEST_F(CommandsTest, CallsShowPages) {
-    const auto list = [&](bool json) {
-        return run([&](Output& output) { callList(control, output, {"c7|0", 1, json}); });
-    };
-    EXPECT_EQ(list(true), control.answers["c7|0"]);
-    EXPECT_EQ(list(false), "c7|photos  folder  photos\n-- next page AgAAAA==\nc7|n.txt  1234 bytes  n.txt\n"
-                           "c7|e\x1b  5 bytes  e\x1b[0m\n-- 3 items in 2 pages\n");
 }
 
 TEST(Lines, ArriveWholeHoweverTheyAreCut) {

@@ -40,7 +40,6 @@ protected:
         platform.mainQueue.runAll();
         return answered.get();
     }
-
     FakePlatform platform;
     BxMessages& messages = BxMessages::sharedInstance();
 };
@@ -92,7 +91,6 @@ TEST_F(MessagingTests, EveryRequestHasItsPayloadAndItsAnswer) {
     messages.reconnect("c7", text()), check(R"({"command":"reconnect"})");
     messages.shutdown("c7", text()), check(R"({"command":"shutdown"})");
     messages.status("c7", text()), check(R"({"command":"status"})");
-
     messages.itemJSON({"a", "c7"}, text());
     EXPECT_EQ(platform.ports.sent().size(), 14u); // waits for the main queue
     messages.status("c7", text());
@@ -103,19 +101,14 @@ TEST_F(MessagingTests, LogLinesOfRequests) {
     ask("");
     messages.enumerateItemsJSON({"box", "", "c7"}, text());
     platform.settle();
-    answer(2, "[]");
-    platform.settle();
     messages.enumerateChanges({"", "box", "brindlemar"}, text());
-    platform.ports.failSends(2);
-    messages.fetchItem({"a", "/t", "c7"}, entry());
-    platform.settle();
+    platform.ports.fail(0, 1);
     messages.uploadItem({"/p", "b", "c", Timestamp(2900ms), "c7"}, entry());
-    EXPECT_EQ(platform.logged(),
-              (Strings{"INFO Existing bxserver port found for group.io.brindlemar.bxserver.c7",
-                       "DEBUG Created remote port in bxmessages: group.io.brindlemar.bxclient.c7",
-                       "NOTICE nil item identifier", "DEBUG enumerateItemsJSON starting box",
-                       "DEBUG enumerateItemsJSON completion block box", "ERROR enumerateDeletedJSON no port box",
-                       "INFO uploadItem with mtime /p, 2", "INFO uploadItem -1"}));
+    EXPECT_EQ(platform.logged(), (Strings{"INFO Existing bxserver port found for group.io.brindlemar.bxserver.c7",
+                                          "DEBUG Created remote port in bxmessages: group.io.brindlemar.bxclient.c7",
+                                          "NOTICE nil item identifier", "DEBUG enumerateItemsJSON starting box",
+                                          "ERROR enumerateDeletedJSON no port box", "INFO uploadItem with mtime /p, 2",
+                                          "INFO uploadItem -1"}));
 }
 
 TEST_F(MessagingTests, AnEntryHearsUntilItHasFinished) {
@@ -130,7 +123,7 @@ TEST_F(MessagingTests, AnEntryHearsUntilItHasFinished) {
     platform.settle();
     EXPECT_EQ(answered.get(), std::nullopt);
     EXPECT_EQ(answer(1, "after"), "canceled");
-    platform.ports.failSends(1);
+    platform.ports.fail(0, 1);
     askAndSettle("failed to be sent, as far as we know");
     answer(2, "late");
     askAndSettle("answered with what is no text");
@@ -175,7 +168,7 @@ TEST_F(MessagingTests, OneLookupAtATimeServesAllCallersOfItsDomain) {
     EXPECT_EQ(missed, 4);
     EXPECT_EQ(platform.clock.sleeps.copy().size() % 10, 0u);
     platform.ports.addPeer(platform.hostPort("late"));
-    platform.ports.failCreateRemote(3);
+    platform.ports.fail(3, 0);
     const int before = platform.ports.remoteAttempts();
     EXPECT_TRUE(messages.port("late") && messages.port("late"));
     EXPECT_EQ(platform.ports.remoteAttempts(), before + 4);
@@ -201,7 +194,6 @@ TEST_F(MessagingTests, ALostHostFailsEveryWaitingRequestOnce) {
     EXPECT_EQ(messages.waitingCount(), 0u);
     EXPECT_TRUE(messages.connected()); // h2 is still there
     EXPECT_EQ(answer(2, "late", "h2"), "canceled");
-
     platform.ports.addPeer(platform.hostPort("c7"));
     platform.manager->answer = serverUnreachable();
     askAndSettle("again");

@@ -67,7 +67,6 @@ protected:
     static std::string hostItem(const std::string& id) {
         return R"({"name":")" + id + R"(","itemID":")" + id + R"(","parentID":"0","mtime":1})";
     }
-
     const std::string root{NSFileProviderRootContainerItemIdentifier},
         trash{NSFileProviderTrashContainerItemIdentifier}, workingSet{NSFileProviderWorkingSetContainerItemIdentifier};
     FakePlatform platform;
@@ -130,7 +129,6 @@ TEST_F(ProviderTests, AListingIsCutIntoPagesAndCachedForTenSeconds) {
     EXPECT_EQ(lookup("c7|b"), "progress c7|b/-");        // from the single-item cache
     EXPECT_EQ(asked, 1);
     EXPECT_EQ(provider->caches->item("c7-b"), provider->caches->listing("c7-box")->at(1));
-
     platform.stores.decodes = true; // as when the entries come from the disk
     platform.clock.advance(10s - 1ns);
     EXPECT_EQ(list("c7|box"), (Strings{"batch c7|a c7|b", "page 2"}));
@@ -173,8 +171,6 @@ TEST_F(ProviderTests, EnumeratorsAreKeptInTheirListsAndSignalTheWorkingSet) {
     EXPECT_TRUE(platform.managerCalls().empty());
     platform.mainQueue.advance(1ms);
     EXPECT_EQ(platform.managerCalls(), Strings(3, "signal " + workingSet));
-    EXPECT_EQ(platform.files.printed, Strings(3, "signaled"));
-
     std::get<0>(provider->enumerator("c7|a"))->invalidate();
     EXPECT_EQ(provider->enumerators.copy().liveEnumerators, Strings{root});
     platform.logged();
@@ -194,17 +190,15 @@ TEST_F(ProviderTests, TheHostConfiguresTheExtension) {
     });
     progress->cancel();
     EXPECT_EQ(completions, 1);
-    source->makeListenerEndpoint();
-    source->makeListenerEndpoint();
-    EXPECT_EQ(source->waitingListeners(), 2u);
-
-    const auto listener = platform.xpc.made[0].lock();
+    struct Listener final : XPCListener {
+        void setDelegate(std::weak_ptr<XPCListenerDelegate>) override {}
+        void resume() override {}
+        XPCListenerEndpoint endpoint() const override { return {}; }
+    } listener;
     const auto connection = std::make_shared<FakeConnection>();
-    EXPECT_TRUE(listener->resumed && listener->delegate.lock()->shouldAcceptNewConnection(*listener, connection));
+    EXPECT_TRUE(source->shouldAcceptNewConnection(listener, connection));
     EXPECT_EQ(connection->events, (Strings{"resumed", "hello"}));
     EXPECT_EQ(connection->protocol, "BrindlemarServiceV1");
-    EXPECT_EQ(source->waitingListeners(), 1u);
-
     connection->exportedObject->receive("configureWithConnections:", {"Work|c7", "A&B|\"x"});
     platform.settle();
     EXPECT_EQ(platform.logged(),
@@ -213,7 +207,6 @@ TEST_F(ProviderTests, TheHostConfiguresTheExtension) {
     EXPECT_TRUE(provider->configured);
     EXPECT_EQ(platform.managerCalls(), Strings{"reconnect"});
     EXPECT_NE(platform.files.written["connections.plist"].find("<string>A&amp;B|\"x</string>"), std::string::npos);
-
     connection->invalidationHandler();
     platform.settle();
     EXPECT_EQ(platform.managerCalls(), Strings{"disconnect Please Launch Brindlemar to continue syncing. 1"});

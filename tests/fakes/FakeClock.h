@@ -24,7 +24,6 @@ public:
     void advance(std::chrono::nanoseconds duration) {
         now_.with([&](Timestamp& now) { now += duration; });
     }
-
     Guarded<std::vector<std::chrono::nanoseconds>> sleeps;
     std::function<void()> onSleep; // runs on the sleeping thread at each sleep; set before there are others
 

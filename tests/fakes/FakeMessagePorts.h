@@ -24,10 +24,8 @@ public:
     };
     using Answer = std::optional<std::string>;
     using PeerHandler = std::function<void(const Sent&)>; // runs inside the sender's call
-
     /// The queue outlives this object and its ports.
     explicit FakeMessagePorts(Queue& mainQueue) : mainQueue_(mainQueue) {}
-
     std::shared_ptr<RemotePort> createRemote(std::string_view text) override {
         const std::string name(text);
         const auto created = std::make_shared<Remote>(name, registry_, mainQueue_);
@@ -55,7 +53,6 @@ public:
             return created;
         });
     }
-
     /// Somebody in another process listens under the name: createRemote finds it, createLocal gives none.
     void addPeer(
         const std::string& name, PeerHandler handler = [](const Sent&) {}) {
@@ -70,13 +67,10 @@ public:
         });
         if (remote) remote->invalidate();
     }
-    /// The next `count` calls of createRemote give none.
-    void failCreateRemote(int count) {
-        registry_->with([&](Registry& registry) { registry.failingRemotes = count; });
-    }
-    /// The next `count` sends on valid ports do nothing but time out.
-    void failSends(int count) {
-        registry_->with([&](Registry& registry) { registry.failingSends = count; });
+    /// The next `count` calls of createRemote give none, and the next sends on valid ports do nothing but time out.
+    void fail(int creations, int sends) {
+        registry_->with(
+            [&](Registry& registry) { registry.failingRemotes = creations, registry.failingSends = sends; });
     }
     std::vector<Sent> sent() const {
         return registry_->with([](const Registry& registry) { return registry.sent; });
@@ -105,14 +99,12 @@ private:
         int remoteAttempts = 0, failingRemotes = 0, failingSends = 0;
     };
     using Shared = std::shared_ptr<Guarded<Registry>>;
-
     template <class Port>
     static std::shared_ptr<Port> find(const std::map<std::string, std::weak_ptr<Port>>& ports,
                                       const std::string& name) {
         const auto it = ports.find(name);
         return it == ports.end() ? nullptr : it->second.lock();
     }
-
     class Local final : public QueuedLocalPort {
     public:
         Local(std::string name, Shared registry, Queue& mainQueue, MessageCallback callback)
@@ -137,7 +129,6 @@ private:
         const std::string name_;
         const Shared registry_;
     };
-
     class Remote final : public RemotePort, public std::enable_shared_from_this<Remote> {
     public:
         Remote(std::string name, Shared registry, Queue& mainQueue)
@@ -182,7 +173,6 @@ private:
         InvalidationNotice invalidation_;
         std::atomic<bool> valid_{true};
     };
-
     const Shared registry_ = std::make_shared<Guarded<Registry>>();
     Queue& mainQueue_;
 

@@ -52,28 +52,14 @@ struct FakeConnection final : XPCConnection {
     void resume() override { events.push_back("resumed"); }
     bool send(std::string_view selector, Strings) override { return events.emplace_back(selector), true; }
     void invalidate() override {}
-
     std::string protocol;
     std::shared_ptr<XPCExportedObject> exportedObject;
     std::function<void()> invalidationHandler;
     Strings events;
 };
 
-struct FakeListener final : XPCListener {
-    void setDelegate(std::weak_ptr<XPCListenerDelegate> object) override { delegate = std::move(object); }
-    void resume() override { resumed = true; }
-    XPCListenerEndpoint endpoint() const override { return {"fake"}; }
-    std::weak_ptr<XPCListenerDelegate> delegate;
-    bool resumed = false;
-};
-
-struct FakeXPC final : XPCServices {
-    std::shared_ptr<XPCListener> makeAnonymousListener() override {
-        auto listener = std::make_shared<FakeListener>();
-        made.push_back(listener);
-        return listener;
-    }
-    std::vector<std::weak_ptr<FakeListener>> made;
+struct NoXPC final : XPCServices {
+    std::shared_ptr<XPCListener> makeAnonymousListener() override { return nullptr; }
 };
 
 struct FakeFiles final : Files {
@@ -81,9 +67,8 @@ struct FakeFiles final : Files {
         written[std::string(path)] = bytes;
         return true;
     }
-    void printLine(std::string_view line) override { printed.emplace_back(line); }
+    void printLine(std::string_view) override {}
     std::map<std::string, std::string> written;
-    Strings printed;
 };
 
 /// Stores in memory whose entries come back as decoded copies when `decodes` is set.
@@ -116,7 +101,6 @@ struct FakeStores final : ObjectStores {
         }
         void removeAll() override { stores.emptied.push_back(name); }
         void removeExpiredObjects() override {}
-
         FakeStores& stores;
         const std::string name;
         const ObjectCoder coder;
@@ -157,18 +141,16 @@ struct FakePlatform {
         resetMessageLogger();
         Logger::reset();
     }
-
     FakeClock clock;
     ManualQueue mainQueue, backgroundQueue, tasks;
     FakeMessagePorts ports{mainQueue};
     FakeManagers managers;
-    FakeXPC xpc;
+    NoXPC xpc;
     FakeFiles files;
     FakeStores stores{clock};
     FakeLog log;
     std::shared_ptr<FakeManager> manager = managers.known[std::string(ExtensionBundleIdentifier)] =
         std::make_shared<FakeManager>();
-
     /// Runs everything that waits on any queue until nothing waits.
     void settle() {
         while (tasks.runAll() + mainQueue.runAll() + backgroundQueue.runAll() > 0) {

@@ -21,7 +21,6 @@ public:
     }
     /// Nothing tested ticks.
     [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds, Task) override { return nullptr; }
-
     /// False when nothing was waiting.
     bool runOne() {
         const auto task = state_.with([](State& state) {

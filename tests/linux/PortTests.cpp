@@ -18,7 +18,6 @@ struct FakeWorld {
     SerialQueue main{timers, "main"};
     FakeMessagePorts ours{main};
     FakeMessagePorts& theirs = ours;
-
     auto occupy(const std::string& name) {
         ours.addPeer(name);
         return std::shared_ptr<void>(this, [this, name](void*) { ours.removePeer(name); });
@@ -56,7 +55,6 @@ protected:
     auto note(int number) {
         return [this, number](MessagePort&) { events.add(number); };
     }
-
     Collected<Message> received;
     Collected<int> events;
     World world; // last: its queues use the above
@@ -90,7 +88,6 @@ TYPED_TEST(Ports, BodiesIdsAndAnswersArriveAsSentAndInOrder) {
     }
     for (const auto& [msgid, body] : sent) EXPECT_EQ(this->send(remote, msgid, body), 0);
     EXPECT_EQ(this->received.atLeast(sent.size()), sent);
-
     const auto echo = this->listen("echo", [](LocalPort&, std::int32_t id, const Payload& data) {
         return id == 0 ? Text() : Text(std::string(data.bytes()) + "!");
     });

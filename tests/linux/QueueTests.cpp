@@ -84,16 +84,17 @@ TEST_P(EveryQueue, ATimerMayBeDestroyedInItsHandler) {
 TEST_P(EveryQueue, DestructionWaitsForWhatRunsAndDropsTheRest) {
     auto queue = make({.usualThreads = 1, .mostThreads = 1});
     const auto never = [] { ADD_FAILURE() << "started after the end"; };
-    Event started;
+    Event posted, started;
     bool finished = false;
+    queue->async([&] { EXPECT_TRUE(posted.happens()); });
     queue->async([&, queue = queue.get()] {
         started.happen();
-        std::weak_ptr<int> posted; // a queue that is stopping drops what it is given at once
+        std::weak_ptr<int> last; // a queue that is stopping drops what it is given at once
         do {
             auto token = std::make_shared<int>();
-            posted = token;
+            last = token;
             queue->async([token = std::move(token), never] { never(); });
-        } while (!posted.expired());
+        } while (!last.expired());
         finished = true;
     });
     std::shared_ptr<int> waiting(new int, [&, queue = queue.get()](int* number) { // posts when dropped
@@ -101,9 +102,10 @@ TEST_P(EveryQueue, DestructionWaitsForWhatRunsAndDropsTheRest) {
         delete number;
     });
     const std::weak_ptr<int> alive = waiting;
-    queue->async([waiting = std::move(waiting)] {});
+    queue->async([waiting = std::move(waiting), never] { never(); });
     queue->after(1ms, never);
     const auto timer = queue->repeat(1ms, never);
+    posted.happen();
     ASSERT_TRUE(started.happens());
     queue.reset();
     EXPECT_TRUE(finished);

@@ -23,7 +23,6 @@ struct RawPacket {
     std::uint32_t id = 0;
     std::optional<std::uint64_t> length{}; // the body's unless given
     std::string body{};
-
     std::string bytes() const {
         std::string text;
         const auto put = [&](std::uint64_t value, int count) {
@@ -52,32 +51,28 @@ public:
     static RawSocket connected(const RuntimeDirectory& directory, const std::string& name) {
         RawSocket raw;
         const PortAddress address(directory, portFileName(name));
-        return ::connect(raw.get(), address.get(), address.size) == 0 ? std::move(raw) : RawSocket(FileDescriptor());
+        if (::connect(raw.get(), address.get(), address.size) != 0) raw.close();
+        return raw;
     }
     static RawSocket listening(const RuntimeDirectory& directory, const std::string& name, int backlog = 8) {
         RawSocket raw;
         const PortAddress address(directory, portFileName(name));
-        const bool bound = ::bind(raw.get(), address.get(), address.size) == 0 && ::listen(raw.get(), backlog) == 0;
-        return bound ? std::move(raw) : RawSocket(FileDescriptor());
+        if (::bind(raw.get(), address.get(), address.size) != 0 || ::listen(raw.get(), backlog) != 0) raw.close();
+        return raw;
     }
     RawSocket accept() { return RawSocket(FileDescriptor(::accept4(get(), nullptr, nullptr, SOCK_CLOEXEC))); }
     int get() const { return socket_.get(); }
     void close() { socket_ = {}; }
-
     bool send(const std::string& bytes, const std::vector<int>& descriptors = {}) {
         iovec part{const_cast<char*>(bytes.data()), bytes.size()};
         alignas(cmsghdr) char control[CMSG_SPACE(16 * sizeof(int))] = {};
         msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        if (!descriptors.empty()) {
-            message.msg_control = control;
-            message.msg_controllen = CMSG_SPACE(descriptors.size() * sizeof(int));
+        message.msg_iov = &part, message.msg_iovlen = 1;
+        if (const std::size_t size = descriptors.size() * sizeof(int); size > 0) {
+            message.msg_control = control, message.msg_controllen = CMSG_SPACE(size);
             cmsghdr* const rights = CMSG_FIRSTHDR(&message);
-            rights->cmsg_level = SOL_SOCKET;
-            rights->cmsg_type = SCM_RIGHTS;
-            rights->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-            std::memcpy(CMSG_DATA(rights), descriptors.data(), descriptors.size() * sizeof(int));
+            rights->cmsg_level = SOL_SOCKET, rights->cmsg_type = SCM_RIGHTS, rights->cmsg_len = CMSG_LEN(size);
+            std::memcpy(CMSG_DATA(rights), descriptors.data(), size);
         }
         return ::sendmsg(get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }

@@ -10,10 +10,8 @@ namespace brindlemar {
 
 struct SocketWorld {
     static constexpr std::chrono::milliseconds kHelloLimit{300};
-
     SocketWorld()
         : directory((::setenv("BRINDLEMAR_RUNTIME_DIR", temporary.path().c_str(), 1), RuntimeDirectory::open())) {}
-
     TemporaryDirectory temporary;
     RuntimeDirectory directory;
     Collected<std::string> complaints;
@@ -21,7 +19,6 @@ struct SocketWorld {
     SerialQueue main{timers, "main"};
     SocketMessagePorts ours{RuntimeDirectory::open(), main, complain(), kHelloLimit};
     SocketMessagePorts theirs{RuntimeDirectory::open(), main, complain(), kHelloLimit};
-
     std::function<void()> onComplaint = [] {}; // on the thread that takes packets off the sockets
     Diagnostic complain() {
         return [this](std::string_view text) {

@@ -110,7 +110,6 @@ struct RecordingBackend : LogBackend {
     }
     std::optional<std::string> libraryDirectory() override { return library; }
     std::uint64_t threadID() override { return 18446744073709551615u; }
-
     Guarded<Strings> notes;
     std::optional<std::string> library = "/library";
     bool fileFails = false;

@@ -35,7 +35,6 @@ protected:
         EXPECT_TRUE(world.runUntil({"ls"}, "Evil\n", 10));
     }
     ~HostileHost() override { queue.stop(); }
-
     void answer(std::int32_t id, const std::string& item) {
         if (!reply) reply = ports.createRemote(kGroup + ".bxclient.evil");
         const auto send = [&](std::int32_t to, std::string_view text) {
@@ -63,7 +62,6 @@ protected:
         return text.substr(0, text.find('\n'));
     }
     void expectServed() { EXPECT_EQ(count(lookup("fine"), R"("itemIdentifier":"evil|fine")"), 1u); }
-
     static void ignore(std::string_view) {}
     std::mt19937 random{7};
     World world;

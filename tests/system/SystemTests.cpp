@@ -35,14 +35,12 @@ protected:
         ASSERT_TRUE(world.runUntil({"ls"}, kTop, 10));
     }
     JSON status() { return JSON::parse(world.run({"status", "--json"}).output); }
-
     bool becomes(std::string_view state) {
         for (const auto start = Clock::now(); secondsSince(start) < 10;)
             if (status()["domain"]["state"].string() == state) return true;
         return false;
     }
     std::int64_t waiting() { return status()["requests"]["waiting"].number()->int64Value(); }
-
     static constexpr auto kTop = "Photos\nWork\n";
     World world;
 };
@@ -106,7 +104,6 @@ TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
     EXPECT_EQ(count(log, "and exhausted retries.\""), 1u);
     EXPECT_EQ(world.run({"ls", "Photos"}).status, 4);
     EXPECT_EQ(status()["domain"]["reason"].string(), "Please Launch Brindlemar to continue syncing.");
-
     const auto start = Clock::now();
     auto control = world.control();
     std::vector<FileDescriptor> outputs;
@@ -138,7 +135,6 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
         EXPECT_EQ(count(text, kUnreachable), 1000u);
         EXPECT_TRUE(becomes("disconnected"));
         EXPECT_EQ(waiting(), 0);
-
         // Its return is found by the next request, which reconnects.
         world.startHost(connections({"--hold", "itemForIdentifier"}));
         const std::string unlisted = "folder" + std::to_string(round); // no cache knows it

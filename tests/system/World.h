@@ -93,7 +93,6 @@ class World {
     const TemporaryDirectory directory_;
     std::size_t logStart_ = 0;
     int run_ = 0;
-
     std::string wholeLog() const { return contentsOf(path + "/state/brindlemar/Logs/Brindlemar/FileProvider.log"); }
 
 public:
@@ -141,7 +140,6 @@ public:
             if (wholeLog().find(text, logStart_) != std::string::npos) return true;
         return false;
     }
-
     const std::string path = directory_.path();
     Process service, host;
 };
