@@ -73,6 +73,7 @@ TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
 }
 
 TEST(CallTests, EveryEventInOrderToTheEnd) {
+    ::signal(SIGPIPE, SIG_IGN);
     FakePlatform platform;
     const std::string record = R"({"name":"a","itemID":"a","parentID":"0","mtime":1})";
     platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
