@@ -199,9 +199,10 @@ TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
 }
 
 TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
-    const std::string half("\0AUTH EXTERNAL\r\n", 16), garbage = half + "BEGIN\r\n" + std::string(100'000, '\xff');
+    const std::string half("\0AUTH EXTERNAL\r\n", 16),
+        garbage = std::string("\0AUTH NONSENSE\r\nBEGIN\r\n", 23) + std::string(100'000, '\xff');
     std::vector<FileDescriptor> strangers;
-    for (int i = 0; i < 600; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         const std::string greeting = i % 5 == 0 ? garbage : i % 5 == 1 ? half : "";
         strangers.push_back(connectSocket(path()));
         EXPECT_TRUE(strangers.back());
