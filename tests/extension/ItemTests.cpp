@@ -138,15 +138,7 @@ TEST_F(ItemTests, BadgesAndUserInformation) {
     const auto shared = item(R"({"name":"W","parentID":"00","itemID":"sharedWithMe","mtime":1})", "d1", true);
     EXPECT_EQ(shared->userInfo(), (UserInfo{{"isBucket", 1}}));
     EXPECT_EQ(item(R"({"name":"W","parentID":"00","itemID":"c7","mtime":1})", "d1", true)->userInfo(), UserInfo{});
-}
-
-TEST_F(ItemTests, LocalItemsAndTheirTexts) {
-    platform.clock.set(Timestamp(std::chrono::milliseconds(1250)));
-    const std::string root(NSFileProviderRootContainerItemIdentifier);
-    EXPECT_EQ(Item::rootItemForDomain("d1", true)->description(),
-              "n: Brindlemar s:0 f:true m:1970-01-01 00:00:01 +0000 id:" + root + " parent:" + root +
-                  ", cv:content-id-1.25 mv:metadata-1.25");
-    EXPECT_EQ(Item::trashItemForDomain("d1")->filename(), "trash");
+    EXPECT_EQ(Item::rootItemForDomain("d1", true)->itemVersion().contentVersion, "content-id-1700000000.0");
 }
 
 TEST_F(ItemTests, TheCachedFormComesBackWholeOrNotAtAll) {

@@ -31,10 +31,7 @@ protected:
     void ask(const std::string& identifier, const std::string& domain = "c7") {
         messages.itemJSON({identifier, domain}, text());
     }
-    void askAndSettle(const std::string& identifier) {
-        ask(identifier);
-        platform.settle();
-    }
+    void askAndSettle(const std::string& identifier) { ask(identifier), platform.settle(); }
     std::optional<std::string> answer(std::int32_t id, std::string_view reply, const std::string& domain = "c7") {
         auto answered = platform.ports.inject(platform.replyPort(domain), id, reply);
         platform.mainQueue.runAll();

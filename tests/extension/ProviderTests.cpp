@@ -99,13 +99,19 @@ TEST_F(ProviderTests, Construction) {
 TEST_F(ProviderTests, LookupResults) {
     replies = {{"42", hostItem("42")},      {"none", "{}"}, {"empty", ""}, {"junk", "junk"},
                {"part", R"({"name":"n"})"}, {"bad", "\xff"}};
-    const std::pair<std::string, std::string> cases[] = {
-        {"c7|42", "progress c7|42/-"},   {"c7|none", "progress -/-1005"},   {"c7|empty", "progress -/-1004"},
-        {"c7|junk", "progress -/-2005"}, {"c7|part", "progress -/-2005"},   {"c7|bad", "progress -/-1004"},
-        {"c7|\xff", "-/-2005"}, // cannot even be asked for
-        {"c7|0", "progress -/-1005"},    {"0", "progress -/-1005"},         {"d9|42", "-/-1005"},
-        {"plain", "progress -/-1004"},   {root, "progress " + root + "/-"}, {trash, "progress " + trash + "/-"},
-    };
+    const std::pair<std::string, std::string> cases[] = {{"c7|42", "progress c7|42/-"},
+                                                         {"c7|none", "progress -/-1005"},
+                                                         {"c7|empty", "progress -/-1004"},
+                                                         {"c7|junk", "progress -/-2005"},
+                                                         {"c7|part", "progress -/-2005"},
+                                                         {"c7|bad", "progress -/-1004"},
+                                                         {"c7|0", "progress -/-1005"},
+                                                         {"0", "progress -/-1005"},
+                                                         {"plain", "progress -/-1004"},
+                                                         {root, "progress " + root + "/-"},
+                                                         {trash, "progress " + trash + "/-"},
+                                                         {"d9|42", "-/-1005"},
+                                                         {"c7|\xff", "-/-2005"}}; // cannot even be asked for
     for (const auto& [identifier, result] : cases) EXPECT_EQ(lookup(identifier), result) << identifier;
     EXPECT_EQ(asked, 6);
     platform.logged();

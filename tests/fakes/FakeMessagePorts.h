@@ -24,6 +24,7 @@ public:
     };
     using Answer = std::optional<std::string>;
     using PeerHandler = std::function<void(const Sent&)>; // runs inside the sender's call
+    static void ignore(const Sent&) {}
     /// The queue outlives this object and its ports.
     explicit FakeMessagePorts(Queue& mainQueue) : mainQueue_(mainQueue) {}
     std::shared_ptr<RemotePort> createRemote(std::string_view text) override {
@@ -54,8 +55,7 @@ public:
         });
     }
     /// Somebody in another process listens under the name: createRemote finds it, createLocal gives none.
-    void addPeer(
-        const std::string& name, PeerHandler handler = [](const Sent&) {}) {
+    void addPeer(const std::string& name, PeerHandler handler = ignore) {
         registry_->with([&](Registry& registry) { registry.peers[name].swap(handler); });
     }
     /// The peer goes away: its remote port turns invalid.
@@ -72,13 +72,9 @@ public:
         registry_->with(
             [&](Registry& registry) { registry.failingRemotes = creations, registry.failingSends = sends; });
     }
-    std::vector<Sent> sent() const {
-        return registry_->with([](const Registry& registry) { return registry.sent; });
-    }
+    std::vector<Sent> sent() const { return registry_->copy().sent; }
     /// How often createRemote was called, failed calls too.
-    int remoteAttempts() const {
-        return registry_->with([](const Registry& registry) { return registry.remoteAttempts; });
-    }
+    int remoteAttempts() const { return registry_->copy().remoteAttempts; }
     /// A message for the local port of the name, handed over on its dispatch queue. The future holds the callback's
     /// result.
     std::future<Answer> inject(const std::string& name, std::int32_t msgid, std::string_view data) {

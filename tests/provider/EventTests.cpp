@@ -20,6 +20,7 @@ struct Pipe {
     Pipe() {
         int ends[2];
         EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+        ::signal(SIGPIPE, SIG_IGN);
         reader = FileDescriptor(ends[0]);
         writer = FileDescriptor(ends[1]);
     }
@@ -52,7 +53,6 @@ TEST(EventTests, LinesAreWholeObjects) {
 TEST(LineOutputTests, SlowGoneAndStubbornReaders) {
     std::atomic<bool> stopping{false};
     const std::string line(300'000, 'x'); // several times what a pipe holds
-    ::signal(SIGPIPE, SIG_IGN);
     Pipe slow, gone, stubborn, late;
     {
         LineOutput output(std::move(slow.writer), stopping);

@@ -53,8 +53,7 @@ TEST(LogQuote, WritesTheStringFormOfJSONAndLeavesWhatIsNotUTF8Raw) {
         {"a\"b\\c\nd, with / and blanks", R"("a\"b\\c\nd, with / and blanks")"},
         {"\b\f\n\r\t", R"("\b\f\n\r\t")"},
         {"\0\x01\x1f\x7f"s, "\"\\u0000\\u0001\\u001f\x7f\""},
-        {"Größe 漢 \U0001F600 \u2028", "\"Größe 漢 \U0001F600 \u2028\""},
-    };
+        {"Größe 漢 \U0001F600 \u2028", "\"Größe 漢 \U0001F600 \u2028\""}};
     for (const auto& [value, expected] : rows) EXPECT_EQ(quoteOf(value), expected);
     for (const char* value : {"caf\xe9", "\xc0\xaf", "\xed\xa0\x80", "a\xff\"\nb", "cut \xe2\x82"})
         EXPECT_EQ(quoteOf(value), value);
