@@ -34,6 +34,7 @@ public:
 
     /// Kept by the port, on the poller's thread: whether the sender has sent a message, and the order of the last ones.
     std::pair<bool, std::uint64_t> standing;
+    const pid_t process = peerProcess(socket_.get()); // the sender's
 
 private:
     struct Answer {
