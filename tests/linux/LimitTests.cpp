@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <csignal>
 #include <thread>
 
 namespace brindlemar {
@@ -41,6 +44,13 @@ TEST_F(Limits, ConnectionsThatSendNothingGiveWayToOthers) {
     for (int i = 0; i < 300; ++i) idle.push_back(greeted(i % 3 != 0));
     EXPECT_TRUE(idle.front().closedByPeer());
     EXPECT_EQ(ask(early), "answer");
+    idle.erase(idle.begin(), idle.end() - 1); // one that has sent nothing, and now a process that floods
+    const pid_t flood = ::fork();
+    for (int i = 0; flood == 0; ++i) i < 300 ? void(new RawSocket(greeted(false))) : void(::pause());
+    world.complaints.atLeast(173 + 173);
+    EXPECT_TRUE(idle.back().send(RawPacket{.flags = 1}.bytes()) && !idle.back().receive().empty());
+    ::kill(flood, SIGKILL);
+    ::waitpid(flood, nullptr, 0);
     EXPECT_EQ(ask(world.ours.createRemote("p")), "answer");
 }
 

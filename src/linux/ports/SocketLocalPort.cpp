@@ -75,6 +75,7 @@ void SocketLocalPort::adopt(FileDescriptor socket) {
         return context_->diagnose(file_, "refused a connection: its sender belongs to another user");
     const auto self = std::static_pointer_cast<SocketLocalPort>(shared_from_this());
     const auto connection = std::make_shared<AcceptedConnection>(context_, self, std::move(socket));
+    connection->process = peerProcess(connection->descriptor());
     connection->standing = {false, ++moment_};
     std::shared_ptr<AcceptedConnection> last; // gives way
     const bool adopted = listening_.with([&](Listening& listening) {
