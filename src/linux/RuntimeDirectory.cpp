@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 
 namespace brindlemar {
@@ -23,6 +24,12 @@ const char* nonEmpty(const char* variable) {
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {
     throw std::runtime_error("The run-time directory " + path + " " + why +
                              "; set BRINDLEMAR_RUNTIME_DIR to a directory of your own.");
+}
+
+std::optional<ucred> credentials(int socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer) : std::nullopt;
 }
 } // namespace
 
@@ -55,9 +62,13 @@ std::string RuntimeDirectory::socketPath(const std::string& name) const {
 }
 
 bool peerIsSameUser(int socket) {
-    struct ucred peer {};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+    const auto peer = credentials(socket);
+    return peer && peer->uid == ::geteuid();
+}
+
+pid_t peerProcess(int socket) {
+    const auto peer = credentials(socket);
+    return peer ? peer->pid : 0;
 }
 
 } // namespace brindlemar

@@ -32,5 +32,7 @@ private:
 
 /// True when the process at the other end of the Unix socket runs under our own user id (SO_PEERCRED, unix(7)).
 bool peerIsSameUser(int socket);
+/// The process that opened the other end, 0 when it is not known.
+pid_t peerProcess(int socket);
 
 } // namespace brindlemar

@@ -90,6 +90,7 @@ struct Service::Parts {
     ~Parts() {
         stop();
         // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
+        calls.stop();
         tasks.stop();
         backgroundQueue.stop();
         mainQueue.stop();
@@ -112,6 +113,7 @@ struct Service::Parts {
     SerialQueue mainQueue{timers, "main queue"};
     WorkerPool backgroundQueue{timers};
     WorkerPool tasks{timers}; // apart from the background queue: lookups that wait for a host do not hold up answers
+    WorkerPool calls{timers}; // apart from the tasks: nor do they hold up whoever asks for what is here
     LinuxFiles files;
     HybridStores stores;
     DomainRegistry registry;
@@ -166,16 +168,16 @@ std::optional<std::string> Service::endpoint(const std::string& serviceName) {
 void Service::stop() { parts_->stop(); }
 
 void Service::callItem(std::string identifier, CallOutput output) {
-    parts_->tasks.async(
+    parts_->calls.async(
         [extension = parts_->extension, identifier = std::move(identifier), lines = parts_->lines(std::move(output))] {
             brindlemar::callItem(*extension, identifier, lines);
         });
 }
 
 void Service::callList(std::string identifier, std::uint32_t pageSize, CallOutput output) {
-    parts_->tasks.async([extension = parts_->extension, identifier = std::move(identifier), pageSize,
-                         lines = parts_->lines(std::move(output)), &tasks = parts_->tasks] {
-        brindlemar::callList(*extension, identifier, pageSize, lines, tasks);
+    parts_->calls.async([extension = parts_->extension, identifier = std::move(identifier), pageSize,
+                         lines = parts_->lines(std::move(output)), &calls = parts_->calls] {
+        brindlemar::callList(*extension, identifier, pageSize, lines, calls);
     });
 }
 

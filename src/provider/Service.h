@@ -32,7 +32,7 @@ public:
     /// Ends waits for absent hosts and slow readers, now and from now on. The first step of an end.
     void stop();
 
-    // What the control socket offers. Return at once; calls run in tasks.
+    // What the control socket offers. Return at once; calls run on a queue of their own.
     std::string status() const;
     std::optional<std::string> endpoint(const std::string& serviceName);
     void callItem(std::string identifier, CallOutput output);

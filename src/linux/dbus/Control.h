@@ -47,8 +47,9 @@ public:
     };
     using Result = std::variant<std::unique_ptr<ControlServer>, Refusal>;
 
-    /// A client has 1,024 calls under way at most, all together 4,096; beyond that a call is answered with an error.
-    static constexpr long kMostCallsOfOne = 1024, kMostCalls = 4096;
+    /// What one client has under way at most, and what all have together; beyond that a call is answered with an error.
+    /// Listings are heavy: each is read, written out page by page, and waits for its reader.
+    static constexpr long kMostItems = 1024, kMostLists = 64, kMostCalls = 4096;
 
     /// One server per run-time directory: a socket that nobody answers on is replaced, a live one is left alone. The
     /// directory must outlive the server.
@@ -62,7 +63,7 @@ private:
 
     const ControlHandlers handlers_;
     const Diagnostic diagnostic_;
-    const std::shared_ptr<void> calls_ = std::make_shared<char>(); // each call under way holds a reference
+    const std::shared_ptr<void> calls_ = std::make_shared<char>(); // a reference for each call under way
     PeerThreads threads_;
     std::unique_ptr<ListeningSocket> socket_; // stops first
 };

@@ -17,17 +17,20 @@ constexpr std::size_t kMostConnections = 128;
 constexpr std::chrono::minutes kIdleTime{15};
 constexpr std::chrono::seconds kLockTime{5};
 
+/// Its references tell how many calls are under way: each holds one, beside the owner's.
+using Count = std::shared_ptr<void>;
+
+struct Client {
+    Count items = std::make_shared<char>(), lists = std::make_shared<char>();
+};
+
 /// One message of a client, and what it is served with.
 struct Call {
     const ControlHandlers& handlers;
-    /// Each call under way holds a reference to both.
-    const std::shared_ptr<void>& ofClient;
-    const std::shared_ptr<void>& ofAll;
+    const Client& client;
+    const Count& all;
     sd_bus_message* message;
 
-    bool isOneTooMany() const {
-        return ofClient.use_count() > ControlServer::kMostCallsOfOne || ofAll.use_count() > ControlServer::kMostCalls;
-    }
     template <class... Values>
     int refuse(const char* error, const char* text, const Values&... values) const {
         return sd_bus_reply_method_errorf(message, error, text, values...);
@@ -51,14 +54,14 @@ int endpoint(const Call& call) {
 }
 
 /// Answers before the handler runs: the caller then waits for lines, not for an answer.
-CallOutput takeOutput(const Call& call, int borrowed) {
+CallOutput takeOutput(const Call& call, int borrowed, const Count& count, long most) {
     struct stat info {};
     CallOutput output;
     if (::fstat(borrowed, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode))) {
         call.refuse(SD_BUS_ERROR_INVALID_ARGS, "the output must be a pipe or a socket");
         return output; // writing elsewhere could block without end
     }
-    if (call.isOneTooMany()) {
+    if (count.use_count() > most || call.all.use_count() > ControlServer::kMostCalls) {
         call.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls are under way");
         return output;
     }
@@ -67,8 +70,7 @@ CallOutput takeOutput(const Call& call, int borrowed) {
         call.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "the service has no descriptor left");
         return output;
     }
-    output = {std::move(own),
-              std::make_shared<std::pair<std::shared_ptr<void>, std::shared_ptr<void>>>(call.ofClient, call.ofAll)};
+    output = {std::move(own), std::make_shared<std::pair<Count, Count>>(count, call.all)};
     sd_bus_reply_method_return(call.message, nullptr);
     return output;
 }
@@ -77,7 +79,8 @@ int callItem(const Call& call) {
     const char* identifier = nullptr;
     int borrowed = -1;
     if (const int failed = sd_bus_message_read(call.message, "sh", &identifier, &borrowed); failed < 0) return failed;
-    if (CallOutput output = takeOutput(call, borrowed)) call.handlers.callItem(identifier, std::move(output));
+    CallOutput output = takeOutput(call, borrowed, call.client.items, ControlServer::kMostItems);
+    if (output) call.handlers.callItem(identifier, std::move(output));
     return 0;
 }
 
@@ -87,7 +90,8 @@ int callList(const Call& call) {
     int borrowed = -1;
     if (const int failed = sd_bus_message_read(call.message, "suh", &identifier, &pageSize, &borrowed); failed < 0)
         return failed;
-    if (CallOutput output = takeOutput(call, borrowed)) call.handlers.callList(identifier, pageSize, std::move(output));
+    CallOutput output = takeOutput(call, borrowed, call.client.lists, ControlServer::kMostLists);
+    if (output) call.handlers.callList(identifier, pageSize, std::move(output));
     return 0;
 }
 
@@ -141,8 +145,10 @@ ControlServer::Result ControlServer::start(const RuntimeDirectory& directory, Co
         server->socket_->start(
             [self = server.get()](FileDescriptor connection) {
                 auto socket = std::make_shared<FileDescriptor>(std::move(connection));
-                const bool started = self->threads_.start(
-                    [self, socket](PeerThreads::Seat& seat) { self->serve(std::move(*socket), seat); });
+                const bool started =
+                    self->threads_.start(peerProcess(socket->get()), [self, socket](PeerThreads::Seat& seat) {
+                        self->serve(std::move(*socket), seat);
+                    });
                 if (!started) self->diagnostic_("A control connection was refused: there are too many.");
             },
             server->diagnostic_);
@@ -163,7 +169,7 @@ void ControlServer::serve(FileDescriptor socket, PeerThreads::Seat& seat) {
     const std::unique_ptr<BusPeer> peer = BusPeer::open(std::move(socket), BusPeer::Role::server);
     if (!peer || !peer->authenticate(wake)) return;
     seat.admit();
-    const std::shared_ptr<void> calls = std::make_shared<char>();
+    const Client client;
     auto deadline = std::chrono::steady_clock::now() + kIdleTime;
     while (!wake.stopped() && !peer->isClogged()) {
         BusMessage message;
@@ -171,7 +177,7 @@ void ControlServer::serve(FileDescriptor socket, PeerThreads::Seat& seat) {
         if (next == BusPeer::Next::ended) return;
         if (next == BusPeer::Next::message) {
             seat.heard();
-            dispatch({handlers_, calls, calls_, message.get()}, diagnostic_);
+            dispatch({handlers_, client, calls_, message.get()}, diagnostic_);
             deadline = std::chrono::steady_clock::now() + kIdleTime;
         } else if (std::chrono::steady_clock::now() >= deadline) {
             return;

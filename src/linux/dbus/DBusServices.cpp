@@ -127,9 +127,10 @@ void DBusServices::Listener::resume() {
     if (resumed_.with([](bool& resumed) { return std::exchange(resumed, true); })) return;
     auto accept = [weak = weak_from_this(), &services = services_](FileDescriptor connection) {
         auto socket = std::make_shared<FileDescriptor>(std::move(connection));
-        const bool started = services.threads_.start([weak, socket, &services](PeerThreads::Seat& seat) {
-            serve(weak, std::move(*socket), services.diagnostic_, seat);
-        });
+        const bool started =
+            services.threads_.start(peerProcess(socket->get()), [weak, socket, &services](PeerThreads::Seat& seat) {
+                serve(weak, std::move(*socket), services.diagnostic_, seat);
+            });
         if (!started) services.diagnostic_("A service connection was refused: there are too many.");
     };
     try {

@@ -1,5 +1,7 @@
 #include "linux/dbus/PeerThreads.h"
 
+#include "linux/Crowd.h"
+
 #include <chrono>
 #include <string>
 #include <utility>
@@ -35,7 +37,7 @@ PeerThreads::~PeerThreads() {
     joinFinished();
 }
 
-bool PeerThreads::start(Body body) {
+bool PeerThreads::start(pid_t process, Body body) {
     joinFinished();
     std::unique_lock lock(mutex_);
     makeRoom(lock);
@@ -43,7 +45,7 @@ bool PeerThreads::start(Body body) {
     auto seat = seats_.end();
     try {
         // The seat is listed before its thread runs, and the thread leaves under the lock that is held here.
-        seat = seats_.insert(seats_.end(), Seat(*this));
+        seat = seats_.insert(seats_.end(), Seat(*this, process));
         seat->place_ = seat;
         seat->thread_ = std::thread([this, seat, body = std::move(body)]() mutable { run(*seat, body); });
     } catch (const std::exception&) {
@@ -55,10 +57,10 @@ bool PeerThreads::start(Body body) {
 
 void PeerThreads::makeRoom(std::unique_lock<std::mutex>& lock) {
     if (seats_.size() < limit_) return;
-    auto last = seats_.end();
-    for (auto seat = seats_.begin(); seat != seats_.end(); ++seat)
-        if (!seat->wake_->stopped() && (last == seats_.end() || seat->standing_ < last->standing_)) last = seat;
-    if (last != seats_.end()) last->wake_->stop();
+    const auto last = lastOfTheCrowd(
+        seats_.begin(), seats_.end(), [](const Seat& seat) { return seat.process_; },
+        [](const Seat& seat) { return std::pair(seat.wake_->stopped(), seat.standing_); });
+    last->wake_->stop();
     left_.wait_for(lock, kLeavingTime, [this] { return closing_ || seats_.size() < limit_; });
 }
 

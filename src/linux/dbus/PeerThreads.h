@@ -12,8 +12,9 @@
 
 namespace brindlemar {
 
-/// Thread-safe. When the house is full, a newcomer makes another peer go: a stranger if there is one, else one that has
-/// not been heard yet, else the one that was heard least lately. So idle peers cannot keep others out.
+/// Thread-safe. When the house is full, a newcomer makes another peer go: of the process that has the most connections
+/// a stranger, else one that has not been heard yet, else the one that was heard least lately. So neither idle peers
+/// nor any one process can keep others out.
 class PeerThreads {
 public:
     /// What a peer's thread knows of its place here.
@@ -29,10 +30,11 @@ public:
     private:
         friend class PeerThreads;
         enum class Standing { stranger, admitted, heard };
-        explicit Seat(PeerThreads& house) : house_(house), wake_(std::make_shared<Wake>()) {}
+        Seat(PeerThreads& house, pid_t process) : house_(house), process_(process), wake_(std::make_shared<Wake>()) {}
         void rise(Standing standing);
 
         PeerThreads& house_;
+        pid_t process_;
         std::shared_ptr<Wake> wake_;
         std::thread thread_;
         Standing standing_ = Standing::stranger;
@@ -45,9 +47,9 @@ public:
     /// Stops every thread and waits for its end; never on one of these threads.
     ~PeerThreads();
 
-    /// Runs the body on a thread of its own; may wait a moment for another to leave. False when there is no room, or no
-    /// thread, descriptor or memory to be had.
-    bool start(Body body);
+    /// Runs the body for this process on a thread of its own; may wait a moment for another to leave. False when there
+    /// is no room, or no thread, descriptor or memory to be had.
+    bool start(pid_t process, Body body);
 
 private:
     void run(Seat& seat, Body& body) noexcept;

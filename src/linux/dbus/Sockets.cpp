@@ -49,12 +49,6 @@ FileDescriptor connectSocket(const std::string& path) {
     return socket;
 }
 
-pid_t peerProcess(int socket) {
-    struct ucred peer {};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
-}
-
 std::unique_ptr<ListeningSocket> ListeningSocket::open(const RuntimeDirectory& directory, std::string name) {
     sockaddr_un address;
     if (!fill(address, directory.socketPath(name))) {

@@ -14,9 +14,6 @@ namespace brindlemar {
 /// (EPERM), or when the queue stayed full (EAGAIN).
 FileDescriptor connectSocket(const std::string& path);
 
-/// The process that opened the other end of a connected socket (SO_PEERCRED, unix(7)); 0 when it is not known.
-pid_t peerProcess(int socket);
-
 /// A listening socket with mode 0600 in the run-time directory; its file goes away with it. The directory must outlive
 /// it.
 class ListeningSocket {

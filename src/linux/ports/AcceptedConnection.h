@@ -32,8 +32,9 @@ public:
     void timeUp() override;
     void failed(const char* why) override;
 
-    /// Kept by the port, on the poller's thread: whether the sender has sent a message, and the order of the last ones.
-    std::pair<bool, std::uint64_t> standing;
+    // Kept by the port, on the poller's thread.
+    pid_t process = 0;                       // the sender's
+    std::pair<bool, std::uint64_t> standing; // whether it has sent a message, and the order of the last ones
 
 private:
     struct Answer {

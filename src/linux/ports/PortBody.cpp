@@ -17,7 +17,7 @@ namespace {
 constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
 /// A process has 65,530 as a rule (vm.max_map_count), and its threads and its memory need some of them.
-constexpr int kMostMappings = 16'384;
+constexpr int kMostMappings = 4096;
 std::atomic<int> mappings{0};
 
 /// Null bytes when there is no room.

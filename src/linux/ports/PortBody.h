@@ -13,7 +13,7 @@ FileDescriptor sealBody(std::string_view bytes);
 
 /// The sender's bytes, mapped read-only for as long as the payload lives, or copied when they are few; the descriptor
 /// is closed at once. Refused unless it is a memory file sealed so that the sender can neither change the bytes nor
-/// take them away, and holds `length` bytes; refused too when 16,384 such payloads are alive in this process.
+/// take them away, and holds `length` bytes; refused too when 4,096 such payloads are alive in this process.
 std::variant<Payload, FrameFault> takeBody(FileDescriptor descriptor, std::uint64_t length);
 
 } // namespace brindlemar

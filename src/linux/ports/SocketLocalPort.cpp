@@ -1,11 +1,11 @@
 #include "linux/ports/SocketLocalPort.h"
 
+#include "linux/Crowd.h"
 #include "linux/ports/AcceptedConnection.h"
 #include "linux/ports/PortAddress.h"
 
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -75,13 +75,17 @@ void SocketLocalPort::adopt(FileDescriptor socket) {
         return context_->diagnose(file_, "refused a connection: its sender belongs to another user");
     const auto self = std::static_pointer_cast<SocketLocalPort>(shared_from_this());
     const auto connection = std::make_shared<AcceptedConnection>(context_, self, std::move(socket));
+    connection->process = peerProcess(connection->descriptor());
     connection->standing = {false, ++moment_};
     std::shared_ptr<AcceptedConnection> last; // gives way
     const bool adopted = listening_.with([&](Listening& listening) {
         auto& all = listening.connections;
-        const auto standing = [](const auto& entry) { return entry.second->standing; };
         if (listening.over) return false;
-        if (all.size() >= kMostConnections) last = std::ranges::min_element(all, {}, standing)->second;
+        if (all.size() >= kMostConnections)
+            last = lastOfTheCrowd(
+                       all.begin(), all.end(), [](const auto& entry) { return entry.second->process; },
+                       [](const auto& entry) { return entry.second->standing; })
+                       ->second;
         all.emplace(connection->descriptor(), connection);
         return true;
     });

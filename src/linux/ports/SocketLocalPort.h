@@ -12,7 +12,7 @@ class AcceptedConnection;
 
 /// Messages are taken off the sockets on the poller's thread as soon as they come, whatever the dispatch queue does.
 /// Connections are few, so that no peer can use up the process's descriptors: one that is too many makes another give
-/// way, one that has sent no message before any other, then the one that has been silent longest.
+/// way. It is of the process that has the most, and there one that has sent no message, else the longest silent.
 class SocketLocalPort final : public QueuedLocalPort, public PortPoller::Client {
 public:
     /// None where PortPlace::take gives none.
