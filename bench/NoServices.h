@@ -1,6 +1,7 @@
 // Platform services that do nothing, for programs that need a bundle and use little of it.
 #pragma once
 
+#include "linux/files/LinuxFiles.h"
 #include "platform/Platform.h"
 
 namespace brindlemar {
@@ -11,11 +12,14 @@ struct NoPorts final : MessagePorts {
 };
 struct NoManagers final : NSFileProviderManagers {
     std::shared_ptr<NSFileProviderManager> manager(const NSFileProviderDomain&) override { return nullptr; }
+    void getIdentifierForUserVisibleFile(const FileURL&, IdentifierHandler handler) override {
+        handler(std::nullopt, std::nullopt, noSuchItem());
+    }
 };
 struct NoXPC final : XPCServices {
     std::shared_ptr<XPCListener> makeAnonymousListener() override { return nullptr; }
 };
-struct NoFiles final : Files {
+struct NoFiles final : LinuxFiles {
     bool writeAtomically(std::string_view, std::string_view) override { return false; }
     void printLine(std::string_view) override {}
 };

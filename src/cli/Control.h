@@ -1,6 +1,8 @@
 // What the commands ask the running service.
 #pragma once
 
+#include <boost/json/object.hpp>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -19,8 +21,8 @@ public:
     /// JSON text; none on failure.
     virtual std::optional<std::string> status() = 0;
     /// False when the service did not take the call; error() then says why.
-    virtual bool callItem(const std::string& identifier, const LineHandler& handler) = 0;
-    virtual bool callList(const std::string& identifier, std::uint32_t pageSize, const LineHandler& handler) = 0;
+    virtual bool call(const std::string& operation, const boost::json::object& arguments,
+                      const LineHandler& handler) = 0;
     virtual std::string error() const = 0;
 };
 

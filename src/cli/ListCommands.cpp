@@ -1,8 +1,9 @@
-#include "cli/Commands.h"
-#include "cli/Failure.h"
-#include "cli/Items.h"
+#include "cli/CommandLine.h"
+#include "cli/Paths.h"
 #include "cli/Text.h"
 
+#include <boost/json/array.hpp>
+#include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
 #include <algorithm>
@@ -39,14 +40,14 @@ struct Tree {
 
     void print(const Item& folder, const std::string& path, const std::string& indent) {
         std::vector<std::pair<Item, json::object>> children;
-        listContainer(control, folder.identifier, path.empty() ? "/" : path, [&](const json::object& child) {
+        listFolder(control, folder.identifier, path.empty() ? "/" : path, [&](const json::object& child) {
             children.emplace_back(readItem(child), asJSON ? child : json::object());
         });
         std::sort(children.begin(), children.end(),
                   [](const auto& one, const auto& other) { return byName(one.first, other.first); });
         for (auto& [item, object] : children) {
             const bool last = &item == &children.back().first;
-            const std::string below = path.empty() ? item.filename : path + "/" + item.filename;
+            const std::string below = joined(path, item.filename);
             ++(item.folder ? folders : files);
             if (asJSON) {
                 object["path"] = below;
@@ -62,40 +63,98 @@ struct Tree {
         }
     }
 };
-} // namespace
-
-void printFolder(Control& control, Output& output, const ListOptions& options) {
-    const FoundItem found = findPath(control, options.path);
-    const auto printJSON = [&](const json::object& item) { output.line(json::serialize(item)); };
-    if (!found.item.folder) {
-        if (options.json)
-            printJSON(found.json);
-        else
-            printRows(output, {found.item}, options.details);
-        return;
-    }
+void printFolder(Session& session, const std::string& path, bool details) {
+    Control& control = session.control();
+    const FoundItem found = findPath(control, path);
     std::size_t count = 0;
     std::vector<Item> items;
-    listContainer(control, found.item.identifier, options.path, [&](const json::object& item) {
+    const auto take = [&](const json::object& item) {
         ++count;
-        if (options.json)
-            printJSON(item);
+        if (session.json)
+            session.output.line(json::serialize(item));
         else
             items.push_back(readItem(item));
-    });
+    };
+    if (found.item.folder)
+        listFolder(control, found.item.identifier, path, take);
+    else
+        take(found.json);
     if (count == 0 && hostIsMissing(control)) throw hostNotRunning();
-    printRows(output, std::move(items), options.details);
+    printRows(session.output, std::move(items), details);
 }
 
-void printTree(Control& control, Output& output, const std::string& path, bool json) {
+void printTree(Session& session, const std::string& path) {
+    Control& control = session.control();
+    Output& output = session.output;
     const FoundItem found = findPath(control, path);
-    Tree tree{control, output, json};
-    if (!json) output.line(path.empty() ? "/" : output.shown(path));
+    Tree tree{control, output, session.json};
+    if (!session.json) output.line(path.empty() ? "/" : output.shown(path));
     if (found.item.folder) tree.print(found.item, path, "");
     if (tree.folders + tree.files == 0 && found.item.folder && hostIsMissing(control)) throw hostNotRunning();
-    if (json) return;
+    if (session.json) return;
     output.line("");
     output.line(counted(tree.folders, "folder") + ", " + counted(tree.files, "file"));
+}
+
+const json::object* objectMember(const json::object& object, std::string_view key) {
+    const json::value* value = object.if_contains(key);
+    return value ? value->if_object() : nullptr;
+}
+
+std::string text(const json::object& object, std::string_view key) {
+    const json::value* value = object.if_contains(key);
+    if (!value || value->is_null()) return "";
+    return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
+}
+
+void printStatus(Session& session) {
+    Control& control = session.control();
+    Output& output = session.output;
+    const std::optional<std::string> status = control.status();
+    if (!status) throwBrokenCall(control, control.error());
+    if (session.json) return output.line(*status);
+    json::error_code error;
+    const json::value parsed = json::parse(*status, error);
+    if (error || !parsed.is_object()) throwBrokenCall(control, "its status is no JSON object");
+    const json::object& object = parsed.get_object();
+    const json::object none;
+    const auto part = [&](std::string_view key) -> const json::object& {
+        const json::object* found = objectMember(object, key);
+        return found ? *found : none;
+    };
+    const std::string reason = text(part("domain"), "reason");
+    const std::pair<const char*, std::string> rows[] = {
+        {"Service      ",
+         "running, pid " + text(part("service"), "pid") + ", version " + text(part("service"), "version")},
+        {"Domain       ", text(part("domain"), "identifier") + ", " + text(part("domain"), "state") +
+                              (reason.empty() ? "" : ": " + reason)},
+        {"Configured   ", text(object, "configured") == "true" ? "yes" : "no"},
+        {"Signals      ", text(part("signals"), "pending") + " pending, " + text(part("signals"), "total") + " in all"},
+        {"Requests     ", text(part("requests"), "waiting") + " waiting"},
+    };
+    for (const auto& [label, value] : rows) output.line(label + output.shown(value));
+    const json::value* connections = object.if_contains("connections");
+    if (!connections || !connections->is_array()) return;
+    for (const json::value& each : connections->get_array())
+        if (each.is_object())
+            output.line("Connection   " + output.shown(text(each.get_object(), "name")) + " (" +
+                        output.shown(text(each.get_object(), "domain")) + ")");
+}
+} // namespace
+
+void addListCommands(CommandLine& line) {
+    const auto path = std::make_shared<std::string>();
+    const auto details = std::make_shared<bool>(false);
+    line.add(line.app, "status", "Show the state of the service", printStatus);
+
+    CLI::App& ls =
+        line.add(line.app, "ls", "List a folder", [=](Session& session) { printFolder(session, *path, *details); });
+    ls.add_flag("-l", *details, "Show kind, size in bytes, date and name");
+    ls.add_option("PATH", *path, "The folder; without it, the connections");
+
+    CLI::App& tree = line.add(line.app, "tree", "Draw a folder and all below it",
+                              [=](Session& session) { printTree(session, *path); });
+    tree.add_option("PATH", *path, "The folder; without it, the connections");
 }
 
 } // namespace brindlemar::cli

@@ -1,29 +1,26 @@
 #include "cli/LiveControl.h"
 
+#include <boost/json/serialize.hpp>
+
+#include <poll.h>
+
 #include <cerrno>
 
 namespace brindlemar::cli {
 
-namespace {
-bool readAnswer(const std::optional<FileDescriptor>& input, const Control::LineHandler& handler) {
-    if (input) readLines(*input, handler);
+bool LiveControl::call(const std::string& operation, const boost::json::object& arguments, const LineHandler& handler) {
+    const auto input = client_.call(operation, boost::json::serialize(arguments));
+    if (input) readLines(*input, handler, stop_);
     return input.has_value();
 }
-} // namespace
 
-bool LiveControl::callItem(const std::string& identifier, const LineHandler& handler) {
-    return readAnswer(client_.callItem(identifier), handler);
-}
-
-bool LiveControl::callList(const std::string& identifier, std::uint32_t pageSize, const LineHandler& handler) {
-    return readAnswer(client_.callList(identifier, pageSize), handler);
-}
-
-void readLines(const FileDescriptor& input, const Control::LineHandler& handler) {
+void readLines(const FileDescriptor& input, const Control::LineHandler& handler, int stop) {
     std::string text;
     char buffer[65536];
     for (;;) {
-        const ssize_t got = ::read(input.get(), buffer, sizeof buffer);
+        pollfd ends[] = {{input.get(), POLLIN, 0}, {stop, POLLIN, 0}};
+        const bool stopped = ::poll(ends, std::size(ends), -1) > 0 && ends[1].revents != 0;
+        const ssize_t got = stopped ? 0 : ::read(input.get(), buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break;
         std::size_t from = 0, searched = text.size();

@@ -22,6 +22,10 @@ public:
     std::variant<std::shared_ptr<NSFileProviderEnumerator>, NSError> enumerator(ItemIdentifier container) override;
     std::shared_ptr<NSProgress> supportedServiceSources(ItemIdentifier identifier,
                                                         ServiceSourcesHandler completionHandler) override;
+    std::shared_ptr<NSProgress> fetchContents(ItemIdentifier identifier, FetchHandler completionHandler) override;
+    std::shared_ptr<NSProgress> createItem(ItemTemplate basedOn, ChangeHandler completionHandler) override;
+    std::shared_ptr<NSProgress> modifyItem(ItemChange change, ChangeHandler completionHandler) override;
+    std::shared_ptr<NSProgress> deleteItem(ItemIdentifier identifier, ErrorHandler completionHandler) override;
     void invalidate() override;
 
 private:

@@ -54,7 +54,11 @@ BrindlemarFileProviderItem::BrindlemarFileProviderItem(Timestamp now)
 
 std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::fromJSON(const JSON& json,
                                                                                  const Context& context) {
-    const HostItemFields fields = HostItemFields::read(json);
+    return fromFields(HostItemFields::read(json), context);
+}
+
+std::shared_ptr<BrindlemarFileProviderItem> BrindlemarFileProviderItem::fromFields(const HostItemFields& fields,
+                                                                                   const Context& context) {
     if (!fields.isComplete()) return nullptr;
     return std::make_shared<BrindlemarFileProviderItem>(fields, context, Platform::now(), OwnedTexts{});
 }

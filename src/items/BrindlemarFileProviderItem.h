@@ -22,6 +22,7 @@ public:
 
     /// A record of one item object of the host; none when the object lacks name, parentID, itemID or mtime.
     static std::shared_ptr<BrindlemarFileProviderItem> fromJSON(const JSON& json, const Context& context);
+    static std::shared_ptr<BrindlemarFileProviderItem> fromFields(const HostItemFields& fields, const Context& context);
     static std::shared_ptr<BrindlemarFileProviderItem> rootItemForDomain(std::string_view domain, bool writableRoot);
     static std::shared_ptr<BrindlemarFileProviderItem> trashItemForDomain(std::string_view domain);
     /// The record as cached; none when a member is missing or of another type.

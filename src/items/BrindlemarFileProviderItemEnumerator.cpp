@@ -1,5 +1,6 @@
 #include "items/BrindlemarFileProviderItemEnumerator.h"
 
+#include "items/ConnectionRoots.h"
 #include "items/ItemListing.h"
 #include "messaging/BxMessages.h"
 #include "platform/Platform.h"
@@ -27,25 +28,6 @@ PageCut cutPage(std::size_t itemCount, std::int64_t start, std::int64_t pageSize
     const std::size_t first = std::min(static_cast<std::size_t>(std::max<std::int64_t>(start, 0)), itemCount);
     if (itemCount - first <= size) return {first, itemCount - first, std::nullopt};
     return {first, size, static_cast<std::int64_t>(first + size)};
-}
-
-std::shared_ptr<const ItemList> connectionRoots(const std::vector<std::string>& connections,
-                                                const BrindlemarFileProviderItem::Context& context) {
-    auto list = std::make_shared<ItemList>();
-    for (const std::string& record : connections) {
-        const auto connection = parseConnection(record);
-        if (!connection) continue;
-        auto item = BrindlemarFileProviderItem::fromJSON(JSON::object({{"name", connection->name},
-                                                                       {"size", 0},
-                                                                       {"folder", true},
-                                                                       {"parentID", "00"},
-                                                                       {"itemID", connection->domain},
-                                                                       {"permissions", 550},
-                                                                       {"mtime", 1659538288}}),
-                                                         context);
-        if (item) list->push_back(std::move(item));
-    }
-    return list;
 }
 
 BrindlemarFileProviderItemEnumerator::BrindlemarFileProviderItemEnumerator(Container container)
@@ -119,14 +101,18 @@ void BrindlemarFileProviderItemEnumerator::replyArrived(std::string_view reply, 
     log.info("enumerateItems handler - (for: ", container_.itemID);
     const auto list =
         parseItemListing(reply, {.withDomain = container_.domain, .writableRoot = container_.writableRoot});
-    if (container_.provider) {
-        Platform::current().backgroundQueue.async(
-            [provider = container_.provider, list, domain = container_.domain, key = listingKey()] {
-                provider->caches->storeItems(list, domain);
-                provider->caches->storeListing(list, key);
-            });
-    }
+    cacheListing(list, container_.domain, container_.itemID);
     report(list, observer, page);
+}
+
+void BrindlemarFileProviderItemEnumerator::cacheListing(std::shared_ptr<const ItemList> list, const std::string& domain,
+                                                        std::string_view containerID) const {
+    if (!container_.provider) return;
+    Platform::current().backgroundQueue.async(
+        [provider = container_.provider, list = std::move(list), domain, key = cacheKey(domain, containerID)] {
+            provider->caches->storeItems(list, domain);
+            provider->caches->storeListing(list, key);
+        });
 }
 
 void BrindlemarFileProviderItemEnumerator::report(const std::shared_ptr<const ItemList>& list, const Observer& observer,
@@ -149,13 +135,6 @@ void BrindlemarFileProviderItemEnumerator::report(const std::shared_ptr<const It
     observer->didEnumerateItems(ItemBatch(list, cut.first, cut.count));
     observer->finishEnumeratingUpToPage(cut.next ? std::optional<NSFileProviderPage>(*cut.next) : std::nullopt);
     if (isFirst && cut.next) logElapsed();
-}
-
-void BrindlemarFileProviderItemEnumerator::invalidate() {
-    LogScope(Logger::shared(), "invalidate()").info("invalidate: ", container_.itemID);
-    if (!container_.provider || !container_.rawContainer) return;
-    container_.provider->enumerators.with(
-        [&](EnumeratorLists& lists) { std::erase(lists.liveEnumerators, *container_.rawContainer); });
 }
 
 } // namespace brindlemar

@@ -24,6 +24,9 @@ public:
 
     void enumerateItems(std::shared_ptr<NSFileProviderEnumerationObserver> observer,
                         NSFileProviderPage startingAt) override;
+    void enumerateChanges(std::shared_ptr<NSFileProviderChangeObserver> observer,
+                          NSFileProviderSyncAnchor from) override;
+    void currentSyncAnchor(std::function<void(NSFileProviderSyncAnchor)> completionHandler) override;
     void invalidate() override;
 
     const Container& container() const { return container_; }
@@ -36,15 +39,22 @@ private:
     void replyArrived(std::string_view reply, const Observer& observer, const NSFileProviderPage& page) const;
     void report(const std::shared_ptr<const ItemList>& list, const Observer& observer,
                 const NSFileProviderPage& page) const;
+    void cacheListing(std::shared_ptr<const ItemList> list, const std::string& domain,
+                      std::string_view containerID) const;
+    // Changes. Each ends with one finish.
+    using ChangeObserver = std::shared_ptr<NSFileProviderChangeObserver>;
+    void askHostForDeletions(const ChangeObserver& observer);
+    void deletionsArrived(std::string_view reply, NSFileProviderChangeObserver& observer) const;
+    void workingSetPass(const ChangeObserver& observer);
+    void listAgain(const ItemIdentifier& container, const ChangeObserver& observer);
+    std::optional<std::vector<ItemIdentifier>> strangersAtTop() const;
+    void reconcileTop(NSFileProviderChangeObserver& observer) const;
+    void reportDeleted(NSFileProviderChangeObserver& observer, std::vector<ItemIdentifier> identifiers) const;
     std::string listingKey() const { return cacheKey(container_.domain, container_.itemID); }
 
     const Container container_;
     const Timestamp start_;
 };
-
-/// The records of the connections' top-level folders, in order. A connection record without a domain is left out.
-std::shared_ptr<const ItemList> connectionRoots(const std::vector<std::string>& connections,
-                                                const BrindlemarFileProviderItem::Context& context);
 
 /// Which items of a list make the page that starts at `start`.
 struct PageCut {

@@ -20,6 +20,7 @@ public:
         if (descriptor_ >= 0) ::close(descriptor_);
     }
     int get() const { return descriptor_; }
+    void reset() { FileDescriptor closing = std::move(*this); }
     int release() { return std::exchange(descriptor_, -1); }
     explicit operator bool() const { return descriptor_ >= 0; }
 

@@ -118,6 +118,11 @@ void BxMessages::deletedItemIDs(const DeletedItemIDs& request, OptionalTextHandl
          });
 }
 
+void BxMessages::administer(const RequestRow& row, const std::string& withDomain, std::vector<JSON> values,
+                            TextHandler completionHandler) {
+    sendRow(row, withDomain, std::move(values), once(std::move(completionHandler)));
+}
+
 void BxMessages::reconnect(const std::string& withDomain, TextHandler completionHandler) {
     sendRow(kHostCommands[0], withDomain, {}, once(std::move(completionHandler)));
 }

@@ -75,12 +75,21 @@ void BxMessages::send(const Outgoing& request, CompletionEntry completion) {
     if (request.subject.empty() && !row.noSubject.text.empty()) scope.at(row.noSubject.level, row.noSubject.text);
     log(scope, row.starting, request.subject);
     const std::optional<std::string> payload = request.payload();
-    if (!payload) return;
+    if (!payload) {
+        if (row.reportsEncoding) scope.error(unencodable().localizedDescription());
+        return;
+    }
     CompletionEntry entry = std::move(completion);
     if (!row.answered.text.empty())
         entry = [&row, subject = request.subject, inner = std::move(entry)](auto reply, auto error) {
             log(LogScope(messageLogger(), row.function), row.answered, subject);
             return inner(std::move(reply), std::move(error));
+        };
+    if (row.delivery == ReplyDelivery::mainQueue)
+        entry = [inner = std::move(entry)](auto reply, auto error) {
+            Platform::current().mainQueue.async(
+                [inner, reply = std::move(reply), error = std::move(error)] { inner(reply, error); });
+            return kFinished;
         };
     if (row.variant == SendVariant::callerThread) return registerAndSend(row, port, *payload, std::move(entry));
     Platform::current().mainQueue.async([this, &row, port, payload = *payload, entry = std::move(entry)] {

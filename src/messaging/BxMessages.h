@@ -1,6 +1,7 @@
 // The host messaging object: every request to the host application, and the way back of its answers.
 #pragma once
 
+#include "messaging/Administration.h"
 #include "messaging/PortDirectory.h"
 #include "messaging/Request.h"
 #include "messaging/RequestTable.h"
@@ -20,13 +21,12 @@ namespace brindlemar {
 /// the completion is how its owner learns of it. `mainQueue` requests return before their message is sent,
 /// `callerThread` requests after it. A send takes at most 3 seconds and
 /// waits for those before it.
-class BxMessages {
+class BxMessages final : public Administration {
 public:
     static BxMessages& sharedInstance();
     /// Drops the shared instance with its ports and waiting entries. For tests, while nobody uses it.
     static void reset();
 
-    using TextHandler = std::function<void(Payload reply, std::optional<NSError> error)>;
     /// Returns kFinished or kKeepListening.
     using RepeatingTextHandler = std::function<int(Payload reply, std::optional<NSError> error)>;
     using OptionalTextHandler = std::function<void(std::optional<Payload> reply, std::optional<NSError> error)>;
@@ -38,6 +38,8 @@ public:
 
     /// True when there is a port to some host.
     bool connected() const { return ports_.hasHostPort(); }
+    /// True when the domain's host was found and has not gone since. Never blocks.
+    bool isReachable(const std::string& domain) const { return ports_.isReachable(domain); }
     /// The host port of the domain, or none. `canRetry` changes nothing: a lookup that has to create the port always
     /// tries ten times.
     std::shared_ptr<RemotePort> port(const std::string& forDomain, bool canRetry = true);
@@ -93,6 +95,9 @@ public:
         std::string item, withDomain;
     };
     void deletedItemIDs(const DeletedItemIDs& request, OptionalTextHandler completionHandler);
+
+    void administer(const RequestRow& row, const std::string& withDomain, std::vector<JSON> values,
+                    TextHandler completionHandler) override;
 
     // Commands to the host itself.
     void reconnect(const std::string& withDomain, TextHandler completionHandler);

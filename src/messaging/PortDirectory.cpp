@@ -106,6 +106,14 @@ bool PortDirectory::holds(const RemotePort& port) const {
     });
 }
 
+bool PortDirectory::isReachable(const std::string& domain) const {
+    const auto port = state_.with([&](const State& state) -> std::shared_ptr<RemotePort> {
+        const auto found = state.machPorts.find(domain);
+        return found == state.machPorts.end() ? nullptr : found->second;
+    });
+    return port && port->isValid();
+}
+
 bool PortDirectory::hasHostPort() const {
     return state_.with([](const State& state) { return !state.machPorts.empty(); });
 }

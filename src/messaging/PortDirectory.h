@@ -29,6 +29,7 @@ public:
 
     /// True while the port is the host port of some domain.
     bool holds(const RemotePort& port) const;
+    bool isReachable(const std::string& domain) const;
     bool hasHostPort() const;
     /// Drops every host port, or reply port, that is this one.
     void forgetHostPort(const MessagePort& port);

@@ -17,6 +17,9 @@ enum class RootIdentifier { sentAsZero, unchanged };
 /// What the completion gets for a text when the host cannot be reached.
 enum class UnreachableText { empty, none };
 
+/// Where the completion runs when an answer has come; when the host cannot be reached it runs on the calling thread.
+enum class ReplyDelivery { direct, mainQueue }; // direct: on the background queue
+
 /// The names of a request's members beside "command", in the order of the values.
 struct RequestKeys {
     std::array<std::string_view, 4> names{};
@@ -39,6 +42,12 @@ struct RequestRow {
     RootIdentifier root = RootIdentifier::unchanged;
     SendVariant variant = SendVariant::mainQueue;
     UnreachableText unreachable = UnreachableText::empty;
+    ReplyDelivery delivery = ReplyDelivery::direct; // mainQueue: for one answer only
+    bool reportsEncoding = false;                   // an error line when the payload cannot be built
+
+    /// The operation's base name, "getACL".
+    constexpr std::string_view method() const { return function.substr(0, function.find('(')); }
+
     // Lines that name the request's subject, which is its first value unless the request says otherwise.
     RequestLine starting{};  // before the payload is built
     RequestLine noPort{};    // the host cannot be reached

@@ -51,6 +51,11 @@ public:
     virtual ~NSFileProviderManagers() = default;
     /// The manager of the domain with this identifier; none when no such domain is registered.
     virtual std::shared_ptr<NSFileProviderManager> manager(const NSFileProviderDomain& domain) = 0;
+    using IdentifierHandler = std::function<void(std::optional<ItemIdentifier> item,
+                                                 std::optional<std::string> domainIdentifier, std::optional<NSError>)>;
+    /// Which item, of which domain, the user sees at this place. The handler is called exactly once, on any thread,
+    /// possibly before the call returns.
+    virtual void getIdentifierForUserVisibleFile(const FileURL& at, IdentifierHandler completionHandler) = 0;
 };
 
 } // namespace brindlemar

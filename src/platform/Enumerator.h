@@ -41,6 +41,18 @@ public:
     virtual void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) = 0;
 };
 
+/// Receives one enumeration of changes: any number of updates and deletions, then exactly one finish. Called from any
+/// thread, one call at a time.
+class NSFileProviderChangeObserver {
+public:
+    virtual ~NSFileProviderChangeObserver() = default;
+    /// New items, or known ones as they are now.
+    virtual void didUpdateItems(ItemBatch items) = 0;
+    virtual void didDeleteItems(std::vector<ItemIdentifier> withIdentifiers) = 0;
+    /// `upTo` is where the next enumeration starts; with `moreComing` it is to start at once.
+    virtual void finishEnumeratingChanges(NSFileProviderSyncAnchor upTo, bool moreComing) = 0;
+};
+
 /// One container under enumeration. Calls may come from any thread.
 class NSFileProviderEnumerator {
 public:
@@ -48,6 +60,11 @@ public:
     /// Reports the page's items through `observer`, which it keeps until the listing is finished.
     virtual void enumerateItems(std::shared_ptr<NSFileProviderEnumerationObserver> observer,
                                 NSFileProviderPage startingAt) = 0;
+    /// Reports what changed since the anchor through `observer`, which it keeps until the enumeration is finished.
+    virtual void enumerateChanges(std::shared_ptr<NSFileProviderChangeObserver> observer,
+                                  NSFileProviderSyncAnchor from) = 0;
+    /// Calls the handler once, with the anchor of the container's present state.
+    virtual void currentSyncAnchor(std::function<void(NSFileProviderSyncAnchor)> completionHandler) = 0;
     /// The enumerator is not used any more.
     virtual void invalidate() = 0;
 };

@@ -29,8 +29,18 @@ inline constexpr int cannotSynchronize = -2005;
 } // namespace FileProviderErrorCode
 
 namespace CocoaErrorCode {
+inline constexpr int noSuchFile = 4;
+inline constexpr int fileReadUnknown = 256;
+inline constexpr int fileReadNoPermission = 257;
+inline constexpr int fileReadNoSuchFile = 260;
+inline constexpr int fileWriteUnknown = 512;
+inline constexpr int fileWriteNoPermission = 513;
+inline constexpr int fileWriteFileExists = 516;
+inline constexpr int fileWriteOutOfSpace = 640;
+inline constexpr int fileWriteVolumeReadOnly = 642;
 inline constexpr int userCancelled = 3072;
 inline constexpr int featureUnsupported = 3328;
+inline constexpr int coderInvalidValue = 4866;
 } // namespace CocoaErrorCode
 
 inline NSError fileProviderError(int code) { return {std::string(NSFileProviderErrorDomain), code}; }
@@ -40,6 +50,7 @@ inline NSError noSuchItem() { return fileProviderError(FileProviderErrorCode::no
 inline NSError serverUnreachable() { return fileProviderError(FileProviderErrorCode::serverUnreachable); }
 inline NSError cannotSynchronize() { return fileProviderError(FileProviderErrorCode::cannotSynchronize); }
 inline NSError userCancelled() { return cocoaError(CocoaErrorCode::userCancelled); }
+inline NSError unencodable() { return cocoaError(CocoaErrorCode::coderInvalidValue); }
 inline NSError featureUnsupported() { return cocoaError(CocoaErrorCode::featureUnsupported); }
 
 /// The platform's no-such-item error for one identifier.

@@ -45,6 +45,22 @@ inline constexpr unsigned userWritable = 4;
 inline constexpr unsigned hidden = 8;
 } // namespace FileSystemFlag
 
+/// Bits of a set of changed fields.
+namespace ItemField {
+inline constexpr unsigned contents = 1;
+inline constexpr unsigned filename = 2;
+inline constexpr unsigned parentItemIdentifier = 4;
+inline constexpr unsigned lastUsedDate = 8;
+inline constexpr unsigned tagData = 16;
+inline constexpr unsigned favoriteRank = 32;
+inline constexpr unsigned creationDate = 64;
+inline constexpr unsigned contentModificationDate = 128;
+inline constexpr unsigned fileSystemFlags = 256;
+inline constexpr unsigned extendedAttributes = 512;
+inline constexpr unsigned typeAndCreator = 1024;
+} // namespace ItemField
+using ItemFields = unsigned;
+
 /// Uniform type identifiers that items report.
 namespace UTType {
 inline constexpr std::string_view directory = "public.folder";

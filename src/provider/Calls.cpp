@@ -1,58 +1,79 @@
 #include "provider/Calls.h"
 
+#include "messaging/BxMessages.h"
+#include "provider/CallRows.h"
 #include "provider/EventText.h"
 
-#include <algorithm>
+#include <array>
+#include <charconv>
 
 namespace brindlemar {
 
-namespace {
-/// One listing on its way through its pages.
-class ListCall final : public NSFileProviderEnumerationObserver, public std::enable_shared_from_this<ListCall> {
-public:
-    ListCall(std::shared_ptr<NSFileProviderEnumerator> enumerator, std::uint32_t pageSize,
-             std::shared_ptr<LineOutput> output, Queue& tasks)
-        : enumerator_(std::move(enumerator)), pageSize_(std::max(pageSize, 1u)), output_(std::move(output)),
-          tasks_(tasks) {}
-    ~ListCall() override { enumerator_->invalidate(); }
-
-    void ask(NSFileProviderPage page) {
-        tasks_.async(
-            [self = shared_from_this(), page = std::move(page)] { self->enumerator_->enumerateItems(self, page); });
-    }
-
-    std::int64_t suggestedPageSize() const override { return pageSize_; }
-    void didEnumerateItems(ItemBatch items) override { output_->write(itemsEvent(items.items())); }
-    void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
-        if (output_->write(finishEvent(page)) && page) ask(std::move(*page));
-    }
-
-private:
-    const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
-    const std::int64_t pageSize_;
-    const std::shared_ptr<LineOutput> output_;
-    Queue& tasks_;
-};
-} // namespace
-
-void callItem(NSFileProviderReplicatedExtension& extension, ItemIdentifier identifier,
-              const std::shared_ptr<LineOutput>& output) {
-    const auto progress = extension.item(std::move(identifier), [output](const auto& item, const auto& error) {
-        output->write(completionEvent(item.get(), error));
-    });
-    progress->setObserver(
-        [output](std::int64_t completed, std::int64_t total) { output->write(progressEvent(completed, total)); });
+std::span<const CallRow> callRows() {
+    static constexpr std::array rows{
+        CallRow{"item", callItem},          CallRow{"delete", callDelete},        CallRow{"fetch", callFetch},
+        CallRow{"create", callCreate},      CallRow{"modify", callModify},        CallRow{"list", callList},
+        CallRow{"browse", callBrowse},      CallRow{"changes", callChanges},      CallRow{"anchor", callAnchor, false},
+        CallRow{"watch", callWatch, false}, CallRow{"admin", callAdmin},          CallRow{"search", callSearch},
+        CallRow{"path", callPath},          CallRow{"forget", callForget, false},
+    };
+    return rows;
 }
 
-void callList(NSFileProviderReplicatedExtension& extension, ItemIdentifier container, std::uint32_t pageSize,
-              std::shared_ptr<LineOutput> output, Queue& tasks) {
-    auto result = extension.enumerator(std::move(container));
-    if (const auto* error = std::get_if<NSError>(&result)) {
-        output->write(completionEvent(nullptr, *error));
-        return;
+std::optional<FileURL> Call::file() const {
+    const auto path = arguments["file"].string();
+    return path ? std::optional(FileURL{std::string(*path)}) : std::nullopt;
+}
+
+std::optional<Timestamp> Call::time(std::string_view key) const {
+    const std::string written = text(key);
+    const std::string_view value = written;
+    const std::size_t dot = std::min(value.find('.'), value.size());
+    std::int64_t seconds = 0, fraction = 0;
+    if (std::from_chars(value.data(), value.data() + dot, seconds).ec != std::errc()) return std::nullopt;
+    std::string digits(value.substr(std::min(dot + 1, value.size())));
+    digits.resize(9, '0'); // nanoseconds
+    std::from_chars(digits.data(), digits.data() + digits.size(), fraction);
+    return Timestamp(std::chrono::seconds(seconds) + std::chrono::nanoseconds(fraction));
+}
+
+void Call::fail(const NSError& error) const { output->write(completionEvent(nullptr, error)); }
+
+namespace {
+/// Which connection's host the call asks; empty when it asks none.
+std::string domainOf(const Call& call) {
+    for (const std::string_view key : {"id", "parent"}) {
+        const std::string identifier = call.text(key);
+        if (const ResolvedIdentifier item = resolveIdentifier(identifier); item.qualified)
+            return std::string(item.domain);
     }
-    const auto call = std::make_shared<ListCall>(std::get<0>(std::move(result)), pageSize, std::move(output), tasks);
-    call->ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName)));
+    return call.text("domain");
+}
+
+/// While the domain is disconnected, one call at a time looks whether a connection's host is back; the others need not
+/// wait.
+bool hostMayAnswer(const Call& call) {
+    DomainManager& manager = call.places.manager;
+    const std::string domain = domainOf(call);
+    BxMessages& messages = BxMessages::sharedInstance();
+    if (domain.empty() || manager.isConnected() || messages.isReachable(domain)) return true;
+    const auto probe = manager.probe(domain);
+    if (!probe || !messages.port(domain)) return false;
+    // The news of a host's end may have come after those of the next host's start.
+    manager.reconnect([](const auto&) {});
+    return true;
+}
+} // namespace
+
+void runCall(const CallPlaces& places, std::string_view operation, const JSON& arguments,
+             std::shared_ptr<LineOutput> output) {
+    Call call{places, arguments, std::move(output)};
+    for (const CallRow& row : callRows()) {
+        if (row.operation != operation) continue;
+        if (row.needsHost && !hostMayAnswer(call)) return call.fail(serverUnreachable());
+        return row.run(std::move(call));
+    }
+    call.fail(featureUnsupported());
 }
 
 } // namespace brindlemar

@@ -1,20 +1,51 @@
-// Single calls on the extension, made as the platform makes them, with every event written out.
+// Calls on the extension, made as the platform makes them, with every event written out as a line of JSON.
 #pragma once
 
-#include "platform/Extension.h"
-#include "platform/Queue.h"
-#include "provider/LineOutput.h"
+#include "core/BrindlemarFileProvider.h"
+#include "provider/ChangeFeed.h"
+#include "provider/DomainRegistry.h"
+#include "provider/FetchedFiles.h"
+#include "provider/OpenFolders.h"
+#include "support/JSON.h"
+
+#include <span>
 
 namespace brindlemar {
 
-/// Looks the item up; the output ends after the completion.
-void callItem(NSFileProviderReplicatedExtension& extension, ItemIdentifier identifier,
-              const std::shared_ptr<LineOutput>& output);
+/// What calls work with. All of it outlives them.
+struct CallPlaces {
+    std::shared_ptr<BrindlemarFileProvider> extension;
+    DomainManager& manager;
+    Queue& tasks;
+    ChangeFeed& feed;
+    const FetchedFiles& fetched;
+    OpenFolders& folders;
+};
 
-/// Lists the container page by page to its end, or until the reader is gone. Each page is asked for in a task of its
-/// own on `tasks`, which outlives the listing. A container that cannot be enumerated gives one completion event with
-/// the error.
-void callList(NSFileProviderReplicatedExtension& extension, ItemIdentifier container, std::uint32_t pageSize,
-              std::shared_ptr<LineOutput> output, Queue& tasks);
+struct Call {
+    const CallPlaces& places;
+    JSON arguments;
+    std::shared_ptr<LineOutput> output;
+
+    ItemIdentifier id() const { return text("id"); }
+    std::string text(std::string_view key) const { return arguments[key].stringValue(); }
+    std::optional<FileURL> file() const; // an absolute path under "file"
+    /// Seconds since 1970, "12.5", under the key.
+    std::optional<Timestamp> time(std::string_view key) const;
+    void fail(const NSError& error) const;
+};
+
+/// An operation by its name. It writes its events to the output and lets go of it when there are no more.
+struct CallRow {
+    std::string_view operation;
+    void (*run)(Call call);
+    bool needsHost = true; // for items of a connection
+};
+std::span<const CallRow> callRows();
+
+/// Runs the operation on the calling thread, which it may block; one that is not known, or that would have to wait for
+/// an absent host, fails.
+void runCall(const CallPlaces& places, std::string_view operation, const JSON& arguments,
+             std::shared_ptr<LineOutput> output);
 
 } // namespace brindlemar

@@ -7,15 +7,20 @@
 namespace brindlemar {
 
 void DomainManager::reconnect(ErrorHandler completionHandler) {
-    state_.with([](State& state) {
+    const Timestamp now = clock_.now();
+    state_.with([&](State& state) {
+        if (!state.connected) state.since = now;
         state.connected = true;
         state.reason.clear();
     });
     completionHandler(std::nullopt);
+    tell();
 }
 
 void DomainManager::disconnect(std::string reason, unsigned, ErrorHandler completionHandler) {
+    const Timestamp now = clock_.now();
     state_.with([&](State& state) {
+        if (state.connected) state.since = now;
         state.connected = false;
         state.reason = std::move(reason);
     });
@@ -43,6 +48,38 @@ void DomainManager::signalEnumerator(std::string_view container, ErrorHandler co
         ++state.signalCount;
     });
     completionHandler(std::nullopt);
+    tell();
+}
+
+void DomainManager::setListener(std::function<void()> listener) {
+    listener_.with([&](auto& current) { current.swap(listener); });
+}
+
+void DomainManager::tell() const {
+    if (const auto listener = listener_.copy()) listener();
+}
+
+std::shared_ptr<const void> DomainManager::probe(const std::string& connection) {
+    const bool first = probed_->with([&](auto& probed) { return probed.insert(connection).second; });
+    if (!first) return nullptr;
+    return std::shared_ptr<const void>(this, [probed = probed_, connection](const void*) {
+        probed->with([&](auto& under) { under.erase(connection); });
+    });
+}
+
+void DomainRegistry::getIdentifierForUserVisibleFile(const FileURL& at, IdentifierHandler completionHandler) {
+    if (at.path == root_)
+        return completionHandler(ItemIdentifier(NSFileProviderRootContainerItemIdentifier), domain_.identifier, {});
+    for (const auto& [identifier, name] : topLevel_())
+        if (at.path == root_ + "/" + name) return completionHandler(identifier, domain_.identifier, std::nullopt);
+    completionHandler(std::nullopt, std::nullopt, cocoaError(CocoaErrorCode::noSuchFile));
+}
+
+std::optional<std::vector<FileURL>> DomainRegistry::entriesOf(const FileURL& directory) const {
+    if (directory.path != root_) return std::nullopt;
+    std::vector<FileURL> entries;
+    for (const auto& [identifier, name] : topLevel_()) entries.push_back({root_ + "/" + name});
+    return entries;
 }
 
 std::shared_ptr<NSFileProviderManager> DomainRegistry::manager(const NSFileProviderDomain& domain) {

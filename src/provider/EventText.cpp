@@ -4,6 +4,7 @@
 #include "support/TextForms.h"
 
 #include <charconv>
+#include <utility>
 
 namespace brindlemar {
 
@@ -26,6 +27,9 @@ public:
         char digits[24];
         key(name).append(std::string_view(digits, std::to_chars(digits, digits + sizeof digits, value).ptr));
     }
+    void flag(std::string_view name, bool value) { key(name).append(value ? "true" : "false"); }
+    void item(const NSFileProviderItem* value);
+    void error(const std::optional<NSError>& value);
     void null(std::string_view name) { key(name).append("null"); }
     void optionalNumber(std::string_view name, const std::optional<std::uint64_t>& value) {
         if (value)
@@ -83,60 +87,118 @@ void appendItem(LogLine& out, const NSFileProviderItem& item) {
         out.append(']');
     }
 }
-} // namespace
 
-std::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items) {
-    LogLine line;
-    line.append(R"({"event":"items","items":[)");
-    for (const auto& item : items) {
-        if (&item != &items.front()) line.append(',');
-        appendItem(line, *item);
-    }
-    return std::string(line.append("]}").text());
+void Members::item(const NSFileProviderItem* value) {
+    if (value)
+        appendItem(key("item"), *value);
+    else
+        null("item");
 }
 
-std::string finishEvent(const std::optional<NSFileProviderPage>& page) {
+void Members::error(const std::optional<NSError>& value) {
+    if (!value) return null("error");
+    Members object(key("error"));
+    object.text("domain", value->domain);
+    object.number("code", value->code);
+    if (!value->description.empty()) object.text("description", value->description);
+}
+
+void appendShared(LogLine& line, const std::shared_ptr<NSFileProviderItem>& item) { appendItem(line, *item); }
+
+template <class Fill>
+std::string event(std::string_view name, const Fill& fill) {
     LogLine line;
     {
         Members members(line);
-        members.text("event", "finish");
+        members.text("event", name);
+        fill(members);
+    }
+    return std::string(line.text());
+}
+
+template <class List, class Append>
+std::string listEvent(std::string_view head, const List& list, const Append& append) {
+    LogLine line;
+    line.append(head);
+    bool first = true;
+    for (const auto& element : list) {
+        if (!std::exchange(first, false)) line.append(',');
+        append(line, element);
+    }
+    return std::string(line.append("]}").text());
+}
+} // namespace
+
+std::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items) {
+    return listEvent(R"({"event":"items","items":[)", items, appendShared);
+}
+
+std::string updatedEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items) {
+    return listEvent(R"({"event":"updated","items":[)", items, appendShared);
+}
+
+std::string deletedEvent(const std::vector<ItemIdentifier>& identifiers) {
+    return listEvent(R"({"event":"deleted","identifiers":[)", identifiers,
+                     [](LogLine& line, const ItemIdentifier& identifier) { appendQuoted(line, identifier); });
+}
+
+std::string changesFinishEvent(const NSFileProviderSyncAnchor& anchor, bool moreComing) {
+    return event("finish", [&](Members& members) {
+        members.text("anchor", anchor.rawValue);
+        members.flag("moreComing", moreComing);
+    });
+}
+
+std::string finishEvent(const std::optional<NSFileProviderPage>& page) {
+    return event("finish", [&](Members& members) {
         if (page)
             members.text("page", base64(page->rawValue));
         else
             members.null("page");
-    }
-    return std::string(line.text());
+    });
 }
 
 std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error) {
-    LogLine line;
-    {
-        Members members(line);
-        members.text("event", "completion");
-        if (item)
-            appendItem(members.key("item"), *item);
+    return event("completion", [&](Members& members) {
+        members.item(item);
+        members.error(error);
+    });
+}
+
+std::string fetchEvent(const std::optional<FileURL>& url, const NSFileProviderItem* item,
+                       const std::optional<NSError>& error) {
+    return event("completion", [&](Members& members) {
+        if (url)
+            members.text("url", absoluteString(*url));
         else
-            members.null("item");
-        if (error) {
-            Members object(members.key("error"));
-            object.text("domain", error->domain);
-            object.number("code", error->code);
-        } else {
-            members.null("error");
-        }
-    }
-    return std::string(line.text());
+            members.null("url");
+        members.item(item);
+        members.error(error);
+    });
+}
+
+std::string changeEvent(const NSFileProviderItem* item, ItemFields stillPending, bool shouldFetchContent,
+                        const std::optional<NSError>& error) {
+    return event("completion", [&](Members& members) {
+        members.item(item);
+        members.number("stillPending", stillPending);
+        members.flag("shouldFetchContent", shouldFetchContent);
+        members.error(error);
+    });
+}
+
+std::string replyEvent(std::string_view reply, const std::optional<NSError>& error) {
+    return event("completion", [&](Members& members) {
+        members.text("reply", reply);
+        members.error(error);
+    });
 }
 
 std::string progressEvent(std::int64_t completed, std::int64_t total) {
-    LogLine line;
-    {
-        Members members(line);
-        members.text("event", "progress");
+    return event("progress", [&](Members& members) {
         members.number("completed", completed);
         members.number("total", total);
-    }
-    return std::string(line.text());
+    });
 }
 
 std::string base64(std::string_view bytes) {

@@ -1,6 +1,7 @@
 // What a call on the extension gives, as lines of JSON: one object an event.
 #pragma once
 
+#include "platform/Domain.h"
 #include "platform/Enumerator.h"
 
 #include <span>
@@ -14,6 +15,20 @@ std::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> item
 std::string finishEvent(const std::optional<NSFileProviderPage>& page);
 /// {"event":"completion","item":ITEM or null,"error":ERROR or null}
 std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error);
+/// {"event":"completion","url":URL or null,"item":ITEM or null,"error":ERROR or null}
+std::string fetchEvent(const std::optional<FileURL>& url, const NSFileProviderItem* item,
+                       const std::optional<NSError>& error);
+/// {"event":"completion","item":…,"stillPending":FIELDS,"shouldFetchContent":BOOL,"error":…}
+std::string changeEvent(const NSFileProviderItem* item, ItemFields stillPending, bool shouldFetchContent,
+                        const std::optional<NSError>& error);
+/// {"event":"completion","reply":TEXT,"error":ERROR or null}
+std::string replyEvent(std::string_view reply, const std::optional<NSError>& error);
+/// {"event":"updated","items":[ITEM…]}
+std::string updatedEvent(std::span<const std::shared_ptr<NSFileProviderItem>> items);
+/// {"event":"deleted","identifiers":[TEXT…]}
+std::string deletedEvent(const std::vector<ItemIdentifier>& identifiers);
+/// {"event":"finish","anchor":TEXT,"moreComing":BOOL}
+std::string changesFinishEvent(const NSFileProviderSyncAnchor& anchor, bool moreComing);
 /// {"event":"progress","completed":N,"total":N}
 std::string progressEvent(std::int64_t completed, std::int64_t total);
 

@@ -28,19 +28,38 @@ LineOutput::LineOutput(FileDescriptor output, const std::atomic<bool>& stopping,
     ::fcntl(output_.get(), F_SETFL, ::fcntl(output_.get(), F_GETFL) | O_NONBLOCK);
 }
 
-bool LineOutput::write(std::string_view line) {
+bool LineOutput::write(std::string_view line, std::chrono::milliseconds patience) {
     std::string text(line);
     text += '\n';
     std::lock_guard turn(turn_);
-    for (std::string_view rest = text; !rest.empty() && !closed_;) closed_ = !writeSome(rest);
+    for (std::string_view rest = text; !rest.empty() && !closed_;) closed_ = !writeSome(rest, patience);
     return !closed_;
 }
 
+void LineOutput::setReaderGone(std::function<void()> handler) {
+    const bool already = gone_.with([&](Gone& gone) {
+        if (!gone.gone) gone.handler.swap(handler);
+        return gone.gone;
+    });
+    if (already && handler) handler();
+}
+
+void LineOutput::readerGone() {
+    closed_ = true;
+    const auto handler = gone_.with([](Gone& gone) {
+        gone.gone = true;
+        return std::exchange(gone.handler, nullptr);
+    });
+    if (handler) handler();
+    std::lock_guard turn(turn_);
+    output_.reset();
+}
+
 /// False when the reader is lost.
-bool LineOutput::writeSome(std::string_view& bytes) {
+bool LineOutput::writeSome(std::string_view& bytes, std::chrono::milliseconds patience) {
     const Waiting write;
     const auto deadline =
-        std::chrono::steady_clock::now() + (write.isOneOfMany ? std::min(patience_, kHurry) : patience_);
+        std::chrono::steady_clock::now() + (write.isOneOfMany ? std::min(patience, kHurry) : patience);
     while (!stopping_ && std::chrono::steady_clock::now() < deadline) {
         const ssize_t written = ::write(output_.get(), bytes.data(), bytes.size());
         if (written > 0) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "linux/FileDescriptor.h"
+#include "support/Guarded.h"
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string_view>
 
@@ -22,16 +24,29 @@ public:
     /// Waits for the reader, at most `patience` without any progress, and a second only while 64 other readers in the
     /// process are waited for: each takes up a thread. False when the reader is gone or gave no sign for so long; then
     /// nothing is written any more.
-    bool write(std::string_view line);
+    bool write(std::string_view line) { return write(line, patience_); }
+    bool write(std::string_view line, std::chrono::milliseconds patience);
+    bool isOpen() const { return !closed_; }
+
+    int descriptor() const { return output_.get(); }
+    /// What to do when the reader is found to be gone; at once if it is already. Replaces what was set before.
+    void setReaderGone(std::function<void()> handler);
+    /// To be called by whoever finds out. Any thread; the handler runs once.
+    void readerGone();
 
 private:
-    bool writeSome(std::string_view& bytes);
+    bool writeSome(std::string_view& bytes, std::chrono::milliseconds patience);
 
-    const FileDescriptor output_;
+    FileDescriptor output_;
     const std::atomic<bool>& stopping_;
     const std::chrono::milliseconds patience_;
     std::mutex turn_; // whole lines
-    bool closed_ = false;
+    std::atomic<bool> closed_{false};
+    struct Gone {
+        bool gone = false;
+        std::function<void()> handler;
+    };
+    Guarded<Gone> gone_;
 };
 
 } // namespace brindlemar

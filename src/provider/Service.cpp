@@ -2,8 +2,8 @@
 
 #include "core/BrindlemarFileProvider.h"
 #include "items/ItemIdentifiers.h"
-#include "linux/LinuxFiles.h"
 #include "linux/dbus/DBusServices.h"
+#include "linux/files/LinuxFiles.h"
 #include "linux/log/LogFiles.h"
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/QueueTimers.h"
@@ -16,6 +16,8 @@
 #include "platform/Platform.h"
 #include "provider/Calls.h"
 #include "provider/DomainRegistry.h"
+#include "provider/ReaderWatch.h"
+#include "provider/WorkingSet.h"
 #include "support/JSON.h"
 
 #include <cstdlib>
@@ -27,6 +29,24 @@ namespace brindlemar {
 namespace {
 /// What sockets report about peers that break the rules.
 void logDiagnostic(std::string_view text) { LogScope(Logger::shared(), "diagnostic(_:)").warning(text); }
+
+std::string domainDirectory(const ServicePlaces& places) {
+    return places.state + "/domains/" + std::string(ExtensionBundleIdentifier);
+}
+std::string temporaryDirectory(const ServicePlaces& places) { return domainDirectory(places) + "/tmp"; }
+
+/// The user-visible root is not on the disk: it is what is known of the top.
+class VisibleFiles final : public LinuxFiles {
+public:
+    explicit VisibleFiles(const DomainRegistry& registry) : registry_(registry) {}
+    std::variant<std::vector<FileURL>, NSError> contentsOfDirectory(const FileURL& at) override {
+        if (auto entries = registry_.entriesOf(at)) return std::move(*entries);
+        return LinuxFiles::contentsOfDirectory(at);
+    }
+
+private:
+    const DomainRegistry& registry_;
+};
 
 std::string userDirectory(const char* variable, const char* belowHome) {
     const char* value = std::getenv(variable);
@@ -53,12 +73,18 @@ struct Service::Parts {
     Parts(const RuntimeDirectory& directory, const ServicePlaces& places)
         : stores(places.cache, clock),
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
-                   {.temporaryDirectory = places.state + "/domains/" + std::string(ExtensionBundleIdentifier) + "/tmp",
-                    .userVisibleRoot = places.userVisibleRoot}),
+                   {.temporaryDirectory = temporaryDirectory(places), .userVisibleRoot = places.userVisibleRoot}, clock,
+                   [this] { return feed.topLevel(); }),
+          fetched(temporaryDirectory(places), domainDirectory(places) + "/fetched"),
           ports(RuntimeDirectory::open(), mainQueue, limited(logDiagnostic, timers)),
           xpc(directory, limited(logDiagnostic, timers)) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
         extension = BrindlemarFileProvider::make(registry.domain());
+        workingSet = std::make_shared<WorkingSet>(extension, tasks, registry.ownManager(), feed);
+        registry.ownManager().setListener([set = std::weak_ptr(workingSet)] {
+            if (const auto alive = set.lock()) alive->look();
+        });
+        calls.extension = extension;
     }
     void stop() {
         stopping = true;
@@ -77,24 +103,34 @@ struct Service::Parts {
             return oldest;
         });
     }
-    /// The call is under way until these are closed.
-    std::shared_ptr<LineOutput> lines(CallOutput output) const {
+    /// Lines for a reader whose going away is noticed. The call is under way until they are closed.
+    std::shared_ptr<LineOutput> lines(CallOutput output) {
         struct Call {
+            ~Call() { readers.remove(token); }
             std::shared_ptr<void> place;
             LineOutput lines;
+            ReaderWatch& readers;
+            ReaderWatch::Token token = 0;
         };
         std::shared_ptr<void> place = std::move(output.place);
-        const std::shared_ptr<Call> call(new Call{std::move(place), LineOutput(std::move(output), stopping)});
-        return {call, &call->lines};
+        const std::shared_ptr<Call> call(new Call{std::move(place), LineOutput(std::move(output), stopping), readers});
+        std::shared_ptr<LineOutput> lines(call, &call->lines);
+        call->token = readers.add(lines->descriptor(), [weak = std::weak_ptr(lines)] {
+            if (const auto alive = weak.lock()) alive->readerGone();
+        });
+        return lines;
     }
     ~Parts() {
         stop();
         // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
-        calls.stop();
+        callers.stop();
         tasks.stop();
         backgroundQueue.stop();
         mainQueue.stop();
         sources.with([](auto& kept) { return std::exchange(kept, {}); });
+        registry.ownManager().setListener(nullptr);
+        calls.extension.reset();
+        workingSet.reset();
         extension->invalidate();
         extension.reset();
         BxMessages::reset();
@@ -113,13 +149,19 @@ struct Service::Parts {
     SerialQueue mainQueue{timers, "main queue"};
     WorkerPool backgroundQueue{timers};
     WorkerPool tasks{timers}; // apart from the background queue: lookups that wait for a host do not hold up answers
-    WorkerPool calls{timers}; // apart from the tasks: nor do they hold up whoever asks for what is here
-    LinuxFiles files;
+    WorkerPool callers{timers}; // apart from the tasks: nor do they hold up whoever asks for what is here
     HybridStores stores;
+    ReaderWatch readers; // outlives all outputs
+    ChangeFeed feed;
     DomainRegistry registry;
+    VisibleFiles files{registry};
+    FetchedFiles fetched;
     SocketMessagePorts ports;
     DBusServices xpc; // its threads end here, before what they use
     std::shared_ptr<BrindlemarFileProvider> extension;
+    std::shared_ptr<WorkingSet> workingSet;
+    OpenFolders folders{clock};
+    CallPlaces calls{nullptr, registry.ownManager(), callers, feed, fetched, folders};
     Guarded<std::deque<std::shared_ptr<NSFileProviderServiceSource>>> sources;
 };
 
@@ -139,6 +181,7 @@ std::string Service::status() const {
                {{"service", JSON::object({{"pid", JSON(std::int64_t{::getpid()})}, {"version", BRINDLEMAR_VERSION}})},
                 {"domain", JSON::object({{"identifier", ExtensionBundleIdentifier},
                                          {"state", domain.connected ? "connected" : "disconnected"},
+                                         {"since", JSON(wholeSecondsSince1970(domain.since))},
                                          {"reason", domain.connected ? JSON() : JSON(domain.reason)}})},
                 {"configured", JSON(parts_->extension->configured.load())},
                 {"connections", JSON::array(connections)},
@@ -167,18 +210,10 @@ std::optional<std::string> Service::endpoint(const std::string& serviceName) {
 
 void Service::stop() { parts_->stop(); }
 
-void Service::callItem(std::string identifier, CallOutput output) {
-    parts_->calls.async(
-        [extension = parts_->extension, identifier = std::move(identifier), lines = parts_->lines(std::move(output))] {
-            brindlemar::callItem(*extension, identifier, lines);
-        });
-}
-
-void Service::callList(std::string identifier, std::uint32_t pageSize, CallOutput output) {
-    parts_->calls.async([extension = parts_->extension, identifier = std::move(identifier), pageSize,
-                         lines = parts_->lines(std::move(output)), &calls = parts_->calls] {
-        brindlemar::callList(*extension, identifier, pageSize, lines, calls);
-    });
+void Service::call(std::string operation, std::string arguments, CallOutput output) {
+    parts_->callers.async(
+        [&parts = *parts_, operation = std::move(operation), arguments = std::move(arguments),
+         lines = parts_->lines(std::move(output))] { runCall(parts.calls, operation, JSON::parse(arguments), lines); });
 }
 
 } // namespace brindlemar

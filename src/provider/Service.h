@@ -35,8 +35,7 @@ public:
     // What the control socket offers. Return at once; calls run on a queue of their own.
     std::string status() const;
     std::optional<std::string> endpoint(const std::string& serviceName);
-    void callItem(std::string identifier, CallOutput output);
-    void callList(std::string identifier, std::uint32_t pageSize, CallOutput output);
+    void call(std::string operation, std::string arguments, CallOutput output);
 
 private:
     struct Parts;

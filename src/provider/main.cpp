@@ -92,14 +92,11 @@ int serve(const sigset_t& ends) {
         .status = [&gate] { return gate.use([](Service& service) { return service.status(); }); },
         .endpoint =
             [&gate](std::string name) { return gate.use([&](Service& service) { return service.endpoint(name); }); },
-        .callItem =
-            [&gate](std::string identifier, CallOutput output) {
-                gate.use([&](Service& service) { service.callItem(std::move(identifier), std::move(output)); });
-            },
-        .callList =
-            [&gate](std::string identifier, std::uint32_t pageSize, CallOutput output) {
-                gate.use(
-                    [&](Service& service) { service.callList(std::move(identifier), pageSize, std::move(output)); });
+        .call =
+            [&gate](std::string operation, std::string arguments, CallOutput output) {
+                gate.use([&](Service& service) {
+                    service.call(std::move(operation), std::move(arguments), std::move(output));
+                });
             }};
     QueueTimers timers;
     const auto complain = [](std::string_view text) { std::cerr << "brindlemard: " + std::string(text) + "\n"; };

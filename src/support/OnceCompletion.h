@@ -18,6 +18,8 @@ public:
         : state_(std::make_shared<State>(std::move(handler), std::move(ifDropped))) {}
 
     bool operator()(Args... args) const { return state_->complete(std::move(args)...); }
+    /// True once a caller has won.
+    bool isDone() const { return state_->done; }
 
 private:
     struct State {

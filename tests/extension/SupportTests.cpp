@@ -1,7 +1,10 @@
+#include "fakes/FakePlatform.h"
 #include "items/ItemIdentifiers.h"
 #include "platform/Enumerator.h"
 #include "support/JSON.h"
 #include "support/OnceCompletion.h"
+#include "support/RepeatingTimer.h"
+#include "support/StringHelpers.h"
 #include "support/TextForms.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +14,8 @@
 
 namespace brindlemar {
 namespace {
+
+using namespace std::chrono_literals;
 
 TEST(JSONTests, WhatIsMissingOrOfTheWrongKindIsNull) {
     const JSON json = JSON::parse(R"({"t":"x","n":1.5,"b":true,"z":null,"a":[1,"two"],"big":18446744073709551615})");
@@ -86,6 +91,67 @@ TEST(OnceCompletionTests, OneOfManyThreadsIsHeard) {
     int result = 0;
     OnceCompletion<int>([&](int value) { result = value; }, {-2005}); // forgotten
     EXPECT_EQ(result, -2005);
+}
+
+TEST(StringHelperTests, Table) {
+    const std::string flags = "🇩🇪🇫🇷", accent = "e\u0301";
+    const struct {
+        std::string text;
+        std::ptrdiff_t length;
+        std::string result;
+    } cuts[] = {{"abc", 3, "abc"},
+                {"abcd", 3, "abc…"},
+                {"", 0, ""},
+                {"a", 0, "…"},
+                {"a", -1, "…"},
+                {flags, 1, "🇩🇪…"},
+                {flags, 2, flags},
+                {accent + "x", 1, accent + "…"},
+                {"\r\nx", 1, "\r\n…"},
+                {"👩‍👩‍👧x", 1, "👩‍👩‍👧…"},
+                {"\xff\xffx", 2, "\xff\xff…"}};
+    for (const auto& [text, length, result] : cuts) EXPECT_EQ(trunc(text, length, "…"), result) << text;
+    const std::array<std::string, 3> paths[] = {{"/a/b/c.tar.gz", "c.tar", "gz"},
+                                                {"/a/b/c", "c", ""},
+                                                {"/a/.bashrc", ".bashrc", ""},
+                                                {"a.", "a.", ""},
+                                                {"/a/..", "..", ""},
+                                                {"/a/b.d//", "b", "d"},
+                                                {"/", "/", ""},
+                                                {"", "", ""},
+                                                {"..x.y", "..x", "y"}};
+    for (const auto& [path, name, extension] : paths) {
+        EXPECT_EQ(fileName(path), name) << path;
+        EXPECT_EQ(fileExtension(path), extension) << path;
+    }
+}
+
+TEST(RepeatingTimerTests, PausesAndEnds) {
+    FakePlatform platform;
+    int ticks = 0;
+    const auto after = [&](std::chrono::milliseconds time) {
+        platform.backgroundQueue.advance(time);
+        return std::exchange(ticks, 0);
+    };
+    auto timer = std::make_unique<RepeatingTimer>(0.5);
+    timer->setEventHandler([&] { ++ticks; });
+    timer->suspend();
+    EXPECT_EQ(after(2s), 0);
+    timer->resume();
+    timer->resume();
+    EXPECT_EQ(after(499ms), 0);
+    EXPECT_EQ(after(1001ms), 3);
+    timer->suspend();
+    EXPECT_EQ(after(2s), 0);
+    timer->resume();
+    EXPECT_EQ(after(1ms), 1); // what fell into the pause comes once
+    timer->setEventHandler(nullptr);
+    EXPECT_EQ(after(2s), 0);
+    timer->setEventHandler([&] { ++ticks; });
+    EXPECT_EQ(after(500ms), 1);
+    timer.reset();
+    RepeatingTimer(1).suspend();
+    EXPECT_EQ(after(2s), 0);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeMessagePorts.h"
 #include "fakes/ManualQueue.h"
+#include "linux/files/LinuxFiles.h"
 #include "messaging/BxMessages.h"
 #include "messaging/MessageLogger.h"
 #include "platform/Platform.h"
@@ -23,7 +24,7 @@ struct FakeManager final : NSFileProviderManager {
                            std::function<void(std::optional<FileURL>, std::optional<NSError>)> handler) override {
         handler(FileURL{"/visible"}, std::nullopt);
     }
-    std::optional<FileURL> temporaryDirectoryURL() override { return FileURL{"/tmp/d"}; }
+    std::optional<FileURL> temporaryDirectoryURL() override { return temporaryDirectory; }
     void signalEnumerator(std::string_view container, ErrorHandler handler) override {
         note("signal " + std::string(container), handler);
     }
@@ -33,6 +34,7 @@ struct FakeManager final : NSFileProviderManager {
     }
     Guarded<Strings> calls;        // what was asked of the manager, in order
     std::optional<NSError> answer; // given to every handler
+    std::optional<FileURL> temporaryDirectory{{"/tmp/d"}};
 };
 
 struct FakeManagers final : NSFileProviderManagers {
@@ -40,7 +42,13 @@ struct FakeManagers final : NSFileProviderManagers {
         const auto found = known.find(domain.identifier);
         return found == known.end() ? nullptr : found->second;
     }
+    void getIdentifierForUserVisibleFile(const FileURL& at, IdentifierHandler handler) override {
+        const auto item = visible.find(at.path);
+        if (item == visible.end()) return handler(std::nullopt, std::nullopt, noSuchItem());
+        handler(item->second, "domain", std::nullopt);
+    }
     std::map<std::string, std::shared_ptr<FakeManager>> known; // by domain identifier
+    std::map<std::string, ItemIdentifier> visible;             // by path
 };
 
 /// Keeps what was sent and lets the test be the other end.
@@ -62,13 +70,23 @@ struct NoXPC final : XPCServices {
     std::shared_ptr<XPCListener> makeAnonymousListener() override { return nullptr; }
 };
 
-struct FakeFiles final : Files {
+/// The real files, but for what leads out of a test; "/visible" holds `visible`, unless access is refused.
+struct FakeFiles final : LinuxFiles {
+    bool startAccessingSecurityScopedResource(const FileURL&) override { return ++accesses, grantsAccess; }
+    void stopAccessingSecurityScopedResource(const FileURL&) override { --accesses; }
+    std::variant<std::vector<FileURL>, NSError> contentsOfDirectory(const FileURL& at) override {
+        if (at.path == "/visible" && accesses > 0) return visible;
+        return noSuchItem();
+    }
     bool writeAtomically(std::string_view path, std::string_view bytes) override {
         written[std::string(path)] = bytes;
         return true;
     }
     void printLine(std::string_view) override {}
     std::map<std::string, std::string> written;
+    std::vector<FileURL> visible;
+    bool grantsAccess = true;
+    int accesses = 0;
 };
 
 /// Stores in memory whose entries come back as decoded copies when `decodes` is set.

@@ -20,7 +20,11 @@ public:
         state_.with([&](State& state) { state.later.emplace(state.now + delay, std::move(task)); });
     }
     /// Nothing tested ticks.
-    [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds, Task) override { return nullptr; }
+    [[nodiscard]] std::unique_ptr<Timer> repeat(std::chrono::nanoseconds interval, Task handler) override {
+        auto timer = std::make_unique<Repetition>(std::move(handler));
+        tickLater(interval, timer->handler);
+        return timer;
+    }
     /// False when nothing was waiting.
     bool runOne() {
         const auto task = state_.with([](State& state) {
@@ -38,18 +42,35 @@ public:
         while (runOne()) ++count;
         return count;
     }
-    /// Moves this queue's time on and runs what waits and what has become due.
+    /// Moves this queue's time on. Runs all that waits, then each due task at its time, with all that it posts.
     void advance(std::chrono::nanoseconds duration) {
-        state_.with([&](State& state) {
-            state.now += duration;
-            const auto end = state.later.upper_bound(state.now);
-            for (auto due = state.later.begin(); due != end; ++due) state.tasks.push_back(std::move(due->second));
-            state.later.erase(state.later.begin(), end);
-        });
+        const auto end = state_.with([&](State& state) { return state.now + duration; });
         runAll();
+        while (state_.with([&](State& state) {
+            if (state.later.empty() || state.later.begin()->first > end) return false;
+            auto due = state.later.extract(state.later.begin());
+            state.now = due.key();
+            state.tasks.push_back(std::move(due.mapped()));
+            return true;
+        }))
+            runAll();
+        state_.with([&](State& state) { state.now = end; });
     }
 
 private:
+    struct Repetition final : Timer {
+        explicit Repetition(Task task) : handler(std::make_shared<const Task>(std::move(task))) {}
+        void invalidate() override { handler.reset(); }
+        std::shared_ptr<const Task> handler;
+    };
+    void tickLater(std::chrono::nanoseconds interval, std::weak_ptr<const Task> weak) {
+        after(interval, [this, interval, weak] {
+            const auto handler = weak.lock();
+            if (!handler) return;
+            tickLater(interval, weak);
+            (*handler)();
+        });
+    }
     struct State {
         std::chrono::nanoseconds now{};
         std::deque<Task> tasks;

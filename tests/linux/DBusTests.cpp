@@ -246,9 +246,8 @@ struct ControlTest : ::testing::Test {
         ControlHandlers handlers;
         handlers.status = [] { return std::string("fine"); };
         handlers.endpoint = [](auto&&) { return std::nullopt; };
-        handlers.callItem = [](auto&&...) {};
-        handlers.callList = [](std::string identifier, std::uint32_t pageSize, FileDescriptor output) {
-            EXPECT_GT(::dprintf(output.get(), "%s %u", identifier.c_str(), pageSize), 0);
+        handlers.call = [](const std::string& operation, const std::string& arguments, CallOutput output) {
+            EXPECT_GT(::dprintf(output.get(), "%s %s", operation.c_str(), arguments.c_str()), 0);
         };
         return ControlServer::start(runtime.directory, std::move(handlers), [](std::string_view) {});
     }
@@ -265,8 +264,8 @@ TEST_F(ControlTest, OneServerHoldsThePlaceAndAnswers) {
     EXPECT_EQ(client->endpoint("other"), std::nullopt);
     EXPECT_EQ(client->error(), "there is no service named other");
     char text[100];
-    EXPECT_EQ(std::string_view(text, ::read(client->callList("c7|a\nü", 4'000'000'000u)->get(), text, sizeof text)),
-              "c7|a\nü 4000000000");
+    EXPECT_EQ(std::string_view(text, ::read(client->call("list", "c7|a\nü")->get(), text, sizeof text)),
+              "list c7|a\nü");
     server.reset();
     EXPECT_EQ(client->status(), std::nullopt);
     EXPECT_FALSE(client->error().empty());
@@ -287,10 +286,10 @@ TEST_F(ControlTest, WrongCallsAreAnsweredWithAnErrorAndUnreadAnswersEndAPeer) {
     };
     const std::string refused = SD_BUS_ERROR_UNKNOWN_METHOD;
     EXPECT_EQ(peer.call(method("Status"), "s", "x"), refused);
-    EXPECT_EQ(peer.call(method("CallItem"), "ss", "x", "y"), refused);
+    EXPECT_EQ(peer.call(method("Call"), "ss", "x", "y"), refused);
     EXPECT_EQ(peer.call(method("Stop"), ""), refused);
     EXPECT_EQ(peer.call(method("Status", "2"), ""), refused);
-    EXPECT_EQ(peer.call(method("CallItem"), "sh", "x", runtime.directory.descriptor()), SD_BUS_ERROR_INVALID_ARGS);
+    EXPECT_EQ(peer.call(method("Call"), "ssh", "x", "{}", runtime.directory.descriptor()), SD_BUS_ERROR_INVALID_ARGS);
     EXPECT_EQ(peer.call(method("Status"), ""), "");
     const std::string name(100'000, 'n');
     std::uint64_t cookie = 0; // asking for it asks for an answer

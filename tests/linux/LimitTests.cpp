@@ -107,14 +107,14 @@ TEST_F(Limits, ASearchForALostListenerLosesNoneOfItsAnswersNorThePollersThread) 
 TEST_F(Limits, ControlClientsNeitherKeepOthersOutNorCallWithoutEnd) {
     std::vector<std::shared_ptr<void>> calls; // under way
     ControlHandlers handlers;
-    handlers.callItem = [&](auto&&, CallOutput output) { calls.push_back(std::move(output.place)); };
+    handlers.call = [&](auto&&, auto&&, CallOutput output) { calls.push_back(std::move(output.place)); };
     auto server = ControlServer::start(world.directory, std::move(handlers), [](auto) {});
     std::vector<std::optional<ControlClient>> idle(200);
     for (auto& client : idle) EXPECT_TRUE(client = ControlClient::connect(world.directory));
-    for (int i = 0; i < 1024; ++i) EXPECT_TRUE(idle.back()->callItem("x"));
-    EXPECT_FALSE(idle.back()->callItem("x"));
+    for (int i = 0; i < 1024; ++i) EXPECT_TRUE(idle.back()->call("item", "x"));
+    EXPECT_FALSE(idle.back()->call("item", "x"));
     EXPECT_EQ(idle.back()->error(), "too many calls are under way");
-    EXPECT_TRUE(ControlClient::connect(world.directory)->callItem("x"));
+    EXPECT_TRUE(ControlClient::connect(world.directory)->call("item", "x"));
     server = {};
 }
 

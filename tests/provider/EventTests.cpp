@@ -1,5 +1,6 @@
 #include "core/BrindlemarFileProvider.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/TemporaryDirectory.h"
 #include "items/ItemListing.h"
 #include "provider/Calls.h"
 #include "provider/EventText.h"
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <thread>
@@ -76,33 +78,92 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     ::signal(SIGPIPE, SIG_IGN);
     FakePlatform platform;
     const std::string record = R"({"name":"a","itemID":"a","parentID":"0","mtime":1})";
-    platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
-        const bool listing = sent.data.find("enumerate") != sent.data.npos;
-        platform.ports.inject(platform.replyPort("c7"), sent.msgid, listing ? "[" + record + "," + record + "]" : "{}");
-    });
+    const auto addHost = [&] {
+        platform.ports.addPeer(platform.hostPort("c7"), [&](const FakeMessagePorts::Sent& sent) {
+            const bool listing = sent.data.find("enumerate") != sent.data.npos;
+            platform.ports.inject(platform.replyPort("c7"), sent.msgid,
+                                  listing ? "[" + record + "," + record + "]" : "{}");
+        });
+    };
+    addHost();
     const auto extension = BrindlemarFileProvider::make({std::string(ExtensionBundleIdentifier), ""});
     extension->connections.with([](auto& records) { records = {"Work|c7"}; });
+    ChangeFeed feed;
+    TemporaryDirectory directory;
+    const FetchedFiles fetched(directory / "tmp", directory / "fetched");
+    DomainManager manager({}, platform.clock);
+    OpenFolders folders(platform.clock);
+    const CallPlaces places{extension, manager, platform.tasks, feed, fetched, folders};
     const std::atomic<bool> running{false};
-    const auto call = [&](auto&& body) {
+    const auto call = [&](const std::string& operation, const JSON& arguments) {
         Pipe pipe;
-        body(std::make_shared<LineOutput>(std::move(pipe.writer), running));
+        runCall(places, operation, arguments, std::make_shared<LineOutput>(std::move(pipe.writer), running));
         platform.settle();
-        EXPECT_TRUE(extension->enumerators.copy().liveEnumerators.empty());
         return pipe.readAll(); // ends only when the output was let go
     };
     const auto list = [&](const std::string& container) {
-        return call([&](auto output) { callList(*extension, container, 1, output, platform.tasks); });
+        auto lines = call("list", JSON::object({{"id", container}, {"pageSize", 1}}));
+        EXPECT_TRUE(extension->enumerators.copy().liveEnumerators.empty());
+        return lines;
     };
     const std::string pages = list("c7|box"), missing = completionEvent(nullptr, noSuchItem()) + "\n",
-                      item = itemsEvent(ItemBatch(extension->caches->listing("c7-box"), 0, 1).items()) + "\n";
-    EXPECT_EQ(pages, item + R"({"event":"finish","page":"AQAAAAAAAAA="})" + "\n" + item +
-                         "{\"event\":\"finish\",\"page\":null}\n");
+                      item = itemsEvent(ItemBatch(extension->caches->listing("c7-box"), 0, 1).items()) + "\n",
+                      unreachable = completionEvent(nullptr, serverUnreachable()) + "\n",
+                      end = "{\"event\":\"finish\",\"page\":null}\n";
+    EXPECT_EQ(pages, item + R"({"event":"finish","page":"AQAAAAAAAAA="})" + "\n" + item + end);
     EXPECT_EQ(list("d9|x"), missing);
-    EXPECT_EQ(call([&](auto output) { callItem(*extension, "c7|x", output); }), missing + progressEvent(1, 1) + "\n");
+    EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), missing + progressEvent(1, 1) + "\n");
+    EXPECT_EQ(call("nonsense", JSON()), completionEvent(nullptr, featureUnsupported()) + "\n");
     Pipe gone;
     gone.reader = FileDescriptor();
-    callList(*extension, "c7|box", 1, std::make_shared<LineOutput>(std::move(gone.writer), running), platform.tasks);
+    runCall(places, "list", JSON::object({{"id", "c7|box"}, {"pageSize", 1}}),
+            std::make_shared<LineOutput>(std::move(gone.writer), running));
     EXPECT_EQ(platform.tasks.runAll(), 1u); // no second page is asked for without a reader
+
+    manager.disconnect("gone", 0, [](const auto&) {});
+    EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), missing + progressEvent(1, 1) + "\n"); // is still there
+    platform.ports.removePeer(platform.hostPort("c7"));
+    platform.settle();
+    auto probe = manager.probe("c7");
+    EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), unreachable); // another looks for the host already
+    EXPECT_TRUE(platform.clock.sleeps.copy().empty());
+    EXPECT_EQ(list("plain"), end);
+    probe.reset();
+    EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), unreachable);
+    addHost();
+    EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), missing + progressEvent(1, 1) + "\n");
+    EXPECT_TRUE(manager.isConnected());
+}
+
+struct FetchedFilesTests : testing::Test {
+    TemporaryDirectory directory;
+    const std::string tmp = directory / "tmp";
+    FetchedFiles fetched{tmp, directory / "fetched"};
+    bool takes(const std::string& path) { return fetched.take({path}).index() == 0; }
+};
+
+TEST_F(FetchedFilesTests, OnlyAFileFromInsideIsTaken) {
+    std::filesystem::create_directories(tmp + "/sub");
+    std::ofstream(directory / "outside") << "secret";
+    std::ofstream(tmp + "x") << "no separator";
+    std::filesystem::create_symlink(directory.path(), tmp + "/up");
+    std::filesystem::create_symlink(directory / "outside", tmp + "/link");
+    ASSERT_EQ(::mkfifo((tmp + "/pipe").c_str(), 0600), 0);
+    for (const std::string path : {"/../outside", "/up/outside", "/link", "/pipe", "/sub", "", "/", "x", "/missing",
+                                   "/sub/../../outside", "//../outside"})
+        EXPECT_FALSE(takes(tmp + path)) << path;
+    EXPECT_FALSE(takes(directory / "outside"));
+    EXPECT_EQ(contentsOf(directory / "outside"), "secret");
+    for (const std::string path : {"/f", "/sub/f", "/sub/../g", "//h"}) {
+        std::ofstream(tmp + path) << path;
+        const auto taken = fetched.take({tmp + path});
+        ASSERT_EQ(taken.index(), 0u) << path;
+        EXPECT_EQ(contentsOf(std::get<FileURL>(taken).path), path);
+        EXPECT_FALSE(std::filesystem::exists(tmp + path));
+    }
+    const FetchedFiles next(tmp, directory / "fetched"); // what an earlier run has left goes
+    EXPECT_TRUE(std::filesystem::is_empty(tmp) && std::filesystem::is_empty(directory / "fetched"));
+    EXPECT_TRUE(std::filesystem::exists(directory / "outside"));
 }
 
 } // namespace

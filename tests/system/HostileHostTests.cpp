@@ -57,7 +57,8 @@ protected:
     }
     /// The first line of the lookup of this item.
     std::string lookup(const std::string& item) {
-        const std::string text = readAll(*world.control().callItem("evil|" + item));
+        const std::string text =
+            readAll(*world.control().call("item", JSON::object({{"id", "evil|" + item}}).serialized().value()));
         EXPECT_EQ(count(text, "\"completion\""), 1u) << item;
         return text.substr(0, text.find('\n'));
     }
@@ -95,7 +96,8 @@ TEST_F(HostileHost, RepliesOfEveryKindAreAnsweredOnce) {
     expectServed();
     // Names that are no file names are only names here.
     replies["box"] = "[" + good("a") + R"(,7,{"name":"../up\u0000","itemID":"up","parentID":"0","mtime":1}])";
-    EXPECT_EQ(count(readAll(*world.control().callList("evil|box", 10)), "\"itemIdentifier\""), 2u);
+    EXPECT_EQ(count(readAll(*world.control().call("list", R"({"id":"evil|box","pageSize":10})")), "\"itemIdentifier\""),
+              2u);
     EXPECT_TRUE(world.logs("reply is not valid UTF-8"));
 }
 

@@ -74,9 +74,11 @@ TEST_F(SystemTests, OneServiceAUserAndACleanEnd) {
     EXPECT_EQ(second.status, 1);
     EXPECT_NE(second.errors.find("pid " + std::to_string(world.service.pid())), std::string::npos);
     EXPECT_EQ(world.run({"ls"}).output, kTop);
-    const FileDescriptor held = std::move(*world.control().callList("photos|0", 1)); // nobody reads it
+    const FileDescriptor held =
+        std::move(*world.control().call("list", R"({"id":"photos|0","pageSize":1})")); // nobody reads it
     world.host.end(SIGKILL);
-    const auto waiting = world.control().callItem("photos|unlisted"); // sleeps in the search for the host
+    const auto waiting =
+        world.control().call("item", R"({"id":"photos|unlisted"})"); // sleeps in the search for the host
     ASSERT_TRUE(world.logs("failed to create bxserver port"));
     const auto start = Clock::now();
     EXPECT_EQ(world.service.end(SIGTERM), 0);
@@ -107,9 +109,11 @@ TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
     const auto start = Clock::now();
     auto control = world.control();
     std::vector<FileDescriptor> outputs;
-    for (int i = 1; i <= 10; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
-    const auto other = control.callItem("work|b.txt"); // another domain
-    const auto root = control.callItem("NSFileProviderRootContainerItemIdentifier");
+    for (int i = 1; i <= 10; ++i)
+        outputs.push_back(std::move(
+            *control.call("item", JSON::object({{"id", "photos|n" + std::to_string(i)}}).serialized().value())));
+    const auto other = control.call("item", R"({"id":"work|b.txt"})"); // another domain
+    const auto root = control.call("item", R"({"id":"NSFileProviderRootContainerItemIdentifier"})");
     EXPECT_NE(readAll(*root).find("\"Brindlemar\""), std::string::npos);
     EXPECT_LT(secondsSince(start), 2);
     for (const auto& output : outputs) EXPECT_EQ(count(readAll(output), kUnreachable), 1u);
@@ -126,7 +130,9 @@ TEST_F(SystemTests, AKilledHostFailsEachOfAThousandRequestsOnce) {
     for (int round = 1; round <= rounds; ++round) world.file("photos/folder" + std::to_string(round) + "/f");
     for (int round = 1; round <= rounds; ++round) {
         std::vector<FileDescriptor> outputs;
-        for (int i = 0; i < 1000; ++i) outputs.push_back(std::move(*control.callItem("photos|n" + std::to_string(i))));
+        for (int i = 0; i < 1000; ++i)
+            outputs.push_back(std::move(
+                *control.call("item", JSON::object({{"id", "photos|n" + std::to_string(i)}}).serialized().value())));
         while (waiting() < 1000) ::poll(nullptr, 0, 10);
         world.host.end(SIGKILL);
         std::string text;
@@ -204,7 +210,7 @@ TEST_F(SystemTests, AMillionEntries) {
     for (std::size_t i = 0; i < kEntries; ++i)
         std::ofstream(world.path + "/photos/many/file " + std::to_string(i) + ".txt");
     startBoth();
-    const auto output = world.control().callList("photos|many", 200);
+    const auto output = world.control().call("list", R"({"id":"photos|many","pageSize":200})");
     std::size_t items = 0, pages = 0, ends = 0;
     char buffer[1 << 18];
     std::string rest;

@@ -4,9 +4,9 @@
 // Socket "control" in the run-time directory, object /io/brindlemar/Control, interface io.brindlemar.Control1:
 //   Status() -> s                 JSON text
 //   Endpoint(s name) -> s         where the named service listens; an error when there is none of that name
-//   CallItem(s identifier, h output), CallList(s identifier, u pageSize, h output)
-//                                 answered as soon as the call is taken; the service then writes lines to the
-//                                 descriptor, one JSON object each, and closes it
+//   Call(s operation, s arguments, h output)
+//                                 the arguments are a JSON object; answered as soon as the call is taken; the service
+//                                 then writes lines to the descriptor, one JSON object each, and closes it
 #pragma once
 
 #include "linux/dbus/PeerThreads.h"
@@ -33,8 +33,7 @@ struct CallOutput : FileDescriptor {
 struct ControlHandlers {
     std::function<std::string()> status;
     std::function<std::optional<std::string>(std::string name)> endpoint;
-    std::function<void(std::string identifier, CallOutput output)> callItem;
-    std::function<void(std::string identifier, std::uint32_t pageSize, CallOutput output)> callList;
+    std::function<void(std::string operation, std::string arguments, CallOutput output)> call;
 };
 
 class ControlServer {
@@ -49,7 +48,7 @@ public:
 
     /// What one client has under way at most, and what all have together; beyond that a call is answered with an error.
     /// Listings are heavy: each is read, written out page by page, and waits for its reader.
-    static constexpr long kMostItems = 1024, kMostLists = 64, kMostCalls = 4096;
+    static constexpr long kMostCallsOfOne = 1024, kMostCalls = 4096;
 
     /// One server per run-time directory: a socket that nobody answers on is replaced, a live one is left alone. The
     /// directory must outlive the server.
@@ -81,15 +80,13 @@ public:
     std::optional<std::string> status();
     std::optional<std::string> endpoint(const std::string& name);
     /// Where the service's lines are to be read from, to the end of file.
-    std::optional<FileDescriptor> callItem(const std::string& identifier);
-    std::optional<FileDescriptor> callList(const std::string& identifier, std::uint32_t pageSize);
+    std::optional<FileDescriptor> call(const std::string& operation, const std::string& arguments);
     const std::string& error() const { return error_; }
 
 private:
-    struct Call;
+    struct Question;
     explicit ControlClient(std::unique_ptr<BusPeer> peer);
-    std::optional<std::string> ask(const Call& call);
-    std::optional<FileDescriptor> open(Call call);
+    std::optional<std::string> ask(const Question& question);
 
     std::unique_ptr<BusPeer> peer_;
     std::string error_;

@@ -25,10 +25,9 @@ private:
 };
 } // namespace
 
-struct ControlClient::Call {
+struct ControlClient::Question {
     const char* member;
-    const std::string* text = nullptr;
-    std::optional<std::uint32_t> number{};
+    std::vector<const std::string*> texts{};
     int descriptor = -1;
     bool answersText = false;
 };
@@ -48,18 +47,19 @@ ControlClient& ControlClient::operator=(ControlClient&&) noexcept = default;
 ControlClient::~ControlClient() = default;
 
 /// The answer's text, empty for calls without one; none on failure.
-std::optional<std::string> ControlClient::ask(const Call& call) {
-    const BusMessage message = peer_->makeCall({control::kPath, control::kInterface, call.member});
+std::optional<std::string> ControlClient::ask(const Question& question) {
+    const BusMessage message = peer_->makeCall({control::kPath, control::kInterface, question.member});
     int status = message ? 0 : -ENOMEM;
-    if (status >= 0 && call.text) status = sd_bus_message_append(message.get(), "s", call.text->c_str());
-    if (status >= 0 && call.number) status = sd_bus_message_append(message.get(), "u", *call.number);
-    if (status >= 0 && call.descriptor >= 0) status = sd_bus_message_append(message.get(), "h", call.descriptor);
+    for (const std::string* text : question.texts)
+        if (status >= 0) status = sd_bus_message_append(message.get(), "s", text->c_str());
+    if (status >= 0 && question.descriptor >= 0)
+        status = sd_bus_message_append(message.get(), "h", question.descriptor);
     BusError error;
     sd_bus_message* raw = nullptr;
     if (status >= 0) status = sd_bus_call(peer_->get(), message.get(), kAnswerTime, error.get(), &raw);
     const BusMessage answer(raw);
     const char* text = "";
-    if (status >= 0 && call.answersText) status = sd_bus_message_read(answer.get(), "s", &text);
+    if (status >= 0 && question.answersText) status = sd_bus_message_read(answer.get(), "s", &text);
     if (status >= 0) return text;
     error_ = error.text(status);
     return std::nullopt;
@@ -68,19 +68,11 @@ std::optional<std::string> ControlClient::ask(const Call& call) {
 std::optional<std::string> ControlClient::status() { return ask({.member = "Status", .answersText = true}); }
 
 std::optional<std::string> ControlClient::endpoint(const std::string& name) {
-    return ask({.member = "Endpoint", .text = &name, .answersText = true});
+    return ask({.member = "Endpoint", .texts = {&name}, .answersText = true});
 }
 
-std::optional<FileDescriptor> ControlClient::callItem(const std::string& identifier) {
-    return open({.member = "CallItem", .text = &identifier});
-}
-
-std::optional<FileDescriptor> ControlClient::callList(const std::string& identifier, std::uint32_t pageSize) {
-    return open({.member = "CallList", .text = &identifier, .number = pageSize});
-}
-
-/// As ask(), with the writing end of a new pipe as last argument; the reading end is the result.
-std::optional<FileDescriptor> ControlClient::open(Call call) {
+/// The last argument is the writing end of a new pipe, whose reading end is the result.
+std::optional<FileDescriptor> ControlClient::call(const std::string& operation, const std::string& arguments) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         error_ = std::strerror(errno);
@@ -88,8 +80,8 @@ std::optional<FileDescriptor> ControlClient::open(Call call) {
     }
     FileDescriptor reading(ends[0]);
     const FileDescriptor writing(ends[1]);
-    call.descriptor = writing.get();
-    return ask(call) ? std::optional(std::move(reading)) : std::nullopt;
+    const auto taken = ask({.member = "Call", .texts = {&operation, &arguments}, .descriptor = writing.get()});
+    return taken ? std::optional(std::move(reading)) : std::nullopt;
 }
 
 } // namespace brindlemar

@@ -21,7 +21,7 @@ constexpr std::chrono::seconds kLockTime{5};
 using Count = std::shared_ptr<void>;
 
 struct Client {
-    Count items = std::make_shared<char>(), lists = std::make_shared<char>();
+    Count calls = std::make_shared<char>();
 };
 
 /// One message of a client, and what it is served with.
@@ -54,14 +54,14 @@ int endpoint(const Call& call) {
 }
 
 /// Answers before the handler runs: the caller then waits for lines, not for an answer.
-CallOutput takeOutput(const Call& call, int borrowed, const Count& count, long most) {
+CallOutput takeOutput(const Call& call, int borrowed, const Count& count) {
     struct stat info {};
     CallOutput output;
     if (::fstat(borrowed, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode))) {
         call.refuse(SD_BUS_ERROR_INVALID_ARGS, "the output must be a pipe or a socket");
         return output; // writing elsewhere could block without end
     }
-    if (count.use_count() > most || call.all.use_count() > ControlServer::kMostCalls) {
+    if (count.use_count() > ControlServer::kMostCallsOfOne || call.all.use_count() > ControlServer::kMostCalls) {
         call.refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls are under way");
         return output;
     }
@@ -75,23 +75,13 @@ CallOutput takeOutput(const Call& call, int borrowed, const Count& count, long m
     return output;
 }
 
-int callItem(const Call& call) {
-    const char* identifier = nullptr;
+int takeCall(const Call& call) {
+    const char *operation = nullptr, *arguments = nullptr;
     int borrowed = -1;
-    if (const int failed = sd_bus_message_read(call.message, "sh", &identifier, &borrowed); failed < 0) return failed;
-    CallOutput output = takeOutput(call, borrowed, call.client.items, ControlServer::kMostItems);
-    if (output) call.handlers.callItem(identifier, std::move(output));
-    return 0;
-}
-
-int callList(const Call& call) {
-    const char* identifier = nullptr;
-    std::uint32_t pageSize = 0;
-    int borrowed = -1;
-    if (const int failed = sd_bus_message_read(call.message, "suh", &identifier, &pageSize, &borrowed); failed < 0)
+    if (const int failed = sd_bus_message_read(call.message, "ssh", &operation, &arguments, &borrowed); failed < 0)
         return failed;
-    CallOutput output = takeOutput(call, borrowed, call.client.lists, ControlServer::kMostLists);
-    if (output) call.handlers.callList(identifier, pageSize, std::move(output));
+    CallOutput output = takeOutput(call, borrowed, call.client.calls);
+    if (output) call.handlers.call(operation, arguments, std::move(output));
     return 0;
 }
 
@@ -103,8 +93,7 @@ struct Method {
 constexpr Method kMethods[] = {
     {"Status", "", status},
     {"Endpoint", "s", endpoint},
-    {"CallItem", "sh", callItem},
-    {"CallList", "suh", callList},
+    {"Call", "ssh", takeCall},
 };
 
 void dispatch(const Call& call, const Diagnostic& diagnostic) {
