@@ -109,7 +109,7 @@ TYPED_TEST(Ports, WaitingForAnAnswerEndsWithTheTimeOrWithThePort) {
     EXPECT_EQ(this->ask(remote, 1, "x", 20ms).status, SendStatus::receiveTimeout); // no queue yet
     EXPECT_GE(std::chrono::steady_clock::now() - start, 20ms);
     local->setDispatchQueue(this->world.main);
-    EXPECT_EQ(this->ask(remote, 2, "x").status, SendStatus::becameInvalid);
+    EXPECT_EQ(this->ask(remote, 2, "x", 1h).status, SendStatus::becameInvalid);
     EXPECT_EQ(this->send(remote, 3, "x"), SendStatus::invalid);
 }
 
