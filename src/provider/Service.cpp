@@ -71,7 +71,7 @@ ServicePlaces ServicePlaces::ofUser() {
 /// In the order of construction. What the platform bundle refers to is declared before everything that uses it.
 struct Service::Parts {
     Parts(const RuntimeDirectory& directory, const ServicePlaces& places)
-        : stores(places.cache, clock),
+        : stores(places.cache, clock, timers, logDiagnostic),
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
                    {.temporaryDirectory = temporaryDirectory(places), .userVisibleRoot = places.userVisibleRoot}, clock,
                    [this] { return feed.topLevel(); }),

@@ -1,145 +1,120 @@
 #include "linux/store/HybridStore.h"
 
 #include "linux/ports/PortAddress.h"
-#include "linux/queues/QuietThread.h"
 
 #include <filesystem>
+#include <future>
 #include <system_error>
+#include <utility>
 
 namespace brindlemar {
 
 namespace {
-constexpr std::size_t kMostFreshGroups = 10'000;
-constexpr std::size_t kMostWaitingInGroups = 16'000'000;
-} // namespace
 
-struct HybridStore::Snapshot {
-    std::optional<MemoryEntry> entry;
-    SharedStoreRuns fresh, runs;
-    std::uint64_t generation = 0;
+constexpr std::size_t kMostWaiting = 4'000'000; // objects
+
+struct OneObject final : ObjectGroup {
+    OneObject(std::string_view key, StoredObject object) : key_(key), object_(std::move(object)) {}
+    std::size_t count() const override { return 1; }
+    void appendKey(std::size_t, std::string& key) const override { key += key_; }
+    StoredObject object(std::size_t) const override { return object_; }
+
+    const std::string key_;
+    const StoredObject object_;
 };
 
-HybridStore::HybridStore(Setup setup, Clock& clock)
-    : setup_(std::move(setup)), clock_(clock), thread_(startQuietThread([this] { run(); })) {}
-
-HybridStore::~HybridStore() {
-    {
-        std::lock_guard lock(mutex_);
-        state_.stopping = true;
-    }
-    wake_.notify_one();
-    thread_.join();
+auto groupOf(std::string_view key, StoredObject object) {
+    return std::make_shared<IndexedGroup>(std::make_shared<OneObject>(key, std::move(object)));
 }
 
-HybridStore::Snapshot HybridStore::snapshot(std::string_view key) {
-    std::lock_guard lock(mutex_);
-    Snapshot snapshot{std::nullopt, state_.fresh, state_.runs, state_.generation};
-    if (const MemoryEntry* entry = state_.memory->find(key)) snapshot.entry = *entry;
-    return snapshot;
+} // namespace
+
+HybridStore::HybridStore(Setup setup, Clock& clock, QueueTimers& timers)
+    : setup_(std::move(setup)), clock_(clock), queue_(timers, "item store") {
+    RecordFile::remove(setup_.path);
+    everySecond_ = queue_.repeat(std::chrono::seconds(1), [this] { tidy(); });
 }
 
 StoredObject HybridStore::object(std::string_view key) {
-    const Snapshot now = snapshot(key);
-    const std::uint64_t hash = KeyIndex::hash(key);
-    const auto isLive = [time = clock_.now()](Timestamp expiry) { return expiry > time; };
-    for (const SharedStoreRuns& list : {now.fresh, now.runs})
-        for (auto run = list->rbegin(); run != list->rend(); ++run) {
-            // Of what is in memory only groups can be later writes.
-            if (now.entry && (!run->objects || run->sequence < now.entry->sequence)) continue;
-            const auto hit = findInRun(*run, key, hash);
-            if (!hit) continue;
-            if (!isLive(hit->expiry)) return nullptr;
-            return hit->bytes ? decoded(key, *hit, now) : hit->object;
-        }
-    return now.entry && isLive(now.entry->expiry) ? now.entry->object : nullptr;
+    std::vector<Entry> candidates; // the first that has the key has its latest write
+    std::unique_lock lock(mutex_);
+    const auto& [singles, groups] = state_.memory;
+    const auto single = singles.find(std::string(key));
+    for (auto group = groups.rbegin(); group != groups.rend(); ++group)
+        if (single == singles.end() || group->number > single->second.number) candidates.push_back(*group);
+    if (single != singles.end()) candidates.push_back(single->second);
+    const SharedFile file = state_.file;
+    const std::uint64_t last = state_.last;
+    lock.unlock();
+    for (const Entry& entry : candidates)
+        if (const auto object = entry.group->find(key)) return entry.expiry > clock_.now() ? *object : nullptr;
+    return file ? fromFile(key, file, last) : nullptr;
 }
 
-/// Decoded outside the lock; kept in memory unless something was written in the meantime that might hide it.
-StoredObject HybridStore::decoded(std::string_view key, const RunHit& hit, const Snapshot& snapshot) {
-    StoredObject object = setup_.coder.decode(*hit.bytes);
-    if (!object) return nullptr;
-    {
-        std::lock_guard lock(mutex_);
-        if (state_.generation != snapshot.generation) return nullptr;
-        const std::size_t limit = setup_.configuration.memoryCountLimit;
-        const bool unchanged = state_.fresh == snapshot.fresh && state_.runs == snapshot.runs;
-        if (!unchanged || state_.memory->find(key) || (limit > 0 && state_.memory->size() >= 2 * limit)) return object;
-        state_.memory->put(key, {object, hit.expiry, hit.sequence, true}, state_.garbage.objects);
-        state_.due = std::min(state_.due, hit.expiry);
-        state_.crowded = limit > 0 && state_.memory->size() > limit;
-        if (!state_.crowded) return object;
+/// Kept in memory unless something was written in the meantime, or still waits to be, that might hide it.
+StoredObject HybridStore::fromFile(std::string_view key, const SharedFile& file, std::uint64_t last) {
+    std::optional<RecordFile::Record> record;
+    try {
+        record = file->find(key);
+    } catch (const RecordFile::Error& error) {
+        abandon(file, error);
     }
-    wake_.notify_one();
+    if (!record || !record->hasValue || record->expiry <= clock_.now()) return nullptr;
+    StoredObject object = setup_.coder.decode(record->value);
+    std::lock_guard lock(mutex_);
+    if (!object || state_.last != last || state_.written != last) return object;
+    state_.written = ++state_.last;
+    state_.memory.singles.emplace(key, Entry{groupOf(key, object), record->expiry, state_.last});
     return object;
 }
 
 void HybridStore::setObject(StoredObject object, std::string_view key, Timestamp expiry) {
-    bool wake = false;
-    {
-        std::lock_guard lock(mutex_);
-        if (state_.writes.size() >= kMostWaitingObjects) empty();
-        const std::uint64_t sequence = state_.nextSequence++;
-        state_.memory->put(key, {std::move(object), expiry, sequence, false}, state_.garbage.objects);
-        if (state_.writes.empty()) state_.gatherUntil = std::chrono::steady_clock::now() + kGathering;
-        state_.writes.push_back({std::string(key), sequence, 0});
-        state_.due = std::min(state_.due, expiry);
-        wake = state_.writes.size() == 1 || state_.writes.size() == kBatch;
-    }
-    if (wake) wake_.notify_one();
+    put(groupOf(key, std::move(object)), expiry, std::string(key));
 }
 
 void HybridStore::setObjects(std::shared_ptr<const ObjectGroup> group, Timestamp expiry) {
-    const std::size_t count = group->count();
-    if (count == 0) return;
-    {
-        std::lock_guard lock(mutex_);
-        if (state_.fresh->size() >= kMostFreshGroups || state_.waitingInGroups + count > kMostWaitingInGroups) empty();
-        auto fresh = std::make_shared<StoreRuns>(*state_.fresh);
-        fresh->push_back(
-            {state_.nextSequence, count, expiry, std::make_shared<KeyIndex>(count), std::move(group), nullptr});
-        state_.nextSequence += count;
-        state_.waitingInGroups += count;
-        state_.due = std::min(state_.due, expiry);
-        state_.garbage.runs.push_back(std::exchange(state_.fresh, std::move(fresh)));
-    }
-    wake_.notify_one();
+    put(std::make_shared<IndexedGroup>(std::move(group)), expiry, std::nullopt);
+}
+
+void HybridStore::put(SharedGroup group, Timestamp expiry, const std::optional<std::string>& key) {
+    std::lock_guard lock(mutex_);
+    if (state_.waiting >= kMostWaiting) empty();
+    state_.waiting += group->objects->count();
+    Entry entry{std::move(group), expiry, ++state_.last};
+    if (key)
+        state_.garbage.push_back(std::exchange(state_.memory.singles[*key], std::move(entry)).group);
+    else
+        state_.memory.groups.push_back(std::move(entry));
 }
 
 void HybridStore::removeAll() {
-    {
-        std::lock_guard lock(mutex_);
-        empty();
-    }
-    wake_.notify_one();
+    std::lock_guard lock(mutex_);
+    empty();
 }
 
-/// Under the lock. What is under way is recognised by its generation and not published.
+/// Under the lock. What is being written ends in the file that goes here.
 void HybridStore::empty() {
-    ++state_.generation;
-    state_.garbage.fronts.push_back(std::exchange(state_.memory, std::make_unique<MemoryFront>()));
-    state_.garbage.runs.push_back(std::exchange(state_.fresh, std::make_shared<StoreRuns>()));
-    state_.garbage.runs.push_back(std::exchange(state_.runs, std::make_shared<StoreRuns>()));
-    state_.garbage.writes.push_back(std::exchange(state_.writes, {}));
-    state_.waitingInGroups = 0;
-    state_.due = Timestamp::max();
+    state_.garbage.push_back(std::make_shared<Memory>(std::exchange(state_.memory, {})));
+    state_.garbage.push_back(std::exchange(state_.file, nullptr));
+    state_.written = ++state_.last;
+    state_.waiting = 0;
 }
 
-void HybridStore::removeExpiredObjects() {
-    const Timestamp now = clock_.now();
+void HybridStore::abandon(const SharedFile& file, const RecordFile::Error& error) {
     {
         std::lock_guard lock(mutex_);
-        if (state_.due > now) return;
+        if (state_.file == file) state_.garbage.push_back(std::exchange(state_.file, nullptr));
     }
-    wake_.notify_one();
+    std::call_once(reported_, setup_.diagnostic, std::string("An item cache lost its file: ") + error.what());
 }
 
 void HybridStore::settle() {
-    std::unique_lock lock(mutex_);
-    ++state_.settling;
-    wake_.notify_one();
-    state_.idle = false;
-    settled_.wait(lock, [this] { return state_.idle; });
-    --state_.settling;
+    std::promise<void> done;
+    queue_.async([&] {
+        tidy();
+        done.set_value();
+    });
+    done.get_future().wait();
 }
 
 std::string HybridStores::filePath(std::string_view storeName) const {
@@ -147,14 +122,13 @@ std::string HybridStores::filePath(std::string_view storeName) const {
 }
 
 std::unique_ptr<ObjectStore> HybridStores::make(StoreConfiguration configuration, ObjectCoder coder) {
+    std::error_code ignored;
+    std::filesystem::create_directories(directory_, ignored);
+    std::filesystem::permissions(directory_, std::filesystem::perms::owner_all, ignored);
+    std::string path = filePath(configuration.name);
+    HybridStore::Setup setup{std::move(configuration), std::move(coder), std::move(path), diagnostic_};
     try {
-        std::filesystem::create_directories(directory_);
-    } catch (const std::filesystem::filesystem_error&) { // memory only, then
-    }
-    auto file = RunFile::create(filePath(configuration.name));
-    try {
-        return std::make_unique<HybridStore>(
-            HybridStore::Setup{std::move(configuration), std::move(coder), std::move(file)}, clock_);
+        return std::make_unique<HybridStore>(std::move(setup), clock_, timers_);
     } catch (const std::system_error&) { // no thread
         return nullptr;
     }

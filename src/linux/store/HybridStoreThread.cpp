@@ -1,210 +1,125 @@
-// What the store's own thread does besides writing: taking in groups, forgetting, cleaning up.
+// What a store's own thread does: writing, forgetting, cleaning up.
 #include "linux/store/HybridStore.h"
 
 #include <malloc.h>
 
-#include <algorithm>
+#include <ranges>
+#include <utility>
 
 namespace brindlemar {
 
 namespace {
-
-constexpr std::size_t kSmallGroup = 256;
-constexpr auto kLongestWait = std::chrono::seconds(5); // the clock may be set
-// The allocator is asked to return memory after this much went.
-constexpr std::size_t kManyObjects = 50'000;
-constexpr std::size_t kLargeObject = 16 << 20; // bytes
-
-StoreRuns joined(const StoreRuns& runs, StoreRun last) {
-    StoreRuns all;
-    all.reserve(runs.size() + 1);
-    all.assign(runs.begin(), runs.end());
-    all.push_back(std::move(last));
-    return all;
-}
-
-/// The oldest written groups keep no objects until no more than `limit` do. True when that changed something.
-bool releaseGroups(StoreRuns& runs, std::size_t groups, std::size_t limit) {
-    const std::size_t before = groups;
-    for (StoreRun& run : runs) {
-        if (groups <= limit) break;
-        if (!run.objects || !run.written) continue;
-        run.objects = nullptr;
-        --groups;
-    }
-    return groups != before;
-}
-
-/// The oldest runs leave the disk until `excess` bytes are free. True when that changed something.
-bool releaseDisk(StoreRuns& runs, std::uint64_t excess) {
-    const std::uint64_t before = excess;
-    for (StoreRun& run : runs) {
-        if (excess == 0) break;
-        if (!run.disk) continue;
-        excess -= std::min(excess, run.disk->size());
-        run.disk = nullptr;
-    }
-    return excess != before;
-}
-
+constexpr std::size_t kBatch = 1000; // records
+constexpr std::size_t kBatchBytes = 1 << 20;
+constexpr std::size_t kLargestValue = 16 << 20; // bytes
+constexpr std::chrono::seconds kSweep{10};
 } // namespace
 
-void HybridStore::run() {
-    std::unique_lock lock(mutex_);
-    while (!state_.stopping) {
-        if (!hasWork()) {
-            await(lock);
-            continue;
-        }
-        lock.unlock();
-        try {
-            destroyGarbage();
-            takeGroups();
-            write();
-            makeRoom();
-        } catch (const std::exception&) { // no memory: begin again with nothing
-            removeAll();
-        }
-        lock.lock();
-    }
-}
-
-bool HybridStore::isCurrent(std::uint64_t generation) {
-    std::lock_guard lock(mutex_);
-    return state_.generation == generation;
-}
-
-bool HybridStore::mayWrite() const {
-    // Groups first: they may hold earlier writes of the same keys.
-    if (state_.writes.empty() || !state_.fresh->empty()) return false;
-    return state_.settling > 0 || state_.writes.front().groupCount > 0 || state_.writes.size() >= kBatch ||
-           std::chrono::steady_clock::now() >= state_.gatherUntil;
-}
-
-bool HybridStore::hasWork() const {
-    return !state_.garbage.isEmpty() || !state_.fresh->empty() || mayWrite() || state_.crowded ||
-           state_.due <= clock_.now();
-}
-
-void HybridStore::await(std::unique_lock<std::mutex>& lock) {
-    state_.idle = true;
-    settled_.notify_all();
-    const auto untilDue = [this] {
-        return std::min<std::chrono::nanoseconds>(state_.due - clock_.now(), kLongestWait);
-    };
-    if (!state_.writes.empty())
-        wake_.wait_until(lock, state_.gatherUntil);
-    else if (state_.due != Timestamp::max())
-        wake_.wait_for(lock, untilDue());
-    else
-        wake_.wait(lock);
-    state_.idle = false;
-}
-
-void HybridStore::destroyGarbage() {
-    Garbage garbage;
-    {
-        std::lock_guard lock(mutex_);
-        std::swap(garbage, state_.garbage);
-    }
-    std::size_t large = 0; // groups and objects
-    std::vector<std::weak_ptr<const ObjectGroup>> groups;
-    for (const SharedStoreRuns& runs : garbage.runs)
-        for (const StoreRun& run : *runs)
-            if (run.objects && run.count >= kManyObjects) groups.push_back(run.objects);
-    if (setup_.coder.estimatedSize)
-        for (const StoredObject& object : garbage.objects) large += setup_.coder.estimatedSize(object) >= kLargeObject;
-    garbage = Garbage();
-    for (const auto& group : groups) large += group.expired();
-    if (large > 0) ::malloc_trim(0);
-}
-
-void HybridStore::takeGroups() {
-    for (;;) {
-        SharedStoreRuns groups;
-        std::uint64_t generation;
-        {
-            std::lock_guard lock(mutex_);
-            if (state_.fresh->empty()) return;
-            groups = state_.fresh;
-            generation = state_.generation;
-        }
-        for (const StoreRun& group : *groups)
-            if (group.count < kSmallGroup)
-                takeApart(group, generation);
-            else
-                adopt(group, generation);
-        std::lock_guard lock(mutex_);
-        if (state_.generation != generation) continue;
-        const auto taken = static_cast<std::ptrdiff_t>(groups->size());
-        auto rest = std::make_shared<StoreRuns>(state_.fresh->begin() + taken, state_.fresh->end());
-        state_.garbage.runs.push_back(std::exchange(state_.fresh, std::move(rest)));
-    }
-}
-
-/// Under the lock.
-void HybridStore::replaceRuns(StoreRuns runs) {
-    state_.garbage.runs.push_back(std::exchange(state_.runs, std::make_shared<StoreRuns>(std::move(runs))));
-}
-
-void HybridStore::takeApart(const StoreRun& group, std::uint64_t generation) {
-    std::vector<std::pair<std::string, StoredObject>> items(group.count);
-    for (std::size_t i = 0; i < group.count; ++i) {
-        group.objects->appendKey(i, items[i].first);
-        items[i].second = group.objects->object(i);
-    }
-    std::lock_guard lock(mutex_);
-    if (state_.generation != generation) return;
-    if (state_.writes.size() >= kMostWaitingObjects) {
-        empty();
-        return;
-    }
-    if (state_.writes.empty()) state_.gatherUntil = std::chrono::steady_clock::now() + kGathering;
-    for (std::size_t i = 0; i < group.count; ++i) {
-        auto& [key, object] = items[i];
-        const std::uint64_t sequence = group.sequence + i;
-        const MemoryEntry* newer = state_.memory->find(key);
-        if (newer && newer->sequence > sequence) continue;
-        state_.memory->put(key, {std::move(object), group.expiry, sequence, false}, state_.garbage.objects);
-        state_.writes.push_back({std::move(key), sequence, 0});
-    }
-    state_.waitingInGroups -= group.count;
-}
-
-void HybridStore::adopt(const StoreRun& group, std::uint64_t generation) {
-    group.buildIndex();
-    auto hidden = [this] {
-        std::lock_guard lock(mutex_);
-        return state_.memory->keys();
-    }();
-    std::erase_if(hidden, [&](const auto& entry) {
-        return entry.second > group.sequence || !findInRun(group, entry.first, KeyIndex::hash(entry.first));
-    });
-    std::lock_guard lock(mutex_);
-    if (state_.generation != generation) return;
-    for (const auto& [key, sequence] : hidden) state_.memory->erase(key, sequence, state_.garbage.objects);
-    replaceRuns(joined(*state_.runs, group));
-    state_.writes.push_back({{}, group.sequence, group.count});
-}
-
-void HybridStore::makeRoom() {
+void HybridStore::tidy() {
     const Timestamp now = clock_.now();
-    const std::uint64_t used = diskUsed(), most = setup_.configuration.diskMaximumSize;
-    std::lock_guard lock(mutex_);
-    const bool isDue = state_.due <= now;
-    const auto groups = static_cast<std::size_t>(std::count_if(
-        state_.runs->begin(), state_.runs->end(), [](const StoreRun& run) { return run.objects != nullptr; }));
-    const std::size_t limit = setup_.configuration.memoryCountLimit;
-    state_.memory->removeExpired(now, state_.garbage.objects);
-    if (limit > 0) state_.memory->evict(limit - std::min(limit, groups), state_.garbage.objects);
-    state_.crowded = false;
-    if (isDue || (most > 0 && used > most) || (limit > 0 && groups > limit)) {
-        StoreRuns runs = isDue ? withoutExpired(*state_.runs, now) : *state_.runs;
-        const bool fewerOnDisk = most > 0 && used > most && releaseDisk(runs, used - most);
-        const bool fewerGroups = limit > 0 && groups > limit && releaseGroups(runs, groups, limit);
-        if (isDue || fewerOnDisk || fewerGroups) replaceRuns(std::move(runs));
+    try {
+        write();
+        drop(now);
+    } catch (const std::exception&) { // no memory: begin again with nothing
+        removeAll();
     }
-    state_.due = std::min({state_.memory->nextExpiry(), nextExpiry(*state_.runs, now), nextExpiry(*state_.fresh, now)});
+    std::unique_lock lock(mutex_);
+    const SharedFile file = state_.file;
+    auto garbage = std::exchange(state_.garbage, {});
+    lock.unlock();
+    garbage.clear();
+    if (std::chrono::abs(now - sweptAt_) < kSweep) return; // the clock may have been set
+    sweptAt_ = now;
+    ::malloc_trim(0);
+    try {
+        if (file) file->removeExpired(now);
+    } catch (const RecordFile::Error& error) {
+        abandon(file, error);
+    }
+}
+
+void HybridStore::write() {
+    std::vector<Entry> entries;
+    std::unique_lock lock(mutex_);
+    SharedFile file = state_.file;
+    const std::uint64_t end = state_.last;
+    const std::size_t waiting = state_.waiting;
+    const auto waits = [this](const Entry& entry) { return entry.number > state_.written; };
+    std::ranges::copy_if(state_.memory.groups, std::back_inserter(entries), waits);
+    std::ranges::copy_if(std::views::values(state_.memory.singles), std::back_inserter(entries), waits);
+    lock.unlock();
+    if (entries.empty()) return;
+    std::ranges::sort(entries, {}, &Entry::number);
+    try {
+        if (!file) {
+            file = std::make_shared<RecordFile>(setup_.path, setup_.configuration.diskMaximumSize);
+            latestInFile_ = Timestamp::min();
+            lock.lock();
+            if (end > state_.written) state_.file = file; // else all was removed
+            lock.unlock();
+        }
+        writeTo(file, entries);
+    } catch (const RecordFile::Error& error) {
+        abandon(file, error);
+    }
+    lock.lock();
+    if (end <= state_.written) return;
+    state_.written = end;
+    state_.waiting -= waiting;
+}
+
+/// Ends early when the file is dropped.
+void HybridStore::writeTo(const SharedFile& file, const std::vector<Entry>& entries) {
+    const auto& [encode, decode, estimatedSize] = setup_.coder;
+    std::vector<RecordFile::Record> records(kBatch);
+    std::size_t used = 0, bytes = 0;
+    const auto isCurrent = [&] {
+        std::lock_guard lock(mutex_);
+        return state_.file == file;
+    };
+    for (const auto& [group, expiry, number] : entries) {
+        latestInFile_ = std::max(latestInFile_, expiry);
+        for (const auto& [hash, place] : group->places()) {
+            RecordFile::Record& record = records[used++];
+            record.hash = hash;
+            record.expiry = expiry;
+            record.key.clear();
+            record.value.clear();
+            group->objects->appendKey(place, record.key);
+            const StoredObject object = group->objects->object(place);
+            record.hasValue = object && !(estimatedSize && estimatedSize(object) > kLargestValue);
+            if (record.hasValue) encode(object, record.value);
+            bytes += record.value.size();
+            if (used < kBatch && bytes < kBatchBytes) continue;
+            if (!isCurrent()) return;
+            file->put(std::span(records).first(std::exchange(used, 0)));
+            bytes = 0;
+        }
+    }
+    if (isCurrent()) file->put(std::span(records).first(used));
+}
+
+/// What has expired, groups that the file has, and the oldest when memory holds too much. Only what is written goes,
+/// and nothing that hides what stays.
+void HybridStore::drop(Timestamp now) {
+    std::lock_guard lock(mutex_);
+    auto& [memory, file, last, written, waiting, garbage] = state_;
+    const std::uint64_t limit = setup_.configuration.memoryCountLimit;
+    std::uint64_t end = limit > 0 && last > limit ? last - limit : 0; // all up to here goes
+    for (const Entry& group : memory.groups)
+        if (group.number <= written && (file || group.expiry <= now)) end = std::max(end, group.number);
+    end = std::min(end, written);
+    auto& groups = memory.groups;
+    const auto stay = std::ranges::find_if(groups, [end](const Entry& group) { return group.number > end; });
+    for (auto group = groups.begin(); group != stay; ++group) garbage.push_back(std::move(group->group));
+    groups.erase(groups.begin(), stay);
+    std::erase_if(memory.singles, [&](const auto& item) {
+        const auto& [group, expiry, number] = item.second;
+        const bool goes = number <= end || (number <= state_.written && expiry <= now && state_.memory.groups.empty());
+        if (goes) state_.garbage.push_back(group);
+        return goes;
+    });
+    if (latestInFile_ <= now) garbage.push_back(std::exchange(file, nullptr));
 }
 
 } // namespace brindlemar
