@@ -1,5 +1,6 @@
 #include "host/ItemID.h"
 
+#include "host/PartialFile.h"
 #include "platform/Item.h"
 #include "support/Utf8.h"
 
@@ -37,8 +38,9 @@ std::optional<std::string> unescape(std::string_view text) {
 }
 
 bool isFileName(std::string_view name) {
-    return !name.empty() && name != "." && name != ".." && isValidUtf8(name) &&
-           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+    constexpr std::size_t longest = 255; // bytes
+    return !name.empty() && name.size() <= longest && name != "." && name != ".." && isValidUtf8(name) &&
+           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos && !isPartialName(name);
 }
 
 /// Turns the ID of a folder into that of a file in it.
@@ -72,7 +74,7 @@ std::string childID(std::string_view parent, std::string_view name) {
 }
 
 std::optional<ItemPath> pathOfID(std::string_view id) {
-    if (isTopID(id)) return ItemPath{".", "", ""};
+    if (isTopID(id)) return ItemPath{".", "", std::string(kTopID), ""};
     ItemPath result;
     std::string canonical(kTopID);
     for (std::size_t from = 0; from <= id.size();) {
@@ -86,9 +88,20 @@ std::optional<ItemPath> pathOfID(std::string_view id) {
         from = to + 1;
     }
     if (canonical != id) return std::nullopt;
+    result.id = id;
     const std::size_t slash = id.rfind('/');
     result.parentID = slash == std::string_view::npos ? kTopID : id.substr(0, slash);
     return result;
+}
+
+std::optional<ItemPath> newItem(std::string_view parent, std::string_view name) {
+    const std::optional<ItemPath> folder = pathOfID(parent);
+    if (!folder || !isFileName(name)) return std::nullopt;
+    return ItemPath{childPath(folder->path, name), std::string(name), childID(folder->id, name), folder->id};
+}
+
+std::string childPath(const std::string& folder, std::string_view name) {
+    return folder == "." ? std::string(name) : std::string(folder).append("/").append(name);
 }
 
 } // namespace brindlemar::host

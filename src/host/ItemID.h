@@ -23,10 +23,21 @@ std::string childID(std::string_view parent, std::string_view name);
 struct ItemPath {
     std::string path; // below the directory; "." for the directory itself
     std::string name; // last component; empty for the directory itself
+    std::string id;   // kTopID for the directory itself, however it was called
     std::string parentID;
+
+    /// The path of the folder that the item is in.
+    std::string folder() const { return path == name ? "." : path.substr(0, path.size() - name.size() - 1); }
 };
 
 /// None when the text is not exactly an ID as childID() makes them.
 std::optional<ItemPath> pathOfID(std::string_view id);
+
+/// Where an item of this name in the folder with the ID `parent` lies; none when the ID is none or no file can have
+/// the name.
+std::optional<ItemPath> newItem(std::string_view parent, std::string_view name);
+
+/// The path of the file `name` in the folder with this path.
+std::string childPath(const std::string& folder, std::string_view name);
 
 } // namespace brindlemar::host

@@ -6,19 +6,18 @@
 
 namespace brindlemar::host {
 
-/// Listens as long as it lives. Requests are answered on the workers, several at a time; a reply is dropped, with a
-/// warning, when the extension's reply port is not to be reached.
+/// Listens as long as it lives. Requests are answered on the queues, several at a time; a reply is dropped, with a
+/// warning, when the requester is not to be reached any more.
 class PortServer {
 public:
     struct Services {
         MessagePorts& ports;
         Queue& dispatch; // where messages arrive; serial
-        Queue& workers;
-        Say warn;
+        RequestHandler::Queues queues;
+        Misbehaviour& misbehaviour;
     };
     /// None when another process already serves a connection with this domain. The services outlive the server.
-    static std::unique_ptr<PortServer> open(const Services& services, const Connection& connection, Tree tree,
-                                            std::set<std::string> silent);
+    static std::unique_ptr<PortServer> open(const Services& services, std::unique_ptr<Served> served);
     ~PortServer() { port_->invalidate(); }
 
 private:

@@ -1,5 +1,6 @@
 #include "host/Tree.h"
 
+#include "host/PartialFile.h"
 #include "support/Utf8.h"
 
 #include <dirent.h>
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 
 namespace brindlemar::host {
@@ -71,7 +73,9 @@ Tree::Names Tree::names(const std::string& path) const {
     while (const dirent* entry = (errno = 0, ::readdir(entries.get()))) {
         if (!mayBeServed(result.folder, *entry)) continue;
         const std::string_view name = entry->d_name;
-        if (isValidUtf8(name))
+        if (isPartialName(name))
+            result.hasPartial = true;
+        else if (isValidUtf8(name))
             result.text.insert(result.text.end(), name.data(), name.data() + name.size() + 1);
         else
             ++result.unreadable;
@@ -87,6 +91,14 @@ Tree::Status Tree::statusIn(const FileDescriptor& folder, std::string_view name)
     struct stat info {};
     if (::fstatat(folder.get(), name.data(), &info, AT_SYMLINK_NOFOLLOW) == 0) return ofFileOrFolder(info);
     return {saysMissing(errno) ? Outcome::missing : Outcome::failed, errno};
+}
+
+std::optional<std::string> Tree::location(const std::string& path) const {
+    std::error_code error;
+    std::string top = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(top_.descriptor().get()), error);
+    if (error || !isLinked(top_.descriptor())) return std::nullopt;
+    if (path == ".") return top;
+    return top == "/" ? top + path : top + "/" + path;
 }
 
 } // namespace brindlemar::host

@@ -1,10 +1,11 @@
-// Reading access to the directories and regular files below one directory.
+// The directories and regular files below one directory.
 #pragma once
 
 #include "host/TopDirectory.h"
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,7 @@ public:
     };
     Status status(const std::string& path) const;
     /// Names in the folder, sorted by their bytes, without those that are no UTF-8 text; `unreadable` counts these.
+    /// Partial files have no name here, but `hasPartial` tells of them.
     struct Names {
         Outcome outcome = Outcome::failed;
         int error = 0;
@@ -33,10 +35,17 @@ public:
         std::vector<char> text{};              // what the names point into
         std::vector<std::string_view> names{}; // each has a zero byte behind it
         std::size_t unreadable = 0;
+        bool hasPartial = false;
     };
     Names names(const std::string& path) const;
     /// The status of a name in a folder that was opened by names().
     static Status statusIn(const FileDescriptor& folder, std::string_view name);
+
+    /// See TopDirectory::open().
+    FileDescriptor open(const std::string& path, int flags) const { return top_.open(path, flags); }
+    const FileDescriptor& top() const { return top_.descriptor(); }
+    /// The absolute path of what is there; none when it cannot be known.
+    std::optional<std::string> location(const std::string& path) const;
 
 private:
     template <class Result>

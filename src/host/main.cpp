@@ -3,6 +3,7 @@
 #include "host/ServiceLink.h"
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/SerialQueue.h"
+#include "linux/queues/SystemClock.h"
 #include "linux/queues/WorkerPool.h"
 
 #include <CLI/CLI.hpp>
@@ -17,11 +18,15 @@ namespace {
 
 enum Exit { ok = 0, failure = 1, usage = 2, noDirectory = 3, interrupted = 130 };
 
+constexpr unsigned kCopiers = 4; // threads
+
 void say(const std::string& text) { std::cerr << "brindlemar-host: " + text + "\n"; }
+
+constexpr unsigned kLongestDelay = 3'600'000; // milliseconds
 
 struct Options {
     std::vector<std::string> connections;
-    std::vector<std::string> silent;
+    Misbehaviour::Options misbehaviour;
 };
 
 /// None after the user was told why; `code` is then the process's.
@@ -33,9 +38,18 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& code) {
     app.add_option("CONNECTION", options.connections,
                    "NAME=DIRECTORY, or NAME:DOMAIN=DIRECTORY to choose the connection's domain identifier")
         ->required();
-    app.add_option("--hold", options.silent, "Never answer requests with this command; for tests")
+    app.add_option("--hold", options.misbehaviour.held, "Never answer requests with this command; for tests")
         ->type_name("COMMAND")
         ->allow_extra_args(false);
+    app.add_option("--fail", options.misbehaviour.failing, "Let the first N requests with this command fail; for tests")
+        ->type_name("COMMAND=N")
+        ->allow_extra_args(false);
+    app.add_option_function<unsigned>(
+           "--delay", [&](unsigned ms) { options.misbehaviour.delay = std::chrono::milliseconds(ms); },
+           "Let each request wait before it is answered; for tests")
+        ->type_name("MS")
+        ->check(CLI::Range(0U, kLongestDelay))
+        ->take_last();
     app.set_version_flag("--version", std::string("brindlemar-host ") + BRINDLEMAR_VERSION);
     app.footer("Exit status: 0 ended, 1 another host already serves a domain, 2 wrong usage, 3 no such directory,\n"
                "130 interrupted.\nExample: brindlemar-host Work=/home/me/work Photos:photos=/srv/photos");
@@ -71,22 +85,26 @@ sigset_t blockEndingSignals() {
     sigaddset(&signals, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN); // a file that grows too long is a failed copy
     return signals;
 }
 
-int serve(const std::vector<Connection>& connections, std::vector<Tree> trees, const std::set<std::string>& silent) {
+int serve(const std::vector<Connection>& connections, std::vector<Tree> trees, Misbehaviour& misbehaviour) {
     const sigset_t signals = blockEndingSignals();
     const RuntimeDirectory directory = RuntimeDirectory::open();
     QueueTimers timers;
     SerialQueue dispatch(timers, "requests");
-    WorkerPool workers(timers);
+    WorkerPool workers(timers), copiers(timers, {.usualThreads = kCopiers, .mostThreads = kCopiers});
+    SystemClock clock;
     const auto complain = [](std::string_view text) { say(std::string(text)); };
     SocketMessagePorts ports(RuntimeDirectory::open(), dispatch, limited(complain, timers));
     std::vector<std::unique_ptr<PortServer>> servers;
     std::vector<std::string> records;
     for (std::size_t i = 0; i < connections.size(); ++i) {
         const Connection& connection = connections[i];
-        servers.push_back(PortServer::open({ports, dispatch, workers, say}, connection, std::move(trees[i]), silent));
+        std::unique_ptr<Served> served(new Served{connection, std::move(trees[i]), say, clock, workers,
+                                                  ItemAttributes(ItemAttributes::usualFile(connection.domain))});
+        servers.push_back(PortServer::open({ports, dispatch, {workers, copiers}, misbehaviour}, std::move(served)));
         if (!servers.back()) {
             say("Another host already serves the domain \"" + connection.domain + "\". End it, or write " +
                 connection.name + ":DOMAIN=" + connection.directory + " with another domain.");
@@ -111,13 +129,14 @@ int run(int argc, char** argv) {
     if (!options) return code;
     try {
         const std::vector<Connection> connections = parseConnections(options->connections);
+        Misbehaviour misbehaviour(options->misbehaviour);
         std::vector<Tree> trees;
         for (const Connection& connection : connections) {
             std::optional<Tree> tree = openDirectory(connection);
             if (!tree) return Exit::noDirectory;
             trees.push_back(std::move(*tree));
         }
-        return serve(connections, std::move(trees), {options->silent.begin(), options->silent.end()});
+        return serve(connections, std::move(trees), misbehaviour);
     } catch (const ArgumentError& error) {
         say(std::string(error.what()) + " Try brindlemar-host --help.");
         return Exit::usage;

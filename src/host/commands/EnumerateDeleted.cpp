@@ -1,17 +1,17 @@
 #include "host/ItemID.h"
 #include "host/commands/Commands.h"
-#include "host/commands/FolderWarnings.h"
 #include "host/commands/ItemText.h"
+#include "host/commands/Warnings.h"
 
 namespace brindlemar::host {
 
 namespace {
 constexpr std::string_view kNothing = "[]";
 
-std::vector<std::string> vanishedNames(Served& served, const std::string& path, const Tree::Names& folder) {
+KnownNames knownNames(const Served& served, const std::string& path) {
     return served.known.with([&](const auto& known) {
         const auto entry = known.find(path);
-        return entry == known.end() ? std::vector<std::string>() : entry->second.missingFrom(folder.names);
+        return entry == known.end() ? KnownNames() : entry->second;
     });
 }
 
@@ -25,24 +25,25 @@ void forget(Served& served, const std::string& path, const std::vector<std::stri
 }
 } // namespace
 
-void enumerateDeleted(Served& served, const JSON& request, const Reply& reply) {
-    const std::string identifier = textMember(request, "identifier");
-    const std::optional<ItemPath> path = pathOfID(identifier);
+void enumerateDeleted(const Request& request) {
+    Served& served = request.served;
+    const std::optional<ItemPath> path = pathOfID(textMember(request.json, "identifier"));
+    // Taken before the look into the folder: of what comes to be there in between, nothing must be told.
+    const KnownNames known = path ? knownNames(served, path->path) : KnownNames();
     const Tree::Names folder = path ? served.tree.names(path->path) : Tree::Names{};
     if (folder.outcome == Tree::Outcome::failed) { // what cannot be read is not gone
         if (path) warnOfFailure(served, path->path, folder);
-        reply(kNothing);
+        request.reply(kNothing);
         return;
     }
-    const std::vector<std::string> vanished = vanishedNames(served, path->path, folder);
-    const std::string_view parent = isTopID(identifier) ? kTopID : std::string_view(identifier);
+    const std::vector<std::string> vanished = known.missingFrom(folder.names);
     std::string text = "[";
     for (const std::string& name : vanished) {
         if (text.size() > 1) text.push_back(',');
-        appendQuoted(text, served.connection.domain + "|" + childID(parent, name));
+        appendQuoted(text, served.connection.domain + "|" + childID(path->id, name));
     }
     text.push_back(']');
-    if (reply(text)) forget(served, path->path, vanished); // else the next answer tells of them
+    if (request.reply(text)) forget(served, path->path, vanished); // else the next answer tells of them
 }
 
 } // namespace brindlemar::host

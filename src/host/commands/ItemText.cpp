@@ -1,5 +1,7 @@
 #include "host/commands/ItemText.h"
 
+#include "host/commands/Commands.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -53,7 +55,27 @@ void appendItem(std::string& json, const ItemText& item, const struct stat& stat
     appendNumber(json, seconds(status.st_atim));
     json.append(",\"permissions\":");
     appendNumber(json, status.st_mode & 0777);
+    if (item.archiveMark != 0) {
+        json.append(",\"glacier\":");
+        appendNumber(json, item.archiveMark);
+    }
     json.push_back('}');
+}
+
+std::string itemText(const Served& served, const ItemPath& item, const struct stat& status) {
+    const Connection& connection = served.connection;
+    std::string text;
+    if (item.id == kTopID) // the extension makes "DOMAIN|0" of it, below its own root
+        appendItem(text, {connection.name, connection.domain, "00"}, status);
+    else
+        appendItem(text, {item.name, item.id, item.parentID, archiveMarkOf(*served.attributes.all(), item.path)},
+                   status);
+    return text;
+}
+
+std::string newItemText(Served& served, const ItemPath& item, const struct stat& status) {
+    served.known.with([&](auto& known) { known[item.folder()].add({item.name}); });
+    return itemText(served, item, status);
 }
 
 } // namespace brindlemar::host
