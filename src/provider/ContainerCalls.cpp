@@ -66,7 +66,9 @@ void callBrowse(Call call) {
     if (const auto* error = std::get_if<NSError>(&opened)) return call.fail(*error);
     const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
     const auto listing = std::make_shared<Listing>(call, enumerator, kWholeFolder);
-    if (!stale) return listing->start();
+    // Only the hosts know of deletions; those at the top come with the working set.
+    const ItemIdentifier container = call.id();
+    if (!stale || !resolveIdentifier(container).qualified) return listing->start();
     enumerator->enumerateChanges(std::make_shared<ChangeCollector>([call, listing](const ChangeSet& changes) {
                                      call.places.feed.apply(changes);
                                      listing->start();

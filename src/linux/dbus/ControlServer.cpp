@@ -13,7 +13,7 @@
 namespace brindlemar {
 
 namespace {
-constexpr std::size_t kMostConnections = 128;
+constexpr std::size_t kMostConnections = 512;
 constexpr std::chrono::minutes kIdleTime{15};
 constexpr std::chrono::seconds kLockTime{5};
 
