@@ -31,9 +31,8 @@ struct Call {
     const Count& all;
     sd_bus_message* message;
 
-    template <class... Values>
-    int refuse(const char* error, const char* text, const Values&... values) const {
-        return sd_bus_reply_method_errorf(message, error, text, values...);
+    int refuse(const char* error, const std::string& text) const {
+        return sd_bus_reply_method_errorf(message, error, "%s", text.c_str());
     }
 };
 
@@ -50,7 +49,7 @@ int endpoint(const Call& call) {
     if (const int failed = sd_bus_message_read(call.message, "s", &name); failed < 0) return failed;
     const std::optional<std::string> address = call.handlers.endpoint(name);
     if (address) return answerText(call, *address);
-    return call.refuse(SD_BUS_ERROR_NAME_HAS_NO_OWNER, "there is no service named %s", name);
+    return call.refuse(SD_BUS_ERROR_NAME_HAS_NO_OWNER, std::string("there is no service named ") + name);
 }
 
 /// Answers before the handler runs: the caller then waits for lines, not for an answer.
@@ -107,7 +106,7 @@ void dispatch(const Call& call, const Diagnostic& diagnostic) {
     if (result >= 0) return;
     diagnostic("A control message was dropped: " + describe(call.message) + ".");
     if (sd_bus_message_get_expect_reply(call.message) > 0)
-        call.refuse(SD_BUS_ERROR_UNKNOWN_METHOD, "the service does not take %s", describe(call.message).c_str());
+        call.refuse(SD_BUS_ERROR_UNKNOWN_METHOD, "the service does not take " + describe(call.message));
 }
 
 ControlServer::Refusal failed(const std::string& what) {

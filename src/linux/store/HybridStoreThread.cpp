@@ -3,7 +3,6 @@
 
 #include <malloc.h>
 
-#include <ranges>
 #include <utility>
 
 namespace brindlemar {
@@ -46,7 +45,8 @@ void HybridStore::write() {
     const std::size_t waiting = state_.waiting;
     const auto waits = [this](const Entry& entry) { return entry.number > state_.written; };
     std::ranges::copy_if(state_.memory.groups, std::back_inserter(entries), waits);
-    std::ranges::copy_if(std::views::values(state_.memory.singles), std::back_inserter(entries), waits);
+    for (const auto& [key, entry] : state_.memory.singles)
+        if (waits(entry)) entries.push_back(entry);
     lock.unlock();
     if (entries.empty()) return;
     std::ranges::sort(entries, {}, &Entry::number);

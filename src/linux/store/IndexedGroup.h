@@ -5,6 +5,8 @@
 #include "platform/ObjectStore.h"
 
 #include <algorithm>
+#include <limits>
+#include <mutex>
 #include <vector>
 
 namespace brindlemar {
@@ -30,9 +32,12 @@ public:
     }
     /// None when the key is not one of the group's.
     std::optional<StoredObject> find(std::string_view wanted) const {
-        const auto same = std::ranges::equal_range(places(), RecordFile::hash(wanted), {}, &Place::hash);
-        for (auto place = same.end(); place != same.begin();)
-            if (key((--place)->number) == wanted) return objects->object(place->number);
+        const Place last{RecordFile::hash(wanted), std::numeric_limits<std::size_t>::max()};
+        const std::vector<Place>& all = places();
+        for (auto place = std::upper_bound(all.begin(), all.end(), last); place != all.begin();) {
+            if ((--place)->hash != last.hash) break;
+            if (key(place->number) == wanted) return objects->object(place->number);
+        }
         return std::nullopt;
     }
 
