@@ -94,54 +94,55 @@ TEST_F(MessagingTests, EveryRequestHasItsPayloadAndItsAnswer) {
     EXPECT_EQ(platform.ports.sent().size(), 15u); // sent by its caller
 }
 
+/// A text of one character, or a switch.
+template <auto Value>
+auto value() {
+    if constexpr (std::is_same_v<decltype(Value), bool>)
+        return Value;
+    else
+        return std::string(1, Value);
+}
+
+template <auto Method, auto... Values>
+void call(BxMessages& messages, const std::string& id, BxMessages::TextHandler handler) {
+    (messages.*Method)({id, value<Values>()..., "c7"}, std::move(handler));
+}
+
 TEST_F(MessagingTests, AdministrationAsWrittenByHand) {
     const std::string root(NSFileProviderRootContainerItemIdentifier);
-    using Ask = std::function<void(const std::string& id, BxMessages::TextHandler handler)>;
-    const auto about = [this](auto method) -> Ask {
-        return [this, method](const std::string& id, auto handler) { (messages.*method)({id, "c7"}, handler); };
-    };
-    const auto with = [this](auto method, auto value) -> Ask {
-        return [this, method, value](const std::string& id, auto handler) {
-            (messages.*method)({id, value, "c7"}, handler);
-        };
-    };
-    const auto withTwo = [this](auto method, const char* one, const char* two) -> Ask {
-        return [=, this](const std::string& id, auto handler) { (messages.*method)({id, one, two, "c7"}, handler); };
-    };
     using M = BxMessages;
     const struct {
-        Ask ask;
+        void (*ask)(BxMessages&, const std::string& id, BxMessages::TextHandler);
         std::string command, more;
         bool onMainQueue, mapsRoot = true;
     } rows[] = {
-        {about(&M::getACL), "getACL", "", true},
-        {about(&M::getBucketPolicy), "getBucketPolicy", "", true},
-        {with(&M::setBucketPolicy, "P"), "setBucketPolicy", R"(,"policy":"P")", false},
-        {about(&M::getBucketReplication), "getBucketReplication", "", true},
-        {with(&M::setBucketReplication, "R"), "setBucketReplication", R"(,"replication":"R")", false},
-        {about(&M::getBucketCORS), "getBucketCORS", "", true},
-        {with(&M::setBucketCORS, "C"), "setBucketCORS", R"(,"cors":"C")", false},
-        {about(&M::getBucketLifecycle), "getBucketLifecycle", "", true},
-        {with(&M::setBucketLifecycle, "L"), "setBucketLifecycle", R"(,"lifecycle":"L")", false},
-        {about(&M::getBucketVersioning), "getBucketVersioning", "", true},
-        {with(&M::setBucketVersioning, false), "setBucketVersioning", R"(,"enable":false)", false},
-        {about(&M::getBucketAcceleration), "getBucketAcceleration", "", true},
-        {with(&M::setBucketAcceleration, true), "setBucketAcceleration", R"(,"enable":true)", false},
-        {about(&M::getBucketEncryption), "getBucketEncryption", "", true},
-        {withTwo(&M::setBucketEncryption, "T", "K"), "setBucketEncryption",
+        {call<&M::getACL>, "getACL", "", true},
+        {call<&M::getBucketPolicy>, "getBucketPolicy", "", true},
+        {call<&M::setBucketPolicy, 'P'>, "setBucketPolicy", R"(,"policy":"P")", false},
+        {call<&M::getBucketReplication>, "getBucketReplication", "", true},
+        {call<&M::setBucketReplication, 'R'>, "setBucketReplication", R"(,"replication":"R")", false},
+        {call<&M::getBucketCORS>, "getBucketCORS", "", true},
+        {call<&M::setBucketCORS, 'C'>, "setBucketCORS", R"(,"cors":"C")", false},
+        {call<&M::getBucketLifecycle>, "getBucketLifecycle", "", true},
+        {call<&M::setBucketLifecycle, 'L'>, "setBucketLifecycle", R"(,"lifecycle":"L")", false},
+        {call<&M::getBucketVersioning>, "getBucketVersioning", "", true},
+        {call<&M::setBucketVersioning, false>, "setBucketVersioning", R"(,"enable":false)", false},
+        {call<&M::getBucketAcceleration>, "getBucketAcceleration", "", true},
+        {call<&M::setBucketAcceleration, true>, "setBucketAcceleration", R"(,"enable":true)", false},
+        {call<&M::getBucketEncryption>, "getBucketEncryption", "", true},
+        {call<&M::setBucketEncryption, 'T', 'K'>, "setBucketEncryption",
          R"(,"encryptionType":"T","encryptionKeyID":"K")", true},
-        {about(&M::getBucketLogging), "getBucketLogging", "", true},
-        {about(&M::signURL), "signURL", "", false},
-        {about(&M::getObjectMetadata), "getObjectMetadata", "", true},
-        {with(&M::getObjectURL, "60"), "getObjectURL", R"(,"expiration":"60")", true},
-        {withTwo(&M::initiateGlacierRestore, "Bulk", "3"), "initiateGlacierRestore", R"(,"tier":"Bulk","days":"3")",
-         true},
-        {withTwo(&M::setObjectEncryption, "T", "K"), "setObjectEncryption",
+        {call<&M::getBucketLogging>, "getBucketLogging", "", true},
+        {call<&M::signURL>, "signURL", "", false},
+        {call<&M::getObjectMetadata>, "getObjectMetadata", "", true},
+        {call<&M::getObjectURL, '6'>, "getObjectURL", R"(,"expiration":"6")", true},
+        {call<&M::initiateGlacierRestore, 'B', '3'>, "initiateGlacierRestore", R"(,"tier":"B","days":"3")", true},
+        {call<&M::setObjectEncryption, 'T', 'K'>, "setObjectEncryption",
          R"(,"encryptionType":"T","encryptionKeyID":"K")", false},
-        {with(&M::setObjectStorageClass, "GLACIER"), "setObjectStorageClass", R"(,"storageClass":"GLACIER")", false},
-        {about(&M::listKMS), "listKMS", "", true, false},
-        {about(&M::listKMSKeys), "listKMSKeys", "", false, false},
-        {[this](const auto&, auto handler) {
+        {call<&M::setObjectStorageClass, 'G'>, "setObjectStorageClass", R"(,"storageClass":"G")", false},
+        {call<&M::listKMS>, "listKMS", "", true, false},
+        {call<&M::listKMSKeys>, "listKMSKeys", "", false, false},
+        {[](M& messages, const auto&, auto handler) {
              messages.createBucket({"N", "R", "c7"}, handler);
          },
          "createBucket", R"(,"name":"N","region":"R")", false, false},
@@ -151,7 +152,7 @@ TEST_F(MessagingTests, AdministrationAsWrittenByHand) {
     for (const auto& row : rows) {
         const std::string sent = row.mapsRoot ? "0" : root;
         const std::string identifier = row.command == "createBucket" ? "" : R"(,"identifier":")" + sent + R"(")";
-        row.ask(root, text());
+        row.ask(messages, root, text());
         ASSERT_EQ(platform.ports.sent().size(), static_cast<std::size_t>(++id)); // sent before the call returned
         EXPECT_EQ(platform.ports.sent().back().data,
                   R"({"command":")" + row.command + R"(")" + identifier + row.more + "}");
@@ -160,13 +161,13 @@ TEST_F(MessagingTests, AdministrationAsWrittenByHand) {
         EXPECT_EQ(results.empty(), row.onMainQueue) << row.command;
         platform.settle();
         EXPECT_EQ(std::exchange(results, {}), Strings{"as it stands/ok"}) << row.command;
-        row.ask("x", [&](const Payload& reply, const auto& error) { add(reply, error); });
+        row.ask(messages, "x", [&](const Payload& reply, const auto& error) { add(reply, error); });
         ++id;
     }
     platform.ports.removePeer(platform.hostPort("c7"));
     platform.settle();
     EXPECT_EQ(std::exchange(results, {}), Strings(std::size(rows), "/-1004"));
-    for (const auto& row : rows) row.ask("x", text()); // at once, on this thread, whatever the delivery
+    for (const auto& row : rows) row.ask(messages, "x", text()); // at once, on this thread, whatever the delivery
     EXPECT_EQ(std::exchange(results, {}), Strings(std::size(rows), "/-1004"));
     EXPECT_EQ(messages.getBuckets("c7", text()), serverUnreachable());
     platform.ports.addPeer(platform.hostPort("c7"));
