@@ -187,6 +187,7 @@ std::string Service::status() const {
                 {"connections", JSON::array(connections)},
                 {"signals", JSON::object({{"pending", JSON(static_cast<std::int64_t>(domain.signals.size()))},
                                           {"containers", JSON::array(signals)},
+                                          {"enumerating", JSON(parts_->workingSet->isEnumerating())},
                                           {"total", JSON(static_cast<std::int64_t>(domain.signalCount))}})},
                 {"requests", JSON::object({{"waiting", JSON(static_cast<std::int64_t>(
                                                            BxMessages::sharedInstance().waitingCount()))}})}})

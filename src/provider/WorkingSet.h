@@ -22,6 +22,9 @@ public:
 
     /// To be called when there are signals, or the domain is connected again.
     void look();
+    bool isEnumerating() const {
+        return state_.with([](const State& state) { return state.running; });
+    }
 
 private:
     struct State {
