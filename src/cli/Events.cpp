@@ -92,19 +92,21 @@ void throwBrokenCall(Control& control, const std::string& why) {
 }
 
 Event complete(Control& control, const std::string& operation, const json::object& arguments,
-               const std::string& subject, const EventHandler& handler) {
+               const std::string& subject, const EventHandler& handler, const EventHandler& atEnd) {
     std::optional<Event> completion;
     const bool taken = control.call(operation, arguments, [&](std::string_view line) {
         Event event = readEvent(line);
-        if (event.name == "completion")
-            completion = std::move(event);
-        else if (handler)
-            handler(event);
-        return true;
+        if (event.name != "completion") {
+            if (handler) handler(event);
+            return true;
+        }
+        completion = std::move(event);
+        throwReportedError(control, *completion, subject);
+        if (atEnd) atEnd(*completion);
+        return !atEnd; // else the end of the call is what it waits for
     });
     if (!taken) throwBrokenCall(control, control.error());
     if (!completion) throwBrokenCall(control, "\"" + operation + "\" of \"" + subject + "\" has no end");
-    throwReportedError(control, *completion, subject);
     return std::move(*completion);
 }
 

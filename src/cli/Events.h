@@ -40,10 +40,10 @@ void throwReportedError(Control& control, const Event& event, const std::string&
 /// For a call that the service did not take, or did not finish.
 [[noreturn]] void throwBrokenCall(Control& control, const std::string& why);
 
-/// Makes a call that ends with a completion, and gives that. The handler gets all other events. Throws Failure for an
-/// error; `subject` is what the user knows the thing by.
+/// Makes a call that ends with a completion, and gives that. The handler gets all other events; `atEnd` a completion
+/// without error, while the call lasts. Throws Failure for an error; `subject` is what the user knows the thing by.
 Event complete(Control& control, const std::string& operation, const boost::json::object& arguments,
-               const std::string& subject, const EventHandler& handler = {});
+               const std::string& subject, const EventHandler& handler = {}, const EventHandler& atEnd = {});
 
 /// True when the service has no host at present: it was never configured, or its domain is disconnected.
 bool hostIsMissing(Control& control);

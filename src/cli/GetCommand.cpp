@@ -13,14 +13,17 @@ namespace {
 void fetch(Session& session, Control& control, const Item& item, const std::string& path, const std::string& place,
            ProgressBar& bar) {
     ProgressShare share(bar, item.size);
-    const Event completion =
-        complete(control, "fetch", {{"id", item.identifier}}, path, [&](const Event& event) { share.take(event); });
-    const std::optional<std::string> source = pathOfFileURL(completion.text("url"));
-    if (!source) throwBrokenCall(control, "there is no file for \"" + path + "\"");
-    Temporaries::File fetched(session.temporaries, *source);
-    const boost::json::object* now = completion.object("item");
-    deliver(fetched, session.temporaries, place, now ? readItem(*now).modified : item.modified);
-    share.finish();
+    const auto takeAway = [&](const Event& completion) {
+        const std::optional<std::string> source = pathOfFileURL(completion.text("url"));
+        if (!source) throwBrokenCall(control, "there is no file for \"" + path + "\"");
+        Temporaries::File fetched(session.temporaries, *source);
+        const boost::json::object* now = completion.object("item");
+        deliver(fetched, session.temporaries, place, now ? readItem(*now).modified : item.modified);
+        share.finish();
+    };
+    complete(
+        control, "fetch", {{"id", item.identifier}, {"lend", true}}, path,
+        [&](const Event& event) { share.take(event); }, takeAway);
 }
 
 /// Brings a folder and all below it, many items at a time.

@@ -21,17 +21,17 @@ struct Creation {
     ItemPointer basedOn;
     std::shared_ptr<NSProgress> progress;
     OnceCompletion<ItemPointer, ItemFields, bool, std::optional<NSError>> completion;
-    std::shared_ptr<const StagedCopy> staged{}; // for the host, until its last answer
+    std::shared_ptr<const StagedCopy> staged{}; // for the host, until its last answer or its loss
 
     ResolvedIdentifier parent() const { return resolveIdentifier(basedOn->parentItemIdentifier()); }
-    bool fail(NSError error) const { return completion(nullptr, 0, false, std::move(error)); }
-    void finish(ItemPointer item) const;
+    void fail(NSError error) const { finish(nullptr, std::move(error)); }
+    void finish(ItemPointer item, std::optional<NSError> error = std::nullopt) const;
     int replyArrived(const std::optional<Payload>& reply, const std::optional<NSError>& error) const;
 };
 
-void Creation::finish(ItemPointer item) const {
+void Creation::finish(ItemPointer item, std::optional<NSError> error) const {
     const LogScope log{Logger::shared(), "createItem(basedOn:fields:contents:options:request:completionHandler:)"};
-    if (!completion(std::move(item), 0, false, std::nullopt))
+    if (!completion(std::move(item), 0, false, std::move(error)))
         log.warning("dropped a second result for ", basedOn->filename());
 }
 
@@ -62,7 +62,7 @@ std::shared_ptr<NSProgress> BrindlemarFileProvider::createItem(ItemTemplate base
                  .progress = progress,
                  .completion = {std::move(completionHandler), {nullptr, 0, false, cannotSynchronize()}}});
     progress->setCancellationHandler([weak = std::weak_ptr(creation)] {
-        if (const auto self = weak.lock()) self->fail(userCancelled());
+        if (const auto self = weak.lock()) self->completion(nullptr, 0, false, userCancelled());
     });
     const ItemIdentifier parentIdentifier(basedOn.item->parentItemIdentifier());
     const ResolvedIdentifier parent = resolveIdentifier(parentIdentifier);

@@ -15,6 +15,9 @@ std::variant<std::shared_ptr<const StagedCopy>, NSError> StagedCopy::make(const 
     return copy;
 }
 
-StagedCopy::~StagedCopy() { Platform::current().files.removeItem(url_); }
+StagedCopy::~StagedCopy() {
+    const Platform& platform = Platform::current(); // a file system takes seconds to free the blocks of a long file
+    platform.tasks.async([&files = platform.files, url = url_] { files.removeItem(url); });
+}
 
 } // namespace brindlemar

@@ -9,7 +9,8 @@
 
 namespace brindlemar {
 
-/// A file or an empty folder in the domain's temporary directory, under a name of its own; removed with the object.
+/// A file or an empty folder in the domain's temporary directory, under a name of its own. The end of the object has it
+/// removed, on the platform's task queue.
 class StagedCopy {
 public:
     /// A copy of the contents, or an empty folder when there are none; the file system's error when that fails, and

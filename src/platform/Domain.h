@@ -11,6 +11,7 @@ namespace brindlemar {
 /// A file on this machine. `path` is absolute; a directory's path has no trailing slash.
 struct FileURL {
     std::string path;
+    bool isDirectory = false; // where it is known; for the text form
     bool operator==(const FileURL&) const = default;
 };
 

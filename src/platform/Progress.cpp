@@ -10,14 +10,24 @@ std::int64_t NSProgress::completedUnitCount() const {
 }
 
 void NSProgress::setCompletedUnitCount(std::int64_t count) {
-    std::function<void(std::int64_t, std::int64_t)> observer;
     {
         std::lock_guard lock(mutex_);
         if (completedUnitCount_ == count) return;
         completedUnitCount_ = count;
-        observer = observer_;
     }
-    if (observer) observer(count, totalUnitCount_);
+    tell(-1);
+}
+
+void NSProgress::tell(std::int64_t unless) {
+    std::lock_guard turn(observing_);
+    std::function<void(std::int64_t, std::int64_t)> observer;
+    std::int64_t completed;
+    {
+        std::lock_guard lock(mutex_);
+        observer = observer_;
+        completed = completedUnitCount_;
+    }
+    if (observer && completed != unless) observer(completed, totalUnitCount_);
 }
 
 void NSProgress::setCancellationHandler(std::function<void()> handler) {
@@ -48,14 +58,11 @@ bool NSProgress::isCancelled() const {
 }
 
 void NSProgress::setObserver(std::function<void(std::int64_t, std::int64_t)> observer) {
-    std::int64_t completed;
-    std::function<void(std::int64_t, std::int64_t)> current = observer;
     {
         std::lock_guard lock(mutex_);
         observer_.swap(observer);
-        completed = completedUnitCount_;
     }
-    if (current && completed != 0) current(completed, totalUnitCount_);
+    tell(0);
 }
 
 } // namespace brindlemar

@@ -7,7 +7,8 @@
 
 namespace brindlemar {
 
-/// Thread-safe. Handlers run outside the lock, on the thread that caused them.
+/// Thread-safe. Handlers run on the thread that caused them; the observer never twice at once, and never with a count
+/// that is older than one it has had.
 class NSProgress {
 public:
     explicit NSProgress(std::int64_t totalUnitCount = 0) : totalUnitCount_(totalUnitCount) {}
@@ -23,11 +24,14 @@ public:
     bool isCancelled() const;
 
     /// Called after each change of the completed count with (completed, total), and at once when it has moved already;
-    /// the platform's way to watch.
+    /// the platform's way to watch. It must not change the count.
     void setObserver(std::function<void(std::int64_t completed, std::int64_t total)> observer);
 
 private:
+    void tell(std::int64_t unless);
+
     const std::int64_t totalUnitCount_;
+    std::mutex observing_;
     mutable std::mutex mutex_;
     std::int64_t completedUnitCount_ = 0;
     bool cancelled_ = false;

@@ -8,8 +8,8 @@ namespace brindlemar {
 // Items: "id".
 void callItem(Call call);
 void callDelete(Call call);
-/// The result is a file of the service's own that the reader may take away; left alone, it stays until the service's
-/// next start.
+/// The result is a file of the service's own that the reader may take away. Left alone, it stays until the service's
+/// next start; with "lend" true, until the reader closes its end.
 void callFetch(Call call);
 /// "parent", "name", "mtime"; with "file" a file, else a folder.
 void callCreate(Call call);

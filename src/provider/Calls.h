@@ -18,7 +18,7 @@ struct CallPlaces {
     DomainManager& manager;
     Queue& tasks;
     ChangeFeed& feed;
-    const FetchedFiles& fetched;
+    FetchedFiles& fetched;
     OpenFolders& folders;
 };
 

@@ -86,8 +86,8 @@ void ChangeFeed::tell(State& state, const ChangeSet& changes, const ItemList& ch
         std::ranges::copy_if(gone, std::back_inserter(deleted), concerns);
         if (!items.empty()) watcher.output->write(updatedEvent(items), kPatience);
         if (!deleted.empty()) watcher.output->write(deletedEvent(deleted), kPatience);
-        if (!items.empty() || !deleted.empty())
-            watcher.output->write(changesFinishEvent(changes.anchor, changes.moreComing), kPatience);
+        if (changes.anchor && (!items.empty() || !deleted.empty()))
+            watcher.output->write(changesFinishEvent(*changes.anchor, changes.moreComing), kPatience);
     }
 }
 

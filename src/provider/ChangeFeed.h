@@ -11,11 +11,11 @@
 
 namespace brindlemar {
 
-/// One enumeration of changes, complete.
+/// One enumeration of changes, complete; or, without an anchor, items of a listing.
 struct ChangeSet {
-    std::vector<ItemBatch> updated;
-    std::vector<ItemIdentifier> deleted;
-    NSFileProviderSyncAnchor anchor;
+    std::vector<ItemBatch> updated{};
+    std::vector<ItemIdentifier> deleted{};
+    std::optional<NSFileProviderSyncAnchor> anchor{};
     bool moreComing = false;
 };
 

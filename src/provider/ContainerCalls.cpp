@@ -9,17 +9,21 @@ namespace brindlemar {
 namespace {
 constexpr std::int64_t kWholeFolder = 1'000'000;
 
-/// One listing on its way through its pages.
+/// One listing on its way through its pages; `feed`, if any, learns of its items.
 class Listing final : public NSFileProviderEnumerationObserver, public std::enable_shared_from_this<Listing> {
 public:
     Listing(Call call, std::shared_ptr<NSFileProviderEnumerator> enumerator, std::int64_t pageSize,
-            std::shared_ptr<const void> atEnd = nullptr)
-        : call_(std::move(call)), enumerator_(std::move(enumerator)), pageSize_(pageSize), atEnd_(std::move(atEnd)) {}
+            ChangeFeed* feed = nullptr, std::shared_ptr<const void> atEnd = nullptr)
+        : call_(std::move(call)), enumerator_(std::move(enumerator)), pageSize_(pageSize), feed_(feed),
+          atEnd_(std::move(atEnd)) {}
 
     void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
 
     std::int64_t suggestedPageSize() const override { return pageSize_; }
-    void didEnumerateItems(ItemBatch items) override { call_.output->write(itemsEvent(items.items())); }
+    void didEnumerateItems(ItemBatch items) override {
+        call_.output->write(itemsEvent(items.items()));
+        if (feed_) feed_->apply({.updated = {std::move(items)}});
+    }
     void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
         if (call_.output->write(finishEvent(page)) && page) ask(std::move(*page));
     }
@@ -33,6 +37,7 @@ private:
     const Call call_;
     const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
     const std::int64_t pageSize_;
+    ChangeFeed* const feed_;
     const std::shared_ptr<const void> atEnd_;
 };
 
@@ -58,14 +63,14 @@ void callList(Call call) {
     const std::int64_t size = std::max<std::int64_t>(pageSize ? pageSize->int64Value() : 1, 1);
     auto [enumerator, invalidation] = makeEnumerator(call);
     if (!enumerator) return;
-    std::make_shared<Listing>(std::move(call), enumerator, size, invalidation)->start();
+    std::make_shared<Listing>(std::move(call), enumerator, size, nullptr, invalidation)->start();
 }
 
 void callBrowse(Call call) {
     auto opened = call.places.folders.open(*call.places.extension, call.id());
     if (const auto* error = std::get_if<NSError>(&opened)) return call.fail(*error);
     const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
-    const auto listing = std::make_shared<Listing>(call, enumerator, kWholeFolder);
+    const auto listing = std::make_shared<Listing>(call, enumerator, kWholeFolder, &call.places.feed);
     // Only the hosts know of deletions; those at the top come with the working set.
     const ItemIdentifier container = call.id();
     if (!stale || !resolveIdentifier(container).qualified) return listing->start();
@@ -83,7 +88,7 @@ void callChanges(Call call) {
         std::make_shared<ChangeCollector>([call, invalidation = invalidation](const ChangeSet& changes) {
             for (const ItemBatch& batch : changes.updated) call.output->write(updatedEvent(batch.items()));
             if (!changes.deleted.empty()) call.output->write(deletedEvent(changes.deleted));
-            call.output->write(changesFinishEvent(changes.anchor, changes.moreComing));
+            call.output->write(changesFinishEvent(*changes.anchor, changes.moreComing));
         }),
         NSFileProviderSyncAnchor());
 }

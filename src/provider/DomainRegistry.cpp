@@ -12,6 +12,7 @@ void DomainManager::reconnect(ErrorHandler completionHandler) {
         if (!state.connected) state.since = now;
         state.connected = true;
         state.reason.clear();
+        state.signals.emplace(NSFileProviderWorkingSetContainerItemIdentifier); // much may have changed meanwhile
     });
     completionHandler(std::nullopt);
     tell();
@@ -31,7 +32,7 @@ void DomainManager::getUserVisibleURL(
     std::string_view itemIdentifier,
     std::function<void(std::optional<FileURL>, std::optional<NSError>)> completionHandler) {
     if (itemIdentifier == NSFileProviderRootContainerItemIdentifier)
-        return completionHandler(FileURL{places_.userVisibleRoot}, std::nullopt);
+        return completionHandler(FileURL{.path = places_.userVisibleRoot, .isDirectory = true}, std::nullopt);
     completionHandler(std::nullopt, fileProviderErrorForNonExistentItem(itemIdentifier));
 }
 
@@ -39,7 +40,7 @@ std::optional<FileURL> DomainManager::temporaryDirectoryURL() {
     std::error_code error;
     std::filesystem::create_directories(places_.temporaryDirectory, error);
     if (error || ::chmod(places_.temporaryDirectory.c_str(), 0700) != 0) return std::nullopt;
-    return FileURL{places_.temporaryDirectory};
+    return FileURL{.path = places_.temporaryDirectory, .isDirectory = true};
 }
 
 void DomainManager::signalEnumerator(std::string_view container, ErrorHandler completionHandler) {
@@ -78,7 +79,8 @@ void DomainRegistry::getIdentifierForUserVisibleFile(const FileURL& at, Identifi
 std::optional<std::vector<FileURL>> DomainRegistry::entriesOf(const FileURL& directory) const {
     if (directory.path != root_) return std::nullopt;
     std::vector<FileURL> entries;
-    for (const auto& [identifier, name] : topLevel_()) entries.push_back({root_ + "/" + name});
+    for (const auto& [identifier, name] : topLevel_())
+        entries.push_back({.path = root_ + "/" + name, .isDirectory = true});
     return entries;
 }
 

@@ -44,7 +44,9 @@ FetchedFiles::FetchedFiles(std::string temporary, std::string keep)
     emptyDirectory(keep_);
 }
 
-std::variant<FileURL, std::string> FetchedFiles::take(const FileURL& file) const {
+FetchedFiles::~FetchedFiles() { emptyDirectory(temporary_); }
+
+std::variant<FileURL, std::string> FetchedFiles::take(const FileURL& file) {
     const auto refused = [&](const std::string& why) { return "refused " + absoluteString(file) + ": " + why; };
     const auto failed = [&] { return refused(std::generic_category().message(errno)); };
     if (!file.path.starts_with(temporary_ + "/")) return refused("it is outside the temporary directory");
@@ -66,6 +68,14 @@ std::variant<FileURL, std::string> FetchedFiles::take(const FileURL& file) const
     return refused("it was replaced meanwhile");
 }
 
-void FetchedFiles::drop(const FileURL& taken) const { ::unlink(taken.path.c_str()); }
+void FetchedFiles::drop(const FileURL& taken) {
+    ::unlink(taken.path.c_str());
+    const auto ended = lent_.with([&](auto& lent) { return lent.extract(taken.path); });
+}
+
+void FetchedFiles::lend(const FileURL& taken, std::shared_ptr<LineOutput> reader) {
+    lent_.with([&](auto& lent) { lent[taken.path] = reader; });
+    reader->setReaderGone([this, taken] { drop(taken); });
+}
 
 } // namespace brindlemar

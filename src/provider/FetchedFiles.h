@@ -2,7 +2,10 @@
 #pragma once
 
 #include "platform/Domain.h"
+#include "provider/LineOutput.h"
 
+#include <memory>
+#include <unordered_map>
 #include <variant>
 
 namespace brindlemar {
@@ -12,15 +15,22 @@ class FetchedFiles {
 public:
     /// Makes the directory `keep`, and empties it and `temporary` of what an earlier run has left.
     FetchedFiles(std::string temporary, std::string keep);
+    /// Empties `temporary`.
+    ~FetchedFiles();
+    FetchedFiles(const FetchedFiles&) = delete;
+    FetchedFiles& operator=(const FetchedFiles&) = delete;
 
     /// Moves the file to a name of its own in the kept directory. Refused, with a sentence for the log, unless it is a
     /// regular file that lies, by its path and without any symbolic link, inside the temporary directory.
-    std::variant<FileURL, std::string> take(const FileURL& file) const;
-    /// Removes a file that was taken.
-    void drop(const FileURL& taken) const;
+    std::variant<FileURL, std::string> take(const FileURL& file);
+    /// Removes a file that was taken, and lets go of its reader.
+    void drop(const FileURL& taken);
+    /// Keeps the output open until its reader is gone, and drops then what that has not taken away.
+    void lend(const FileURL& taken, std::shared_ptr<LineOutput> reader);
 
 private:
     const std::string temporary_, keep_;
+    Guarded<std::unordered_map<std::string, std::shared_ptr<LineOutput>>> lent_; // by path
 };
 
 } // namespace brindlemar

@@ -27,7 +27,7 @@ NSFileProviderReplicatedExtension::ChangeHandler changeHandler(const Call& call)
 
 /// The platform's rule for what an extension hands over: only a file from its own temporary directory.
 void takeOver(const Call& call, const FileURL& file, const NSFileProviderItem* item) {
-    const FetchedFiles& fetched = call.places.fetched;
+    FetchedFiles& fetched = call.places.fetched;
     const auto taken = fetched.take(file);
     if (const auto* why = std::get_if<std::string>(&taken)) {
         LogScope(Logger::shared(), "takeOver(_:)").warning(*why);
@@ -35,6 +35,7 @@ void takeOver(const Call& call, const FileURL& file, const NSFileProviderItem* i
         return;
     }
     const FileURL& contents = std::get<FileURL>(taken);
+    if (call.arguments["lend"].uInt16Value()) fetched.lend(contents, call.output);
     if (!call.output->write(fetchEvent(contents, item, std::nullopt))) fetched.drop(contents);
 }
 

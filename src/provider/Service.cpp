@@ -148,7 +148,7 @@ struct Service::Parts {
     QueueTimers timers;
     SerialQueue mainQueue{timers, "main queue"};
     WorkerPool backgroundQueue{timers};
-    WorkerPool tasks{timers}; // apart from the background queue: lookups that wait for a host do not hold up answers
+    WorkerPool tasks{timers};   // apart from the background queue: lookups that wait for a host do not hold up answers
     WorkerPool callers{timers}; // apart from the tasks: nor do they hold up whoever asks for what is here
     HybridStores stores;
     ReaderWatch readers; // outlives all outputs

@@ -54,7 +54,10 @@ std::string quoted(std::string_view text) {
     return result;
 }
 
+constexpr std::size_t kLongestDescription = std::size_t{128} << 20;
+
 void print(const json::value& value, const std::string& indent, std::string& out) {
+    if (out.size() > kLongestDescription) return;
     const std::string inner = indent + "  ";
     const auto list = [&](const auto& elements, char open, char close, auto&& printElement) {
         out += open;
@@ -204,7 +207,7 @@ std::string JSON::description() const {
     if (!isEncodable(*at_)) return "unknown";
     std::string out;
     print(*at_, "", out);
-    return out;
+    return out.size() > kLongestDescription ? "unknown" : out;
 }
 
 } // namespace brindlemar

@@ -70,7 +70,8 @@ public:
 
     /// Compact text; none when a text in it is not valid UTF-8.
     std::optional<std::string> serialized() const;
-    /// The printed form: pretty-printed, a top-level text raw; "unknown" when it cannot be serialised.
+    /// The printed form: pretty-printed, a top-level text raw; "unknown" when it cannot be serialised
+    /// or takes more than 128 MiB: nested lists grow a thousandfold.
     std::string description() const;
 
     static constexpr std::size_t maximumDepth = 512;

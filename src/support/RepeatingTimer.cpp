@@ -3,6 +3,8 @@
 #include "platform/Platform.h"
 #include "support/Guarded.h"
 
+#include <algorithm>
+#include <mutex>
 #include <utility>
 
 namespace brindlemar {
@@ -18,8 +20,10 @@ struct RepeatingTimer::Source {
         bool missed = false; // a tick during the pause
     };
     Guarded<Fields> fields;
+    std::recursive_mutex running; // a handler may end its own timer
 
     void tick() {
+        std::lock_guard turn(running);
         const Task handler = fields.with([](Fields& now) {
             now.missed = now.state == State::suspended;
             return now.missed ? Task() : now.eventHandler;
@@ -34,6 +38,11 @@ RepeatingTimer::RepeatingTimer(double timeInterval)
 RepeatingTimer::~RepeatingTimer() {
     timer_.reset();
     setEventHandler(nullptr);
+    std::lock_guard ended(source_->running);
+}
+
+Task RepeatingTimer::eventHandler() const {
+    return source_->fields.with([](const Source::Fields& now) { return now.eventHandler; });
 }
 
 void RepeatingTimer::setEventHandler(Task eventHandler) {
@@ -49,7 +58,8 @@ void RepeatingTimer::resume() {
         if (const auto self = source.lock()) self->tick();
     };
     Queue& queue = Platform::current().backgroundQueue;
-    const std::chrono::duration<double> interval(timeInterval_);
+    constexpr double longest = 9e9; // 285 years, near what nanoseconds can count
+    const std::chrono::duration<double> interval(timeInterval_ < longest ? std::max(timeInterval_, 0.0) : longest);
     if (!timer_)
         timer_ = queue.repeat(std::chrono::duration_cast<std::chrono::nanoseconds>(interval), tick);
     else if (missed)

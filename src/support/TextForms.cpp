@@ -84,6 +84,7 @@ std::string absoluteString(const FileURL& url) {
             out += escape;
         }
     }
+    if (url.isDirectory && !out.ends_with('/')) out += '/';
     return out;
 }
 

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <latch>
 #include <thread>
 
@@ -50,6 +51,9 @@ TEST(JSONTests, NumbersKeepTheirLowBits) {
 TEST(TextTests, PrintedAndSerialisedForms) {
     EXPECT_EQ(JSON::parse(R"({"a":["x/y",1.0,null],"e":[],"o":{}})").description(),
               "{\n  \"a\" : [\n    \"x\\/y\",\n    1,\n    null\n  ],\n  \"e\" : [\n\n  ],\n  \"o\" : {\n\n  }\n}");
+    std::string grows(511, '['); // a thousandfold
+    for (int i = 0; i < 140'000; ++i) grows += i ? ",0" : "0";
+    EXPECT_EQ(JSON::parse(grows + std::string(511, ']')).description(), "unknown");
     EXPECT_EQ(JSON::object({{"n", 5}, {"t", "a/\"b"}}).serialized(), R"({"n":5,"t":"a/\"b"})");
     EXPECT_EQ(JSON::object({{"t", "\xff"}}).serialized(), std::nullopt);
     std::string doubles;
@@ -149,7 +153,13 @@ TEST(RepeatingTimerTests, PausesAndEnds) {
     EXPECT_EQ(after(2s), 0);
     timer->setEventHandler([&] { ++ticks; });
     EXPECT_EQ(after(500ms), 1);
-    timer.reset();
+    timer->setEventHandler([&, also = timer->eventHandler()] { also(), timer.reset(); });
+    EXPECT_EQ(after(2s), 1); // a handler may end its timer
+    for (const double never : {1e300, std::nan("")}) {
+        timer = std::make_unique<RepeatingTimer>(never);
+        timer->setEventHandler([&] { ++ticks; });
+        timer->resume();
+    }
     RepeatingTimer(1).suspend();
     EXPECT_EQ(after(2s), 0);
 }

@@ -90,7 +90,7 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     extension->connections.with([](auto& records) { records = {"Work|c7"}; });
     ChangeFeed feed;
     TemporaryDirectory directory;
-    const FetchedFiles fetched(directory / "tmp", directory / "fetched");
+    FetchedFiles fetched(directory / "tmp", directory / "fetched");
     DomainManager manager({}, platform.clock);
     OpenFolders folders(platform.clock);
     const CallPlaces places{extension, manager, platform.tasks, feed, fetched, folders};

@@ -7,6 +7,8 @@
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/SerialQueue.h"
 #include "platform/Configuration.h"
+#include "platform/Item.h"
+#include "support/Guarded.h"
 #include "support/JSON.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +29,9 @@ protected:
         connection->setRemoteObjectInterface({"BrindlemarServiceV1", {{"configureWithConnections:", true}}});
         connection->resume();
         host = ports.createLocal(kGroup + ".bxserver.evil", [this](auto&, std::int32_t id, const Payload& request) {
-            answer(id, JSON::parse(request.bytes())["identifier"].stringValue());
+            const JSON json = JSON::parse(request.bytes());
+            requested.with([&](auto& last) { last[json["command"].stringValue()] = request.bytes(); });
+            answer(id, json["identifier"].stringValue());
             return std::nullopt;
         });
         host->setDispatchQueue(queue);
@@ -73,6 +77,7 @@ protected:
     std::shared_ptr<LocalPort> host;
     std::shared_ptr<RemotePort> reply;
     std::map<std::string, std::string> replies;
+    Guarded<std::map<std::string, std::string>> requested; // the last one of each command
 };
 
 TEST_F(HostileHost, RepliesOfEveryKindAreAnsweredOnce) {
@@ -113,6 +118,52 @@ TEST_F(HostileHost, PacketsThatBreakTheRulesHarmNobodyElse) {
     expectServed();
     EXPECT_TRUE(world.logs("level=WARNING"));
     EXPECT_EQ(world.service.end(SIGTERM), 0);
+}
+
+TEST_F(HostileHost, GetsEachAdministrationRequestOfTheCommandLine) {
+    world.file("policy", "{\"a\":\n\"é\"}");
+    const std::string bucket = R"("identifier":"b")", object = R"("identifier":"b/o")", root = R"("identifier":"0")";
+    const std::string raw = R"("identifier":"NSFileProviderRootContainerItemIdentifier")";
+    const std::string file = "@" + world.path + "/policy", top(NSFileProviderRootContainerItemIdentifier);
+    const std::pair<Arguments, std::string> rows[] = {
+        {{"getACL", "evil|b"}, bucket},
+        {{"getBucketPolicy", "Evil"}, root},
+        {{"setBucketPolicy", "evil|b", "--policy", file}, bucket + R"(,"policy":"{\"a\":\n\"é\"}")"},
+        {{"getBucketReplication", "evil|b"}, bucket},
+        {{"setBucketReplication", "evil|b", "--replication", "{}"}, bucket + R"(,"replication":"{}")"},
+        {{"getBucketCORS", "evil|b"}, bucket},
+        {{"setBucketCORS", "evil|b", "--cors", "[]"}, bucket + R"(,"cors":"[]")"},
+        {{"getBucketLifecycle", "evil|b"}, bucket},
+        {{"setBucketLifecycle", "evil|b", "--lifecycle", ""}, bucket + R"(,"lifecycle":"")"},
+        {{"getBucketVersioning", "evil|b"}, bucket},
+        {{"setBucketVersioning", "evil|b", "--enable", "true"}, bucket + R"(,"enable":true)"},
+        {{"getBucketAcceleration", "evil|b"}, bucket},
+        {{"setBucketAcceleration", "evil|b", "--enable", "false"}, bucket + R"(,"enable":false)"},
+        {{"getBucketEncryption", "evil|b"}, bucket},
+        {{"setBucketEncryption", "evil|b", "--encryptionKeyID", "k", "--encryptionType", "t"},
+         bucket + R"(,"encryptionType":"t","encryptionKeyID":"k")"},
+        {{"getBucketLogging", "evil|b"}, bucket},
+        {{"signURL", "evil|b/o"}, object},
+        {{"createBucket", "--region", "r", "--name", "n", "--domain", "evil"}, R"("name":"n","region":"r")"},
+        {{"getObjectMetadata", "evil|b/o"}, object},
+        {{"getObjectURL", "evil|b/o", "--expiration", "60"}, object + R"(,"expiration":"60")"},
+        {{"initiateGlacierRestore", "evil|b/o", "--tier", "Bulk", "--days", "3"},
+         object + R"(,"tier":"Bulk","days":"3")"},
+        {{"setObjectEncryption", "evil|b/o", "--encryptionType", "t", "--encryptionKeyID", "k"},
+         object + R"(,"encryptionType":"t","encryptionKeyID":"k")"},
+        {{"setObjectStorageClass", top, "--domain", "evil", "--storageClass", "GLACIER"},
+         root + R"(,"storageClass":"GLACIER")"},
+        {{"listKMS", top, "--domain", "evil"}, raw},
+        {{"listKMSKeys", "evil|b"}, bucket},
+    };
+    for (const auto& [arguments, members] : rows) {
+        Arguments all{"admin"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        const Result result = world.run(all);
+        EXPECT_EQ(result.status, 0) << arguments[0] << result.errors;
+        EXPECT_EQ(requested.copy()[arguments[0]], R"({"command":")" + arguments[0] + R"(",)" + members + "}");
+        EXPECT_EQ(result.output.substr(0, 9), R"({"name":")") << "the reply as it stands";
+    }
 }
 
 } // namespace

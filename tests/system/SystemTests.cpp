@@ -1,9 +1,5 @@
 // What must hold between the real programs. The long rounds run when BRINDLEMAR_LONG_TESTS is set.
-#include "system/World.h"
-
-#include "support/JSON.h"
-
-#include <gtest/gtest.h>
+#include "system/ProgramsTest.h"
 
 #include <map>
 #include <sstream>
@@ -11,39 +7,7 @@
 namespace brindlemar::system_tests {
 namespace {
 
-const bool kLong = std::getenv("BRINDLEMAR_LONG_TESTS") != nullptr;
-constexpr auto kUnreachable = R"("error":{"domain":"NSFileProviderErrorDomain","code":-1004}})";
-
-class SystemTests : public testing::Test {
-protected:
-    void SetUp() override {
-        world.file("photos/2024/a.txt", "12 bytes long");
-        world.file("work/b.txt");
-    }
-    void TearDown() override {
-        if (HasFailure())
-            std::cerr << contentsOf(world.path + "/host.err")
-                      << contentsOf(world.path + "/service.err").substr(0, 4000);
-    }
-    Arguments connections(Arguments options = {}) const {
-        options.insert(options.end(), {"Photos=" + world.path + "/photos", "Work=" + world.path + "/work"});
-        return options;
-    }
-    void startBoth(const Arguments& options = {}) {
-        world.startService();
-        world.startHost(connections(options));
-        ASSERT_TRUE(world.runUntil({"ls"}, kTop, 10));
-    }
-    JSON status() { return JSON::parse(world.run({"status", "--json"}).output); }
-    bool becomes(std::string_view state) {
-        for (const auto start = Clock::now(); secondsSince(start) < 10;)
-            if (status()["domain"]["state"].string() == state) return true;
-        return false;
-    }
-    std::int64_t waiting() { return status()["requests"]["waiting"].number()->int64Value(); }
-    static constexpr auto kTop = "Photos\nWork\n";
-    World world;
-};
+class SystemTests : public ProgramsTest {};
 
 TEST_F(SystemTests, AnyOrderOfStartingShowsTheConnections) {
     const auto expectShown = [this] { EXPECT_TRUE(world.runUntil({"ls"}, kTop, 3)); };
@@ -190,7 +154,11 @@ TEST_F(SystemTests, ExitStatusesSayWhy) {
         {BRINDLEMAR, 2, {{}, {"fly"}, {"call", "item"}, {"call", "item", "photos|\xff"}}},
         {BRINDLEMAR, 2, {{"call", "list", "photos|0", "--page-size", "0"}}},
         {BRINDLEMAR, 3, {{"ls", "Photos/none"}, {"call", "item", "nobody|1"}, {"call", "item", "photos|none"}}},
-        {BRINDLEMAR, 3, {{"call", "list", "nobody|1"}}},
+        {BRINDLEMAR, 3, {{"call", "list", "nobody|1"}, {"get", "Photos/none"}, {"rm", "Photos/none"}}},
+        {BRINDLEMAR, 3, {{"put", world.path + "/none", "Photos"}, {"put", photos, "Photos/none/x"}}},
+        {BRINDLEMAR, 3, {{"mv", "Photos/none", "Photos/x"}, {"mkdir", "Photos/none/x"}, {"watch", "Photos/none"}}},
+        {BRINDLEMAR, 3, {{"admin", "getACL", "Photos/none"}, {"get", "Photos/2024/a.txt", "/none/x"}}},
+        {BRINDLEMAR, 1, {{"rm", "Photos/2024"}, {"rm", "Photos"}}},
         {BRINDLEMAR_HOST, 2, {{}, {"Work"}, {"Work=" + photos, "--unknown"}}},
         {BRINDLEMAR_HOST, 3, {{"Work=" + photos + "/missing"}, {"Work=" + photos + "/2024/a.txt"}}},
         {BRINDLEMAR_HOST, 1, {{"Photos=" + photos}}}}; // its domain is served already

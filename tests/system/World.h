@@ -25,6 +25,13 @@ inline std::size_t count(std::string_view text, std::string_view part) {
     for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) ++found;
     return found;
 }
+/// False when it is not so within ten seconds.
+template <class Condition>
+bool eventually(Condition&& condition) {
+    for (const auto start = Clock::now(); secondsSince(start) < 10; ::poll(nullptr, 0, 10))
+        if (condition()) return true;
+    return false;
+}
 /// Everything that comes from the descriptor, to its end.
 inline std::string readAll(const FileDescriptor& descriptor) {
     std::string text;
@@ -136,9 +143,7 @@ public:
     }
     /// Waits until the log since the last newLog() has the text; false after ten seconds.
     bool logs(const std::string& text) const {
-        for (const auto start = Clock::now(); secondsSince(start) < 10; ::poll(nullptr, 0, 10))
-            if (wholeLog().find(text, logStart_) != std::string::npos) return true;
-        return false;
+        return eventually([&] { return wholeLog().find(text, logStart_) != std::string::npos; });
     }
     const std::string path = directory_.path();
     Process service, host;

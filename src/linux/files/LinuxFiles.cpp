@@ -58,8 +58,10 @@ std::variant<std::vector<FileURL>, NSError> LinuxFiles::contentsOfDirectory(cons
     std::vector<FileURL> entries;
     std::error_code error;
     std::filesystem::directory_iterator entry(at.path, error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
-        entries.push_back({entry->path().string()});
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        std::error_code gone;
+        entries.push_back({.path = entry->path().string(), .isDirectory = entry->is_directory(gone)});
+    }
     if (error) return fileError(error.value(), FileAccess::reading);
     return entries;
 }
