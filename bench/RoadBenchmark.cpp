@@ -1,9 +1,13 @@
 // One request through the whole road: itemJSON, its row, the send procedure, the ports, an echo host in another
 // process, the reply dispatch and the completion; beside a bare SEQPACKET round trip of the same bytes.
 #include "BenchPlatform.h"
+#include "Listings.h"
 #include "Paired.h"
 #include "Peers.h"
+#include "fakes/TemporaryDirectory.h"
+#include "items/BrindlemarFileProviderItemEnumerator.h"
 #include "linux/RawPeer.h"
+#include "linux/store/HybridStore.h"
 
 #include <sys/mman.h>
 
@@ -142,6 +146,58 @@ void longReply(benchmark::State& state) {
     state.counters["ratio"] = median(roadTimes) / median(copyTimes);
 }
 BENCHMARK(longReply)->Iterations(15)->Unit(benchmark::kMillisecond);
+
+/// Counts what it gets, and tells of the end.
+struct Counter final : NSFileProviderEnumerationObserver, NSFileProviderChangeObserver {
+    std::int64_t suggestedPageSize() const override { return 1'000'000; }
+    void didEnumerateItems(ItemBatch items) override { count += items.items().size(); }
+    void finishEnumeratingUpToPage(std::optional<NSFileProviderPage>) override { done.release(); }
+    void didUpdateItems(ItemBatch items) override { count += items.items().size(); }
+    void didDeleteItems(std::vector<ItemIdentifier>) override {}
+    void finishEnumeratingChanges(NSFileProviderSyncAnchor, bool) override { done.release(); }
+    std::size_t count = 0;
+    std::binary_semaphore done{0};
+};
+
+/// What a folder's changes cost after it was listed, against its first listing.
+void workingSetPass(benchmark::State& state) {
+    constexpr std::size_t items = 100'000;
+    const std::string reply = listingText(items);
+    HostProcess host(reply);
+    BenchPlatform platform;
+    const TemporaryDirectory cache;
+    HybridStores stores(cache.path(), platform.clock, platform.timers, [](std::string_view) {});
+    const auto provider = std::make_shared<ProviderState>();
+    provider->caches = std::make_unique<const ItemCaches>(stores, platform.clock, "bench");
+    const auto enumerator = [&](const char* domain, std::string_view itemID) {
+        return std::make_shared<BrindlemarFileProviderItemEnumerator>(BrindlemarFileProviderItemEnumerator::Container{
+            .domain = domain, .itemID = ItemIdentifier(itemID), .provider = provider, .rawContainer = {}});
+    };
+    const auto folder = enumerator("c7", "photos");
+    const auto workingSet = enumerator("", NSFileProviderWorkingSetContainerItemIdentifier);
+    const auto await = [&](auto&& ask) {
+        const auto counter = std::make_shared<Counter>();
+        provider->caches->removeAll();
+        ask(counter);
+        counter->done.acquire();
+        if (counter->count != items) state.SkipWithError("items are missing");
+    };
+    paired(
+        state, items,
+        [&] {
+            await([&](const auto& observer) {
+                folder->enumerateItems(observer,
+                                       NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName)));
+            });
+        },
+        [&] {
+            await([&](const auto& observer) {
+                provider->enumerators.with([](auto& lists) { lists.recentEnumerators = {"c7|photos"}; });
+                workingSet->enumerateChanges(observer, NSFileProviderSyncAnchor());
+            });
+        });
+}
+BENCHMARK(workingSetPass)->UseManualTime()->Iterations(15)->Unit(benchmark::kMillisecond);
 
 } // namespace
 } // namespace brindlemar::bench

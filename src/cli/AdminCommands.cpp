@@ -74,7 +74,11 @@ void administer(Session& session, Asked asked) {
     for (const auto& [key, value] : asked.values)
         arguments[key] = value.is_string() ? boost::json::value(argumentText(std::string(value.get_string()))) : value;
     const Event answer = complete(control, "admin", arguments, asked.id.value_or(asked.domain));
-    session.output.text(answer.text("reply"));
+    const std::string reply = answer.text("reply");
+    session.output.text(reply);
+    const std::string refusal = readEvent(reply).text("error");
+    if (!refusal.empty()) throw Failure(Exit::failure, "The host refused: " + escaped(refusal));
+    if (reply.empty()) throw Failure(Exit::failure, "The host gave no answer. Look at what it says.");
 }
 
 void addKey(CLI::App& method, const std::shared_ptr<Asked>& asked, std::string_view name) {

@@ -10,7 +10,7 @@
 namespace brindlemar::cli {
 
 namespace {
-void fetch(Session& session, Control& control, const Item& item, const std::string& path, const std::string& place,
+void fetch(Session& session, Control& control, const Item& item, const std::string& path, const FilePlace& place,
            ProgressBar& bar) {
     ProgressShare share(bar, item.size);
     const auto takeAway = [&](const Event& completion) {
@@ -64,7 +64,7 @@ private:
         });
     }
     /// A directory of the file's name is no place for it.
-    static std::string filePlaceNotIn(const std::string& place) {
+    static FilePlace filePlaceNotIn(const std::string& place) {
         struct stat info {};
         if (::stat(place.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
             errno = EISDIR;
@@ -92,7 +92,7 @@ struct Get {
             throw Failure(Exit::failure,
                           "\"" + escaped(path) + "\" cannot be brought: no file here can have its name.");
         if (!item.folder) {
-            const std::string place = filePlace(file, item.filename);
+            const FilePlace place = filePlace(file, item.filename);
             ProgressBar bar(session.notices, item.filename);
             bar.expect(item.size);
             return fetch(session, control, item, path, place, bar);

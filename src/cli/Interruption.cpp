@@ -19,9 +19,8 @@ bool isIgnored(int signal) {
 Interruption::Interruption(std::function<void()> cleanUp) : cleanUp_(std::move(cleanUp)) {
     sigset_t signals;
     ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGINT);
-    ::sigaddset(&signals, SIGTERM);
-    if (!isIgnored(SIGHUP)) ::sigaddset(&signals, SIGHUP);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        if (!isIgnored(signal)) ::sigaddset(&signals, signal);
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signals_ = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
     if (!signals_) throw std::system_error(errno, std::generic_category(), "signalfd");

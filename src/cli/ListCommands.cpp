@@ -79,7 +79,7 @@ void printFolder(Session& session, const std::string& path, bool details) {
         listFolder(control, found.item.identifier, path, take);
     else
         take(found.json);
-    if (count == 0 && hostIsMissing(control)) throw hostNotRunning();
+    if (count == 0 && hostGoesMissing(control)) throw hostNotRunning();
     printRows(session.output, std::move(items), details);
 }
 
@@ -90,7 +90,7 @@ void printTree(Session& session, const std::string& path) {
     Tree tree{control, output, session.json};
     if (!session.json) output.line(path.empty() ? "/" : output.shown(path));
     if (found.item.folder) tree.print(found.item, path, "");
-    if (tree.folders + tree.files == 0 && found.item.folder && hostIsMissing(control)) throw hostNotRunning();
+    if (tree.folders + tree.files == 0 && found.item.folder && hostGoesMissing(control)) throw hostNotRunning();
     if (session.json) return;
     output.line("");
     output.line(counted(tree.folders, "folder") + ", " + counted(tree.files, "file"));

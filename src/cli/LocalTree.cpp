@@ -66,8 +66,12 @@ void LocalFile::mustBeReadable() const {
 }
 
 LocalFile readLocalFile(const std::string& path, const LeftOut& leftOut) {
-    fs::path absolute = fs::absolute(path).lexically_normal();
-    if (!absolute.has_filename()) absolute = absolute.parent_path(); // behind a last slash
+    fs::path absolute = fs::absolute(path);
+    if (const fs::path last = absolute.filename(); last.empty() || last == "." || last == "..") { // a directory's own
+        std::error_code error;
+        absolute = fs::canonical(absolute, error);
+        if (error) errno = error.value(), throw systemError("read", path);
+    }
     return read(absolute, 0, leftOut);
 }
 

@@ -21,6 +21,10 @@ public:
     void run(const LocalFile& top, const Place& place) {
         put(session_.control(), top, place.folder.identifier, place.path(), place.existing);
         jobs_.run();
+        for (const Made& folder : made_) // nothing more is put in them
+            complete(session_.control(), "modify",
+                     {{"id", folder.identifier}, {"fields", "contentModificationDate"}, {"mtime", folder.modified}},
+                     folder.path);
     }
 
 private:
@@ -53,6 +57,10 @@ private:
             for (Item& item : listFolder(control, existing->identifier, path)) there.emplace(item.filename, item);
         const std::string folder =
             existing ? existing->identifier : makeFolder(control, above, directory.name, directory.modified, path);
+        if (!existing && !directory.files.empty()) {
+            std::lock_guard lock(mutex_);
+            made_.push_back({folder, path, directory.modified});
+        }
         for (const LocalFile& file : directory.files) {
             const auto same = there.find(file.name);
             const auto item = same == there.end() ? std::nullopt : std::optional(same->second);
@@ -62,9 +70,14 @@ private:
         }
     }
 
+    struct Made {
+        std::string identifier, path, modified;
+    };
     Session& session_;
     Jobs jobs_;
     ProgressBar bar_;
+    std::mutex mutex_;
+    std::vector<Made> made_;
 };
 
 struct Put {

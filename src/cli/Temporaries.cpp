@@ -1,7 +1,9 @@
 #include "cli/Temporaries.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace brindlemar::cli {
@@ -16,9 +18,14 @@ Temporaries::File::~File() {
     if (all_.paths_.erase(path_) > 0) ::unlink(path_.c_str());
 }
 
-bool Temporaries::File::moveTo(const std::string& target) {
+bool Temporaries::File::moveTo(const std::string& target, bool replaces) {
     std::lock_guard lock(all_.mutex_);
-    if (::rename(path_.c_str(), target.c_str()) != 0) return false;
+    const auto rename = [&](unsigned flags) {
+        return ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, target.c_str(), flags) == 0;
+    };
+    bool moved = rename(replaces ? 0 : RENAME_NOREPLACE);
+    if (!moved && !replaces && errno == EINVAL) moved = rename(0); // a file system that does not know the flag
+    if (!moved) return false;
     all_.paths_.erase(path_);
     return true;
 }

@@ -18,8 +18,8 @@ public:
         File(const File&) = delete;
         ~File();
         const std::string& path() const { return path_; }
-        /// Puts it in its place, over whatever file is there. False with errno set.
-        bool moveTo(const std::string& target);
+        /// Puts it in its place, over a file that is there only if that is to be replaced. False with errno set.
+        bool moveTo(const std::string& target, bool replaces);
 
     private:
         Temporaries& all_;

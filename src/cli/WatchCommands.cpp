@@ -31,7 +31,7 @@ private:
         while (::poll(&end, 1, static_cast<int>(kPause.count())) == 0) {
             try {
                 listFolder(*session_.connect(end_.descriptor()), folder_.identifier, "", [](const json::object&) {});
-            } catch (const Failure&) { // the host may be back the next time; the service's end ends the watch
+            } catch (const std::exception&) { // the host may be back the next time; the service's end ends the watch
             }
         }
     }
@@ -73,6 +73,8 @@ void watch(Session& session, const std::string& path) {
         return session.output.flush();
     });
     if (!taken) throwBrokenCall(control, control.error());
+    if (control.status())
+        throw Failure(Exit::failure, "The service ended the watch, because what it told was not read. Watch again.");
     throw Failure(Exit::failure, "The service has ended, and the watch with it. Start it again with \"brindlemard\".");
 }
 

@@ -19,6 +19,7 @@ std::unique_ptr<Control> connectToService(int stop) {
 
 int start(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_DFL); // a reader that goes away ends the program without a word
+    ::signal(SIGXFSZ, SIG_IGN); // a write over the limit fails with EFBIG
     Output output(stdout, ::isatty(STDOUT_FILENO) == 1);
     Notices notices(stderr, ::isatty(STDERR_FILENO) == 1);
     Temporaries temporaries;

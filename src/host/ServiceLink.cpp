@@ -35,14 +35,17 @@ ServiceLink::~ServiceLink() {
 
 void ServiceLink::run() {
     bool waiting = false;
-    do {
-        // The connection's handlers use this object: they have run when the last reference to it is gone.
-        if (const std::shared_ptr<XPCConnection> connection = connect()) {
-            if (waitForEnd()) waiting = false;
-        } else if (!std::exchange(waiting, true)) {
-            say_("Waiting for the service; start it with brindlemard.");
+    do try {
+            // The connection's handlers use this object: they have run when the last reference to it is gone.
+            if (const std::shared_ptr<XPCConnection> connection = connect()) {
+                if (waitForEnd()) waiting = false;
+            } else if (!std::exchange(waiting, true)) {
+                say_("Waiting for the service; start it with brindlemard.");
+            }
+        } catch (const std::exception& error) { // descriptors or memory that are not to be had
+            say_(error.what());
         }
-    } while (pause());
+    while (pause());
 }
 
 std::shared_ptr<XPCConnection> ServiceLink::connect() {

@@ -75,7 +75,7 @@ void FetchedFiles::drop(const FileURL& taken) {
 
 void FetchedFiles::lend(const FileURL& taken, std::shared_ptr<LineOutput> reader) {
     lent_.with([&](auto& lent) { lent[taken.path] = reader; });
-    reader->setReaderGone([this, taken] { drop(taken); });
+    reader->onReaderGone([this, taken] { drop(taken); });
 }
 
 } // namespace brindlemar

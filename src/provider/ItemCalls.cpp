@@ -14,7 +14,7 @@ void follow(const Call& call, const std::shared_ptr<NSProgress>& progress) {
     progress->setObserver([output = call.output](std::int64_t completed, std::int64_t total) {
         output->write(progressEvent(completed, total));
     });
-    call.output->setReaderGone([weak = std::weak_ptr(progress)] {
+    call.output->onReaderGone([weak = std::weak_ptr(progress)] {
         if (const auto alive = weak.lock()) alive->cancel();
     });
 }

@@ -36,21 +36,21 @@ bool LineOutput::write(std::string_view line, std::chrono::milliseconds patience
     return !closed_;
 }
 
-void LineOutput::setReaderGone(std::function<void()> handler) {
+void LineOutput::onReaderGone(std::function<void()> handler) {
     const bool already = gone_.with([&](Gone& gone) {
-        if (!gone.gone) gone.handler.swap(handler);
+        if (!gone.gone) gone.handlers.push_back(std::move(handler));
         return gone.gone;
     });
-    if (already && handler) handler();
+    if (already) handler();
 }
 
 void LineOutput::readerGone() {
     closed_ = true;
-    const auto handler = gone_.with([](Gone& gone) {
+    const auto handlers = gone_.with([](Gone& gone) {
         gone.gone = true;
-        return std::exchange(gone.handler, nullptr);
+        return std::exchange(gone.handlers, {});
     });
-    if (handler) handler();
+    for (const auto& handler : handlers) handler();
     std::lock_guard turn(turn_);
     output_.reset();
 }

@@ -9,6 +9,7 @@
 #include <functional>
 #include <mutex>
 #include <string_view>
+#include <vector>
 
 namespace brindlemar {
 
@@ -29,9 +30,9 @@ public:
     bool isOpen() const { return !closed_; }
 
     int descriptor() const { return output_.get(); }
-    /// What to do when the reader is found to be gone; at once if it is already. Replaces what was set before.
-    void setReaderGone(std::function<void()> handler);
-    /// To be called by whoever finds out. Any thread; the handler runs once.
+    /// Adds to what is done when the reader is found to be gone; at once if it is already.
+    void onReaderGone(std::function<void()> handler);
+    /// To be called by whoever finds out. Any thread; each handler runs once.
     void readerGone();
 
 private:
@@ -44,7 +45,7 @@ private:
     std::atomic<bool> closed_{false};
     struct Gone {
         bool gone = false;
-        std::function<void()> handler;
+        std::vector<std::function<void()>> handlers;
     };
     Guarded<Gone> gone_;
 };

@@ -137,6 +137,7 @@ int main(int argc, char** argv) {
     ::sigaddset(&ends, SIGINT);
     ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN); // a write over the limit fails with EFBIG
     ::umask(0077);
     raiseDescriptorLimit();
     try {

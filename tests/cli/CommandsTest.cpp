@@ -133,8 +133,10 @@ TEST_F(CommandsTest, CallsPassTheirArgumentsAndShowTheirEvents) {
     service.answers["item c7|photos"] = completion(R"("item":{"filename":"photos","parentItemIdentifier":"c7|0"})");
     service.answers["watch"].replace(service.answers["watch"].find("\"filename\""), 0,
                                      R"("parentItemIdentifier":"c7|photos",)");
-    EXPECT_TRUE((*this)("watch").starts_with("updated  Work/photos/y\ndeleted  c7|z\nexit 1: The service has ended"));
-    EXPECT_TRUE((*this)("watch Work --json").starts_with(service.answers["watch"] + "exit 1: The service has ended"));
+    EXPECT_TRUE(
+        (*this)("watch").starts_with("updated  Work/photos/y\ndeleted  c7|z\nexit 1: The service ended the watch"));
+    EXPECT_TRUE(
+        (*this)("watch Work --json").starts_with(service.answers["watch"] + "exit 1: The service ended the watch"));
     service.answers["search"] = page(item("c7|q", "q")) + completion("\"error\":null");
     EXPECT_EQ((*this)("search q"), "c7|q\n");
     EXPECT_EQ((*this)("search q --json"), item("c7|q", "q") + "\n");
@@ -215,6 +217,8 @@ TEST_F(CommandsTest, EveryAdministrationMethodSendsItsKeys) {
         EXPECT_EQ(boost::json::parse(service.calls[0].substr(6)), boost::json::parse(expected)) << service.calls[0];
         for (const std::string& text : {manual, script}) EXPECT_NE(text.find(method), std::string::npos) << method;
     }
+    service.answers["admin"] = completion(R"("reply":"{\"error\":\"No\"}","error":null)");
+    EXPECT_EQ((*this)("admin getACL c7|b"), "{\"error\":\"No\"}\nexit 1: The host refused: No");
     service.answers["admin"] = error(-1004);
     EXPECT_EQ((*this)("admin getACL c7|b"), kLaunch);
 }

@@ -1,5 +1,6 @@
 #include "cli/FakeService.h"
 #include "cli/ProgressBar.h"
+#include "linux/files/FileMode.h"
 
 #include <gtest/gtest.h>
 
@@ -40,9 +41,13 @@ TEST_F(TransferTest, GetReplacesAFileAsAWholeOrNotAtAll) {
     struct stat info {};
     ASSERT_EQ(::stat(place.c_str(), &info), 0);
     EXPECT_EQ(info.st_mtim.tv_sec, 1659538288);
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    EXPECT_EQ(info.st_mode & 07777, 0666 & ~mask);
+    EXPECT_EQ(info.st_mode & 07777, newFileMode());
+    ::chmod(place.c_str(), 0700);
+    EXPECT_EQ(run(service, {"get", "Work/n", place}), "");
+    ASSERT_EQ(::stat(place.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0700u) << "that of the old one";
+    fs::create_symlink("nowhere", here / "link");
+    EXPECT_NE(run(service, {"get", "Work/n", here / "link"}).find("leads nowhere"), std::string::npos);
 
     fs::create_directories(here / "taken/x");
     for (const std::string& target : {here / "none/x", std::string("/dev/null"), std::string("/proc/x")})

@@ -41,20 +41,21 @@ TEST_F(TransferTests, TreesComeBackAsTheyWentWithTheirDates) {
     for (int i = 0; i < files; ++i) {
         const std::string name = "up/folder " + std::to_string(i % 7) + "/" + std::to_string(i);
         world.file(name, std::string(static_cast<std::size_t>(i * 37 % 5000), static_cast<char>('a' + i % 26)));
-        const timespec dates[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 1'000'000'000 + i, .tv_nsec = 0}};
-        ::utimensat(AT_FDCWD, (world.path + "/" + name).c_str(), dates, 0);
     }
     fs::create_directory(up + "/empty");
+    timespec dates[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 1'000'000'000, .tv_nsec = 0}};
+    for (const auto& entry : fs::recursive_directory_iterator(up)) {
+        ++dates[1].tv_sec;
+        ::utimensat(AT_FDCWD, entry.path().c_str(), dates, 0);
+    }
     ASSERT_EQ(world.run({"put", up, "Photos/up"}).errors, "");
     ASSERT_EQ(world.run({"get", "Photos/up", back}).errors, "");
     for (const std::string& copy : {served("up"), back}) {
         const Result difference = world.run({"-r", up, copy}, "/usr/bin/diff");
         EXPECT_EQ(difference.status, 0) << difference.output << difference.errors;
         for (const auto& entry : fs::recursive_directory_iterator(up))
-            if (entry.is_regular_file()) {
-                EXPECT_EQ(infoOf(copy + entry.path().string().substr(up.size())).st_mtime,
-                          infoOf(entry.path()).st_mtime);
-            }
+            EXPECT_EQ(infoOf(copy + entry.path().string().substr(up.size())).st_mtime, infoOf(entry.path()).st_mtime)
+                << entry.path();
     }
     EXPECT_TRUE(eventually([&] { return kept() == 0; }));
 }

@@ -14,8 +14,6 @@ void appendNumber(std::string& json, std::int64_t number) {
     json.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
-std::int64_t seconds(const timespec& time) { return std::clamp<std::int64_t>(time.tv_sec, 0, UINT32_MAX); }
-
 bool needsEscape(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\'; }
 
 void appendEscape(std::string& json, char c) {
@@ -26,6 +24,8 @@ void appendEscape(std::string& json, char c) {
         json.append("\\u00").append({digits[static_cast<unsigned char>(c) >> 4], digits[c & 15]});
 }
 } // namespace
+
+std::int64_t toldSeconds(const timespec& time) { return std::clamp<std::int64_t>(time.tv_sec, 0, UINT32_MAX); }
 
 void appendQuoted(std::string& json, std::string_view text) {
     json.push_back('"');
@@ -50,9 +50,9 @@ void appendItem(std::string& json, const ItemText& item, const struct stat& stat
     json.append(",\"itemID\":");
     appendQuoted(json, item.itemID);
     json.append(",\"mtime\":");
-    appendNumber(json, seconds(status.st_mtim));
+    appendNumber(json, toldSeconds(status.st_mtim));
     json.append(",\"atime\":");
-    appendNumber(json, seconds(status.st_atim));
+    appendNumber(json, toldSeconds(status.st_atim));
     json.append(",\"permissions\":");
     appendNumber(json, status.st_mode & 0777);
     if (item.archiveMark != 0) {
@@ -74,7 +74,7 @@ std::string itemText(const Served& served, const ItemPath& item, const struct st
 }
 
 std::string newItemText(Served& served, const ItemPath& item, const struct stat& status) {
-    served.known.with([&](auto& known) { known[item.folder()].add({item.name}); });
+    served.known.with([&](auto& known) { known[item.folder()].add(item.name); });
     return itemText(served, item, status);
 }
 

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ struct Served;
 
 /// Appends the text as a JSON string (RFC 8259); it must be UTF-8.
 void appendQuoted(std::string& json, std::string_view text);
+
+/// A date as items tell it: whole seconds since 1970, in 32 bits.
+std::int64_t toldSeconds(const timespec& time);
 
 struct ItemText {
     std::string_view name;

@@ -32,6 +32,17 @@ void KnownNames::add(const Names& current) {
     names_ = join(all);
 }
 
+void KnownNames::add(std::string_view name) {
+    std::size_t at = 0;
+    while (at < names_.size()) {
+        const std::string_view there(names_.c_str() + at);
+        if (there == name) return;
+        if (there > name) break;
+        at += there.size() + 1;
+    }
+    names_.insert(at, std::string(name) + '\0');
+}
+
 std::vector<std::string> KnownNames::missingFrom(const Names& current) const {
     Names missing;
     std::ranges::set_difference(split(names_), current, std::back_inserter(missing));

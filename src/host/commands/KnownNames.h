@@ -15,6 +15,7 @@ public:
 
     /// The extension hears of `current`.
     void add(const Names& current);
+    void add(std::string_view name);
     /// The known names that are not among `current`.
     std::vector<std::string> missingFrom(const Names& current) const;
     /// The extension was told that these are gone.

@@ -22,8 +22,10 @@ int move(Served& served, const ItemPath& from, const ItemPath& to) {
     return error;
 }
 
-void setTime(const Served& served, const ItemPath& item, const JSON& mtime) {
+/// A date as the host tells it already stays as exact as it is.
+void setTime(const Served& served, const ItemPath& item, const struct stat& before, const JSON& mtime) {
     const auto seconds = mtime.number();
+    if (seconds && seconds->int64Value() == toldSeconds(before.st_mtim)) return;
     const FileDescriptor folder = served.tree.open(item.folder(), O_PATH | O_DIRECTORY);
     if (!seconds || !folder) return;
     const timespec times[2] = {{0, UTIME_OMIT}, {seconds->int64Value(), 0}};
@@ -40,7 +42,7 @@ std::string update(const Request& request) {
     const auto to = newItem(textMember(request.json, "parentID"), textMember(request.json, "name"));
     if (before.outcome == Tree::Outcome::failed || from->id == kTopID || !to) return failure;
     if (move(served, *from, *to) != 0) return failure;
-    setTime(served, *to, request.json["mtime"]);
+    setTime(served, *to, before.info, request.json["mtime"]);
     const Tree::Status after = served.tree.status(to->path);
     return after.outcome == Tree::Outcome::found ? newItemText(served, *to, after.info) : failure;
 }

@@ -24,8 +24,10 @@ public:
         if (!buffer_) {
             off_t in = offset, out = offset;
             const ssize_t copied = ::copy_file_range(from_, &in, to_, &out, size, 0);
-            if (copied >= 0) return copied;
-            const bool cannot = errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+            if (copied > 0) return copied;
+            // Some file systems answer 0 for what they cannot copy.
+            const bool cannot =
+                copied == 0 || errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
             if (!cannot) return -1;
             buffer_ = std::make_unique<char[]>(kBuffer);
         }
