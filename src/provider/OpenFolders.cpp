@@ -14,8 +14,8 @@ std::variant<OpenFolders::Opened, NSError> OpenFolders::open(NSFileProviderRepli
     const auto known = folders_.with([&](std::list<Folder>& folders) -> std::optional<Opened> {
         const auto found = std::ranges::find(folders, container, &Folder::container);
         if (found == folders.end()) return std::nullopt;
-        const Opened opened{found->enumerator, now - found->listed >= kFresh};
-        found->listed = now;
+        const Opened opened{found->enumerator, now - found->checked >= kFresh};
+        if (opened.stale) found->checked = now;
         folders.splice(folders.begin(), folders, found);
         return opened;
     });

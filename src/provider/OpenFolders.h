@@ -9,10 +9,11 @@
 
 namespace brindlemar {
 
-/// Keeps one enumerator for each folder on show, the latest ones, and knows when it was listed. Thread-safe.
+/// Keeps one enumerator for each folder on show, the latest ones, and knows when its changes are due. Thread-safe.
 class OpenFolders {
 public:
-    /// A folder listed longer ago than this is asked for its changes when it is opened again.
+    /// A folder whose first opening, or last changes, are longer ago than this is asked for its changes when it is
+    /// opened again.
     static constexpr auto kFresh = std::chrono::seconds(10);
     static constexpr std::size_t kMost = 64;
 
@@ -25,14 +26,14 @@ public:
         std::shared_ptr<NSFileProviderEnumerator> enumerator;
         bool stale = false; // its changes are to be asked for first
     };
-    /// Counts as listed now. The extension's error when it gives no enumerator.
+    /// The extension's error when it gives no enumerator.
     std::variant<Opened, NSError> open(NSFileProviderReplicatedExtension& extension, const ItemIdentifier& container);
 
 private:
     struct Folder {
         ItemIdentifier container;
         std::shared_ptr<NSFileProviderEnumerator> enumerator;
-        Timestamp listed;
+        Timestamp checked;
     };
     Clock& clock_;
     Guarded<std::list<Folder>> folders_; // the latest first
