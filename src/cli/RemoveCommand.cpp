@@ -4,8 +4,6 @@
 #include "cli/Paths.h"
 #include "cli/Text.h"
 
-#include <ranges>
-
 namespace brindlemar::cli {
 
 namespace {
@@ -57,7 +55,7 @@ struct Removal {
         Jobs jobs(session);
         for (const Doomed& file : files) jobs.add([&file](Control& each) { removeItem(each, file); });
         if (!jobs.run()) return;
-        for (const Doomed& folder : folders | std::views::reverse) removeItem(control, folder);
+        for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) removeItem(control, *folder);
     }
 
     void mustBeGone(const Doomed& doomed) const {

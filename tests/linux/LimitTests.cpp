@@ -46,7 +46,10 @@ TEST_F(Limits, ConnectionsThatSendNothingGiveWayToOthers) {
     EXPECT_EQ(ask(early), "answer");
     idle.erase(idle.begin(), idle.end() - 1); // one that has sent nothing, and now a process that floods
     const pid_t flood = ::fork();
-    for (int i = 0; flood == 0; ++i) i < 300 ? void(new RawSocket(greeted(false))) : void(::pause());
+    if (flood == 0) {
+        for (int i = 0; i < 300; ++i) static_cast<void>(new RawSocket(greeted(false)));
+        for (;;) ::pause();
+    }
     world.complaints.atLeast(173 + 173);
     EXPECT_TRUE(idle.back().send(RawPacket{.flags = 1}.bytes()) && !idle.back().receive().empty());
     ::kill(flood, SIGKILL);
