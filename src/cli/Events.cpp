@@ -77,7 +77,7 @@ void throwReportedError(Control& control, const Event& event, const std::string&
     const std::string domain = textMember(*error, "domain");
     const int code = numberMember<int>(*error, "code").value_or(0);
     const bool unclear = domain == NSFileProviderErrorDomain && code == FileProviderErrorCode::cannotSynchronize;
-    if (unclear && hostGoesMissing(control)) throw hostNotRunning();
+    if (unclear && hostGoesMissing(control, std::chrono::seconds(1))) throw hostNotRunning();
     throw reportedError(domain, code, textMember(*error, "description"), subject);
 }
 
@@ -120,10 +120,9 @@ bool hostIsMissing(Control& control) {
     return !connected || !configured || !configured->is_bool() || !configured->get_bool();
 }
 
-bool hostGoesMissing(Control& control) {
-    constexpr int looks = 10;
+bool hostGoesMissing(Control& control, std::chrono::milliseconds within) {
     constexpr std::chrono::milliseconds pause{20};
-    for (int look = 0; look < looks; ++look) {
+    for (auto waited = pause; waited <= within; waited += pause) {
         if (hostIsMissing(control)) return true;
         std::this_thread::sleep_for(pause);
     }

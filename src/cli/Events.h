@@ -3,6 +3,8 @@
 
 #include "cli/Control.h"
 
+#include <chrono>
+
 namespace brindlemar::cli {
 
 struct Item {
@@ -48,6 +50,6 @@ Event complete(Control& control, const std::string& operation, const boost::json
 /// True when the service has no host at present: it was never configured, or its domain is disconnected.
 bool hostIsMissing(Control& control);
 /// As hostIsMissing(), a moment later if need be: what a lost host had under way fails before the state tells of it.
-bool hostGoesMissing(Control& control);
+bool hostGoesMissing(Control& control, std::chrono::milliseconds within = std::chrono::milliseconds(200));
 
 } // namespace brindlemar::cli

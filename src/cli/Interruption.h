@@ -9,7 +9,7 @@
 
 namespace brindlemar::cli {
 
-/// While it lives, SIGINT, SIGTERM and SIGHUP (unless that is ignored) make it call `cleanUp` on a thread of its own
+/// While it lives, SIGINT, SIGTERM and SIGHUP, each unless it is ignored, make it call `cleanUp` on a thread of its own
 /// and end the process with 128 + the signal's number, whatever the other threads are waiting for. To be made before
 /// all other threads, which inherit what it does to the signals.
 class Interruption {

@@ -8,6 +8,12 @@
 
 namespace brindlemar::cli {
 
+std::optional<std::string> LiveControl::status() {
+    std::optional<std::string> text = client_.status();
+    if (text && text->empty()) text.reset(); // from a service at its end
+    return text;
+}
+
 bool LiveControl::call(const std::string& operation, const boost::json::object& arguments, const LineHandler& handler) {
     const auto input = client_.call(operation, boost::json::serialize(arguments));
     if (input) readLines(*input, handler, stop_);

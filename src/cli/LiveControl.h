@@ -10,7 +10,7 @@ class LiveControl : public Control {
 public:
     /// Calls end early once the descriptor `stop` is readable; -1 for never.
     explicit LiveControl(ControlClient client, int stop = -1) : client_(std::move(client)), stop_(stop) {}
-    std::optional<std::string> status() override { return client_.status(); }
+    std::optional<std::string> status() override;
     bool call(const std::string& operation, const boost::json::object& arguments, const LineHandler& handler) override;
     std::string error() const override { return client_.error(); }
 

@@ -21,10 +21,14 @@ public:
     void run(const LocalFile& top, const Place& place) {
         put(session_.control(), top, place.folder.identifier, place.path(), place.existing);
         jobs_.run();
-        for (const Made& folder : made_) // nothing more is put in them
-            complete(session_.control(), "modify",
-                     {{"id", folder.identifier}, {"fields", "contentModificationDate"}, {"mtime", folder.modified}},
-                     folder.path);
+        Jobs dates(session_); // now that nothing more is put in them
+        for (const Made& folder : made_)
+            dates.add([&folder](Control& each) {
+                complete(each, "modify",
+                         {{"id", folder.identifier}, {"fields", "contentModificationDate"}, {"mtime", folder.modified}},
+                         folder.path);
+            });
+        dates.run();
     }
 
 private:

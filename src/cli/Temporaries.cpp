@@ -20,11 +20,10 @@ Temporaries::File::~File() {
 
 bool Temporaries::File::moveTo(const std::string& target, bool replaces) {
     std::lock_guard lock(all_.mutex_);
-    const auto rename = [&](unsigned flags) {
-        return ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, target.c_str(), flags) == 0;
-    };
-    bool moved = rename(replaces ? 0 : RENAME_NOREPLACE);
-    if (!moved && !replaces && errno == EINVAL) moved = rename(0); // a file system that does not know the flag
+    const unsigned flags = replaces ? 0 : RENAME_NOREPLACE;
+    bool moved = ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, target.c_str(), flags) == 0;
+    if (!moved && !replaces && (errno == EINVAL || errno == ENOSYS)) // the flag is not known; a link replaces nothing
+        moved = ::link(path_.c_str(), target.c_str()) == 0 && ::unlink(path_.c_str()) == 0;
     if (!moved) return false;
     all_.paths_.erase(path_);
     return true;

@@ -65,14 +65,16 @@ void watch(Session& session, const std::string& path) {
         reopening.emplace(session, folder);
     }
     const json::object arguments{{"id", isRoot(folder) ? "" : folder.identifier}};
+    bool written = true;
     const bool taken = control.call("watch", arguments, [&](std::string_view line) {
         if (session.json)
             session.output.line(line);
         else
             printChanges(readEvent(line), session.output, names);
-        return session.output.flush();
+        return written = session.output.flush();
     });
     if (!taken) throwBrokenCall(control, control.error());
+    if (!written) return; // whoever ends the program says so
     if (control.status())
         throw Failure(Exit::failure, "The service ended the watch, because what it told was not read. Watch again.");
     throw Failure(Exit::failure, "The service has ended, and the watch with it. Start it again with \"brindlemard\".");

@@ -38,10 +38,10 @@ bool isPartialName(std::string_view name) {
            name.substr(kPrefix.size(), kDigits).find_first_not_of("0123456789abcdef") == name.npos;
 }
 
-std::optional<PartialFile> PartialFile::make(const FileDescriptor& folder) {
+std::optional<PartialFile> PartialFile::make(const FileDescriptor& folder, mode_t mode) {
     for (;;) {
         std::string name = makeName();
-        FileDescriptor file(::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        FileDescriptor file(::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
         if (!file) return std::nullopt;
         PartialFile made(folder, std::move(name), std::move(file));
         ::flock(made.descriptor(), LOCK_EX); // where nothing can be locked, nothing is taken for left over either

@@ -15,8 +15,8 @@ namespace brindlemar::host {
 /// gone with this object unless it was given its own name.
 class PartialFile {
 public:
-    /// For nobody else's eyes so far. None with errno set. The folder outlives the file.
-    static std::optional<PartialFile> make(const FileDescriptor& folder);
+    /// None with errno set. The folder outlives the file.
+    static std::optional<PartialFile> make(const FileDescriptor& folder, mode_t mode);
     PartialFile(PartialFile&&) noexcept = default;
     ~PartialFile();
 

@@ -7,15 +7,17 @@
 #include "support/Logger.h"
 
 #include <algorithm>
+#include <span>
 
 namespace brindlemar {
 
 namespace {
 constexpr std::string_view kEnumerateItems = "enumerateItems(for:startingAt:)";
 
+/// The first thousand: a line of the log has to end somewhere.
 std::string listDescription(const ItemList& list) {
     std::string text = "[";
-    for (const auto& item : list) {
+    for (const auto& item : std::span(list).first(std::min<std::size_t>(list.size(), 1000))) {
         if (text.size() > 1) text += ", ";
         text += static_cast<const BrindlemarFileProviderItem&>(*item).description();
     }

@@ -7,7 +7,7 @@
 namespace brindlemar {
 
 namespace {
-constexpr std::int64_t kBrowsedPage = 10'000; // what comes in one page also goes into one line of the log
+constexpr std::int64_t kWholeFolder = 1'000'000; // pages are cut from what a cache may have lost meanwhile
 
 /// One listing on its way through its pages; `feed`, if any, learns of its items.
 class Listing final : public NSFileProviderEnumerationObserver, public std::enable_shared_from_this<Listing> {
@@ -70,7 +70,7 @@ void callBrowse(Call call) {
     auto opened = call.places.folders.open(*call.places.extension, call.id());
     if (const auto* error = std::get_if<NSError>(&opened)) return call.fail(*error);
     const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
-    const auto listing = std::make_shared<Listing>(call, enumerator, kBrowsedPage, &call.places.feed);
+    const auto listing = std::make_shared<Listing>(call, enumerator, kWholeFolder, &call.places.feed);
     // Only the hosts know of deletions; those at the top come with the working set.
     const ItemIdentifier container = call.id();
     if (!stale || !resolveIdentifier(container).qualified) return listing->start();

@@ -38,8 +38,8 @@ FileDescriptor openBeneath(int directory, const std::string& path, std::uint64_t
 bool isSameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 } // namespace
 
-FetchedFiles::FetchedFiles(std::string temporary, std::string keep)
-    : temporary_(std::move(temporary)), keep_(std::move(keep)) {
+FetchedFiles::FetchedFiles(std::string temporary, std::string keep, Queue& tasks)
+    : temporary_(std::move(temporary)), keep_(std::move(keep)), tasks_(tasks) {
     emptyDirectory(temporary_);
     emptyDirectory(keep_);
 }
@@ -75,7 +75,7 @@ void FetchedFiles::drop(const FileURL& taken) {
 
 void FetchedFiles::lend(const FileURL& taken, std::shared_ptr<LineOutput> reader) {
     lent_.with([&](auto& lent) { lent[taken.path] = reader; });
-    reader->onReaderGone([this, taken] { drop(taken); });
+    reader->onReaderGone([this, taken] { tasks_.async([this, taken] { drop(taken); }); });
 }
 
 } // namespace brindlemar

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Domain.h"
+#include "platform/Queue.h"
 #include "provider/LineOutput.h"
 
 #include <memory>
@@ -13,8 +14,9 @@ namespace brindlemar {
 /// Thread-safe. Both directories lie on one file system: a file is moved, never copied.
 class FetchedFiles {
 public:
-    /// Makes the directory `keep`, and empties it and `temporary` of what an earlier run has left.
-    FetchedFiles(std::string temporary, std::string keep);
+    /// Makes the directory `keep`, and empties it and `temporary` of what an earlier run has left. The queue, on which
+    /// files are removed, runs nothing any more when this object ends.
+    FetchedFiles(std::string temporary, std::string keep, Queue& tasks);
     /// Empties `temporary`.
     ~FetchedFiles();
     FetchedFiles(const FetchedFiles&) = delete;
@@ -30,6 +32,7 @@ public:
 
 private:
     const std::string temporary_, keep_;
+    Queue& tasks_;
     Guarded<std::unordered_map<std::string, std::shared_ptr<LineOutput>>> lent_; // by path
 };
 

@@ -26,9 +26,11 @@ ReaderWatch::ReaderWatch() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
     thread_ = startQuietThread([this] { run(); });
 }
 
-ReaderWatch::~ReaderWatch() {
+ReaderWatch::~ReaderWatch() { stop(); }
+
+void ReaderWatch::stop() {
     wake_.stop();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 ReaderWatch::Token ReaderWatch::add(int descriptor, std::function<void()> gone) {

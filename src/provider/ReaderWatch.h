@@ -18,6 +18,8 @@ public:
     /// Throws std::system_error when the system has no descriptor or thread to spare.
     ReaderWatch();
     ~ReaderWatch();
+    /// No callback runs after this. It is called on another thread.
+    void stop();
 
     using Token = std::uint64_t;
     /// Calls `gone` once, on the watch's thread, when nobody can read any more what is written to the descriptor,

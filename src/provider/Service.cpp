@@ -75,7 +75,7 @@ struct Service::Parts {
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
                    {.temporaryDirectory = temporaryDirectory(places), .userVisibleRoot = places.userVisibleRoot}, clock,
                    [this] { return feed.topLevel(); }),
-          fetched(temporaryDirectory(places), domainDirectory(places) + "/fetched"),
+          fetched(temporaryDirectory(places), domainDirectory(places) + "/fetched", tasks),
           ports(RuntimeDirectory::open(), mainQueue, limited(logDiagnostic, timers)),
           xpc(directory, limited(logDiagnostic, timers)) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
@@ -123,6 +123,7 @@ struct Service::Parts {
     ~Parts() {
         stop();
         // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
+        readers.stop();
         callers.stop();
         tasks.stop();
         backgroundQueue.stop();

@@ -57,13 +57,13 @@ std::string quoted(std::string_view text) {
 constexpr std::size_t kLongestDescription = std::size_t{128} << 20;
 
 void print(const json::value& value, const std::string& indent, std::string& out) {
-    if (out.size() > kLongestDescription) return;
     const std::string inner = indent + "  ";
     const auto list = [&](const auto& elements, char open, char close, auto&& printElement) {
         out += open;
         out += '\n';
         bool first = true;
         for (const auto& element : elements) {
+            if (out.size() > kLongestDescription) return;
             if (!std::exchange(first, false)) out += ",\n";
             out += inner;
             printElement(element);

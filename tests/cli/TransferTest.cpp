@@ -111,11 +111,13 @@ TEST_F(TransferTest, PutMakesOrChangesAndTakesFoldersBeforeTheirContents) {
     const std::string said = run(service, {"put", here / "d", "Work"});
     EXPECT_TRUE(said.starts_with("exit 1: ") && said.find("link") != said.npos && said.find("\\xff") != said.npos)
         << said;
-    Strings made;
+    Strings made, dated;
     for (const std::string& call : service.calls)
         if (call != "forget {}") {
             const auto arguments = boost::json::parse(call.substr(7)).get_object();
             const bool isNew = call.starts_with("create ");
+            if (!isNew && arguments.at("fields") == "contentModificationDate")
+                dated.emplace_back(arguments.at("id").get_string());
             made.push_back(std::string(isNew ? arguments.at("parent").get_string() : arguments.at("id").get_string()) +
                            (isNew ? "/" + std::string(arguments.at("name").get_string()) : ""));
         }
@@ -123,6 +125,7 @@ TEST_F(TransferTest, PutMakesOrChangesAndTakesFoldersBeforeTheirContents) {
     EXPECT_EQ((std::set(made.begin(), made.end())),
               (std::set<std::string>{"c7|d/f", "c7|d/e/g", "c7|d/e/deep", "c7|d/e/deep/h"}));
     EXPECT_LT(at("c7|d/e/deep"), at("c7|d/e/deep/h"));
+    EXPECT_EQ(dated, Strings{"c7|d/e/deep"}) << "the folder that is new";
 }
 
 TEST_F(TransferTest, ProgressNeverFallsAndIsFullOnlyAtTheEnd) {

@@ -97,7 +97,7 @@ TEST_F(ChangeTests, CopiesAreWholeOrNotThere) {
 TEST_F(ChangeTests, OnlyWhatACrashLeftIsCleanedAway) {
     const std::string left = "photos/.brindlemar-0123456789abcdef0123456789abcdef.part";
     const FileDescriptor folder(::open((top / "photos").c_str(), O_RDONLY));
-    auto written = PartialFile::make(folder);
+    auto written = PartialFile::make(folder, 0600);
     for (const std::string& name : Strings{"photos/.brindlemar-notes.part", left}) write(name, "");
     run({{"itemForIdentifier", id(left), "{}"},
          {"deleteItem", id(left), "{}"},
@@ -106,7 +106,7 @@ TEST_F(ChangeTests, OnlyWhatACrashLeftIsCleanedAway) {
     EXPECT_EQ(listed("photos"), (Strings{"photos/.brindlemar-notes.part", "photos/2019", "photos/a.jpg"}));
     EXPECT_FALSE(fs::exists(top / left));
     EXPECT_EQ(written->keepAs("note", PartialFile::Present::refused), 0);
-    EXPECT_EQ(PartialFile::make(folder)->keepAs("note", PartialFile::Present::refused), EEXIST);
+    EXPECT_EQ(PartialFile::make(folder, 0600)->keepAs("note", PartialFile::Present::refused), EEXIST);
     write("photos/2019" + left.substr(6), "");
     run({{"deleteItem", id("photos/2019"), "{}",
           "note.txt=x photos/ photos/.brindlemar-notes.part= photos/a.jpg=12345 photos/note= "}});

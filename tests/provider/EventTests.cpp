@@ -90,7 +90,7 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     extension->connections.with([](auto& records) { records = {"Work|c7"}; });
     ChangeFeed feed;
     TemporaryDirectory directory;
-    FetchedFiles fetched(directory / "tmp", directory / "fetched");
+    FetchedFiles fetched(directory / "tmp", directory / "fetched", platform.tasks);
     DomainManager manager({}, platform.clock);
     OpenFolders folders(platform.clock);
     const CallPlaces places{extension, manager, platform.tasks, feed, fetched, folders};
@@ -138,7 +138,8 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
 struct FetchedFilesTests : testing::Test {
     TemporaryDirectory directory;
     const std::string tmp = directory / "tmp";
-    FetchedFiles fetched{tmp, directory / "fetched"};
+    ManualQueue tasks;
+    FetchedFiles fetched{tmp, directory / "fetched", tasks};
     bool takes(const std::string& path) { return fetched.take({path}).index() == 0; }
 };
 
@@ -161,7 +162,19 @@ TEST_F(FetchedFilesTests, OnlyAFileFromInsideIsTaken) {
         EXPECT_EQ(contentsOf(std::get<FileURL>(taken).path), path);
         EXPECT_FALSE(std::filesystem::exists(tmp + path));
     }
-    const FetchedFiles next(tmp, directory / "fetched"); // what an earlier run has left goes
+    std::ofstream(tmp + "/lent") << "x";
+    const FileURL lent = std::get<FileURL>(fetched.take({tmp + "/lent"}));
+    const std::atomic<bool> stopping{false};
+    Pipe pipe;
+    auto reader = std::make_shared<LineOutput>(std::move(pipe.writer), stopping);
+    fetched.lend(lent, reader);
+    reader->onReaderGone([] {}); // takes nothing from the others
+    EXPECT_EQ(reader.use_count(), 2);
+    reader->readerGone();
+    tasks.runAll();
+    EXPECT_FALSE(std::filesystem::exists(lent.path));
+    EXPECT_EQ(reader.use_count(), 1);
+    const FetchedFiles next(tmp, directory / "fetched", tasks); // what an earlier run has left goes
     EXPECT_TRUE(std::filesystem::is_empty(tmp) && std::filesystem::is_empty(directory / "fetched"));
     EXPECT_TRUE(std::filesystem::exists(directory / "outside"));
 }

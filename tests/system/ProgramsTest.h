@@ -39,6 +39,7 @@ protected:
         return eventually([&] { return status()["domain"]["state"].string() == state; });
     }
     std::int64_t waiting() { return status()["requests"]["waiting"].number()->int64Value(); }
+    bool isEnumerating() { return status()["signals"]["enumerating"].uInt16Value() != 0; }
     static constexpr auto kTop = "Photos\nWork\n";
     World world;
 };

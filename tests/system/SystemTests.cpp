@@ -58,7 +58,7 @@ TEST_F(SystemTests, AnAbsentHostIsAnErrorNotAnEmptyFolder) {
     EXPECT_EQ(world.run({"call", "item", "photos|2024"}).status, 0);
     world.host.end(SIGKILL);
     ASSERT_TRUE(becomes("disconnected"));
-    while (status()["signals"]["enumerating"].uInt16Value()) ::poll(nullptr, 0, 10); // it looks for the host as well
+    ASSERT_TRUE(eventually([&] { return !isEnumerating(); })); // that looks for the host as well
     world.newLog();
     const Result lookup = world.run({"call", "item", "photos|2024", "--json"});
     EXPECT_EQ(lookup.status, 4);

@@ -49,6 +49,7 @@ public:
         for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
         if ((pid_ = ::fork()) != 0) return;
+        ::signal(SIGINT, SIG_DFL); // ignored in what a shell runs in the background
         ::dup2(::open((place + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
         ::dup2(::open((place + ".err").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), 2);
         ::execv(program.c_str(), argv.data());

@@ -40,7 +40,7 @@ FileDescriptor openReceiver(Served& served, const std::string& path) {
 
 /// 0 or an errno(3).
 int copyTo(const FileDescriptor& folder, const std::string& name, const Source& source, CopyProgress& progress) {
-    std::optional<PartialFile> copy = PartialFile::make(folder);
+    std::optional<PartialFile> copy = PartialFile::make(folder, 0600);
     if (!copy) return errno;
     if (const int error = copyContents(source.file.get(), copy->descriptor(), progress.step())) return error;
     const timespec times[2] = {source.info.st_atim, source.info.st_mtim};

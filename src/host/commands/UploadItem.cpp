@@ -4,7 +4,6 @@
 #include "host/commands/CopyProgress.h"
 #include "host/commands/ItemText.h"
 #include "host/commands/Warnings.h"
-#include "linux/files/FileMode.h"
 
 #include <fcntl.h>
 
@@ -49,11 +48,10 @@ int setTime(int file, const JSON& request) {
 int putFile(const FileDescriptor& staged, const Target& target, const JSON& request, CopyProgress& progress) {
     const bool replaces = target.before.outcome == Tree::Outcome::found;
     if (replaces && S_ISDIR(target.before.info.st_mode)) return EISDIR;
-    std::optional<PartialFile> copy = PartialFile::make(target.folder);
+    std::optional<PartialFile> copy = PartialFile::make(target.folder, replaces ? 0600 : 0666);
     if (!copy) return errno;
     if (const int error = copyContents(staged.get(), copy->descriptor(), progress.step())) return error;
-    const mode_t mode = replaces ? target.before.info.st_mode & 0777 : newFileMode();
-    if (::fchmod(copy->descriptor(), mode) != 0) return errno;
+    if (replaces && ::fchmod(copy->descriptor(), target.before.info.st_mode & 0777) != 0) return errno;
     if (const int error = setTime(copy->descriptor(), request)) return error;
     if (::fsync(copy->descriptor()) != 0) return errno;
     if (!progress.end()) return ECANCELED;
