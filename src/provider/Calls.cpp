@@ -37,24 +37,23 @@ std::optional<Timestamp> Call::time(std::string_view key) const {
     return Timestamp(std::chrono::seconds(seconds) + std::chrono::nanoseconds(fraction));
 }
 
-void Call::fail(const NSError& error) const { output->write(completionEvent(nullptr, error)); }
-
-namespace {
-/// Which connection's host the call asks; empty when it asks none.
-std::string domainOf(const Call& call) {
+std::string Call::domain() const {
     for (const std::string_view key : {"id", "parent"}) {
-        const std::string identifier = call.text(key);
+        const std::string identifier = text(key);
         if (const ResolvedIdentifier item = resolveIdentifier(identifier); item.qualified)
             return std::string(item.domain);
     }
-    return call.text("domain");
+    return text("domain");
 }
 
+void Call::fail(const NSError& error) const { output->write(completionEvent(nullptr, error)); }
+
+namespace {
 /// While the domain is disconnected, one call at a time looks whether a connection's host is back; the others need not
 /// wait.
 bool hostMayAnswer(const Call& call) {
     DomainManager& manager = call.places.manager;
-    const std::string domain = domainOf(call);
+    const std::string domain = call.domain();
     BxMessages& messages = BxMessages::sharedInstance();
     if (domain.empty() || manager.isConnected() || messages.isReachable(domain)) return true;
     const auto probe = manager.probe(domain);

@@ -29,6 +29,8 @@ struct Call {
 
     ItemIdentifier id() const { return text("id"); }
     std::string text(std::string_view key) const { return arguments[key].stringValue(); }
+    /// Which connection's host the call asks; empty when it asks none.
+    std::string domain() const;
     std::optional<FileURL> file() const; // an absolute path under "file"
     /// Seconds since 1970, "12.5", under the key.
     std::optional<Timestamp> time(std::string_view key) const;

@@ -3,6 +3,7 @@
 #include "items/ConnectionRoots.h"
 #include "provider/EventText.h"
 #include "provider/ItemDraft.h"
+#include "provider/ServiceFiles.h"
 #include "support/ItemFieldNames.h"
 #include "support/Logger.h"
 
@@ -57,6 +58,8 @@ void modify(const Call& call, ItemDraft draft) {
     if (const auto time = call.time("mtime")) draft.modified = time;
     if (const auto time = call.time("atime")) draft.used = time;
     if (const auto flags = call.arguments["flags"].number()) draft.flags = flags->uint32Value();
+    const std::string domain = call.domain();
+    const CopiesForCall copies(*call.output, domain);
     const auto progress =
         call.places.extension->modifyItem({.item = std::make_shared<ItemDraft>(std::move(draft)),
                                            .changedFields = itemFields(call.text("fields")).value_or(0),
@@ -92,6 +95,8 @@ void callCreate(Call call) {
     draft.modified = call.time("mtime");
     const auto contents = call.file();
     if (!contents) draft.type = UTType::directory;
+    const std::string domain = call.domain();
+    const CopiesForCall copies(*call.output, domain);
     follow(call, call.places.extension->createItem({std::make_shared<ItemDraft>(std::move(draft)), contents},
                                                    changeHandler(call)));
 }

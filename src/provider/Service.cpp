@@ -3,7 +3,6 @@
 #include "core/BrindlemarFileProvider.h"
 #include "items/ItemIdentifiers.h"
 #include "linux/dbus/DBusServices.h"
-#include "linux/files/LinuxFiles.h"
 #include "linux/log/LogFiles.h"
 #include "linux/ports/SocketMessagePorts.h"
 #include "linux/queues/QueueTimers.h"
@@ -17,6 +16,7 @@
 #include "provider/Calls.h"
 #include "provider/DomainRegistry.h"
 #include "provider/ReaderWatch.h"
+#include "provider/ServiceFiles.h"
 #include "provider/WorkingSet.h"
 #include "support/JSON.h"
 
@@ -34,19 +34,6 @@ std::string domainDirectory(const ServicePlaces& places) {
     return places.state + "/domains/" + std::string(ExtensionBundleIdentifier);
 }
 std::string temporaryDirectory(const ServicePlaces& places) { return domainDirectory(places) + "/tmp"; }
-
-/// The user-visible root is not on the disk: it is what is known of the top.
-class VisibleFiles final : public LinuxFiles {
-public:
-    explicit VisibleFiles(const DomainRegistry& registry) : registry_(registry) {}
-    std::variant<std::vector<FileURL>, NSError> contentsOfDirectory(const FileURL& at) override {
-        if (auto entries = registry_.entriesOf(at)) return std::move(*entries);
-        return LinuxFiles::contentsOfDirectory(at);
-    }
-
-private:
-    const DomainRegistry& registry_;
-};
 
 std::string userDirectory(const char* variable, const char* belowHome) {
     const char* value = std::getenv(variable);
@@ -155,7 +142,7 @@ struct Service::Parts {
     ReaderWatch readers; // outlives all outputs
     ChangeFeed feed;
     DomainRegistry registry;
-    VisibleFiles files{registry};
+    ServiceFiles files{registry};
     FetchedFiles fetched;
     SocketMessagePorts ports;
     DBusServices xpc; // its threads end here, before what they use

@@ -2,7 +2,6 @@
 
 #include "linux/FileDescriptor.h"
 #include "linux/WriteFully.h"
-#include "linux/files/FileCopy.h"
 #include "linux/files/FileErrors.h"
 
 #include <fcntl.h>
@@ -28,7 +27,9 @@ bool LinuxFiles::writeAtomically(std::string_view path, std::string_view bytes) 
     return written;
 }
 
-std::optional<NSError> LinuxFiles::copyItem(const FileURL& at, const FileURL& to) {
+std::optional<NSError> LinuxFiles::copyItem(const FileURL& at, const FileURL& to) { return copyFile(at, to, {}); }
+
+std::optional<NSError> LinuxFiles::copyFile(const FileURL& at, const FileURL& to, const CopyStep& step) {
     // Without O_NONBLOCK a pipe in the file's place would wait for its writer.
     const FileDescriptor from(::open(at.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat source {};
@@ -36,7 +37,7 @@ std::optional<NSError> LinuxFiles::copyItem(const FileURL& at, const FileURL& to
     if (!S_ISREG(source.st_mode)) return fileError(S_ISDIR(source.st_mode) ? EISDIR : EINVAL, FileAccess::reading);
     const FileDescriptor copy(::open(to.path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!copy) return fileError(errno, FileAccess::writing);
-    const int error = copyContents(from.get(), copy.get());
+    const int error = copyContents(from.get(), copy.get(), step);
     if (error == 0) return std::nullopt;
     ::unlink(to.path.c_str());
     return fileError(error, FileAccess::writing);

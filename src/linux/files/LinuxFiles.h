@@ -1,6 +1,7 @@
 // File and process services on Linux.
 #pragma once
 
+#include "linux/files/FileCopy.h"
 #include "platform/Files.h"
 
 namespace brindlemar {
@@ -17,6 +18,10 @@ public:
     void stopAccessingSecurityScopedResource(const FileURL&) override {}
     std::string globallyUniqueString() override;
     void printLine(std::string_view line) override;
+
+protected:
+    /// copyItem(), with a step (see FileCopy.h) that may end it.
+    static std::optional<NSError> copyFile(const FileURL& at, const FileURL& to, const CopyStep& step);
 };
 
 } // namespace brindlemar

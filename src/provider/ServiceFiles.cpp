@@ -1,0 +1,38 @@
+#include "provider/ServiceFiles.h"
+
+#include "messaging/BxMessages.h"
+
+namespace brindlemar {
+
+namespace {
+thread_local const CopiesForCall* call = nullptr;
+}
+
+CopiesForCall::CopiesForCall(const LineOutput& reader, const std::string& domain)
+    : reader_(reader), domain_(domain), wasReachable_(BxMessages::sharedInstance().isReachable(domain)) {
+    call = this;
+}
+
+CopiesForCall::~CopiesForCall() { call = nullptr; }
+
+std::optional<NSError> CopiesForCall::ended() const {
+    if (!reader_.isOpen()) return userCancelled();
+    if (wasReachable_ && !BxMessages::sharedInstance().isReachable(domain_)) return serverUnreachable();
+    return std::nullopt;
+}
+
+std::optional<NSError> ServiceFiles::copyItem(const FileURL& at, const FileURL& to) {
+    std::optional<NSError> ended;
+    const auto error = copyFile(at, to, [&](std::uint64_t, std::uint64_t) {
+        if (call) ended = call->ended();
+        return !ended;
+    });
+    return ended ? ended : error;
+}
+
+std::variant<std::vector<FileURL>, NSError> ServiceFiles::contentsOfDirectory(const FileURL& at) {
+    if (auto entries = registry_.entriesOf(at)) return std::move(*entries);
+    return LinuxFiles::contentsOfDirectory(at);
+}
+
+} // namespace brindlemar
