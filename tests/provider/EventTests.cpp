@@ -4,6 +4,7 @@
 #include "items/ItemListing.h"
 #include "provider/Calls.h"
 #include "provider/EventText.h"
+#include "provider/ServiceFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -120,10 +121,18 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
             std::make_shared<LineOutput>(std::move(gone.writer), running));
     EXPECT_EQ(platform.tasks.runAll(), 1u); // no second page is asked for without a reader
 
+    const std::string domain = "c7";
+    Pipe kept, left;
+    LineOutput waits(std::move(kept.writer), running), leaves(std::move(left.writer), running);
+    const CopiesForCall copies(leaves, domain), others(waits, domain);
+    EXPECT_EQ(others.ended(), std::nullopt);
+    leaves.readerGone();
+    EXPECT_EQ(copies.ended(), userCancelled());
     manager.disconnect("gone", 0, [](const auto&) {});
     EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), missing + progressEvent(1, 1) + "\n"); // is still there
     platform.ports.removePeer(platform.hostPort("c7"));
     platform.settle();
+    EXPECT_EQ(others.ended(), serverUnreachable());
     auto probe = manager.probe("c7");
     EXPECT_EQ(call("item", JSON::object({{"id", "c7|x"}})), unreachable); // another looks for the host already
     EXPECT_TRUE(platform.clock.sleeps.copy().empty());
