@@ -123,10 +123,12 @@ void printStatus(Session& session) {
         return found ? *found : none;
     };
     const std::string reason = text(part("domain"), "reason");
+    const json::value* since = part("domain").if_contains("since");
+    const std::string sinceWhen = since && since->is_int64() ? " since " + localTime(double(since->get_int64())) : "";
     const std::pair<const char*, std::string> rows[] = {
         {"Service      ",
          "running, pid " + text(part("service"), "pid") + ", version " + text(part("service"), "version")},
-        {"Domain       ", text(part("domain"), "identifier") + ", " + text(part("domain"), "state") +
+        {"Domain       ", text(part("domain"), "identifier") + ", " + text(part("domain"), "state") + sinceWhen +
                               (reason.empty() ? "" : ": " + reason)},
         {"Configured   ", text(object, "configured") == "true" ? "yes" : "no"},
         {"Signals      ", text(part("signals"), "pending") + " pending, " + text(part("signals"), "total") + " in all"},

@@ -76,6 +76,8 @@ TEST_F(CommandsTest, MissingHostIsSaid) {
             EXPECT_EQ((*this)(line), kLaunch) << line << status;
         EXPECT_EQ((*this)("ls Work/photos/in"), "b\n") << "what is there is shown";
     }
+    service.status = R"({"domain":{"identifier":"i","state":"disconnected","since":1659538288,"reason":"r"}})";
+    EXPECT_NE((*this)("status").find("i, disconnected since 2022-08-03 14:51: r\n"), std::string::npos);
     service.answers["fetch"] = service.answers["create"] = error(-2005);
     for (const std::string line : {"get Work/n.txt ", "get Work/photos ", "put /etc/hostname Work/"})
         EXPECT_EQ((*this)(line + (line[0] == 'g' ? here / "x" : "")), kLaunch) << line << "lost in the middle";
