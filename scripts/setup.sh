@@ -1,5 +1,5 @@
 # Sourced by the other scripts: installs what is missing from the distribution's own packages.
-packages_build=(g++ cmake ninja-build pkg-config libboost-json1.81-dev libutf8proc-dev libsystemd-dev libsqlite3-dev libcli11-dev)
+packages_build=(g++ cmake ninja-build pkg-config libboost-json1.81-dev libutf8proc-dev libsystemd-dev libsqlite3-dev libcli11-dev libfuse3-dev fuse3)
 packages_test=(libgtest-dev)
 packages_fuzz=(clang libclang-rt-14-dev)
 

@@ -1,0 +1,12 @@
+// A message on the user's desktop.
+#pragma once
+
+#include <string>
+
+namespace brindlemar {
+
+/// Shows it by the Desktop Notifications Specification (org.freedesktop.Notifications) where there is a session bus;
+/// else nothing happens. Waits a second at the most.
+void notifyDesktop(const std::string& summary, const std::string& body);
+
+} // namespace brindlemar
