@@ -1,0 +1,168 @@
+// What programs do to the items.
+#include "provider/replica/Statements.h"
+
+namespace brindlemar::replica {
+
+namespace {
+ItemFields placeChanges(Inode parent, std::string_view name, Inode newParent, std::string_view newName) {
+    return (name != newName ? ItemField::filename : 0) | (parent != newParent ? ItemField::parentItemIdentifier : 0);
+}
+} // namespace
+
+Row Replica::create(Inode parent, std::string_view name, std::optional<std::string> contents,
+                    std::optional<unsigned> mode, Timestamp now) {
+    Row row;
+    row.parent = parent;
+    row.name = name;
+    row.folder = !contents;
+    row.contents = std::move(contents);
+    row.modified = row.used = now;
+    row.mode = mode;
+    row.capabilities = Capability::reading | Capability::writing | Capability::renaming | Capability::reparenting |
+                       Capability::deleting;
+    row.pending.creation = true;
+    row.generation = 1;
+    if (row.folder) row.listed = now; // there is nothing in it on the host
+    write([&] { changes_->put(row); });
+    return row;
+}
+
+void Replica::change(const Row& row, ItemFields fields, Safe safe, std::optional<std::string_view> bytes) {
+    const auto apply = [&] {
+        auto now = changes_->get(row.inode);
+        if (!now || now->pending.deletion) return;
+        now->size = row.size;
+        now->modified = row.modified;
+        now->used = row.used;
+        now->mode = row.mode;
+        now->contents = row.contents;
+        // What is put into a folder changes its date: that is told by itself, at the end.
+        if (now->folder && now->pending.creation) now->pending.fields |= fields & ItemField::contentModificationDate;
+        note(*now, LocalChange::modification, now->parent == kRoot ? 0 : fields);
+        if (bytes && row.contents) changes_->keep.run(row.inode, sqlite::Blob{*bytes});
+    };
+    write(apply, safe);
+}
+
+void Replica::move(Inode inode, Inode parent, std::string_view name) {
+    write([&] {
+        auto row = changes_->get(inode);
+        const auto victim = changes_->shown(parent, name);
+        if (!row || row->pending.deletion || row->parent == kRoot || parent == kRoot) return;
+        if (victim && victim->inode == inode) return;
+        const bool isKnown = victim && (!victim->pending.creation || sent(victim->inode));
+        if (isKnown && !victim->folder && !row->folder && row->contents) {
+            // One modification of the old item, whatever the new contents were called while they were written.
+            if (!row->pending.creation || sent(inode)) bury(*row);
+            return pass(*victim, *row, parent, name);
+        }
+        if (victim) {
+            Row gone = *victim;
+            note(gone, LocalChange::deletion, 0);
+        }
+        relocate(*row, parent, name);
+    });
+}
+
+void Replica::exchange(Inode one, Inode other) {
+    write([&] {
+        auto first = changes_->get(one), second = changes_->get(other);
+        if (!first || !second || one == other || first->parent == kRoot || second->parent == kRoot) return;
+        Row away = *first;
+        away.name.clear();
+        changes_->put(away);
+        const Row place = *second;
+        relocate(*second, first->parent, first->name);
+        relocate(*first, place.parent, place.name);
+    });
+}
+
+bool Replica::remove(Inode inode) {
+    bool isEmpty = true;
+    write([&] {
+        auto row = changes_->get(inode);
+        if (!row || row->pending.deletion || row->parent == kRoot) return;
+        isEmpty = !changes_->entries.first(Statements::readInode, inode, std::int64_t{0}, std::int64_t{1});
+        if (!isEmpty) return;
+        if (!row->folder && row->hostParent != 0) {
+            auto heir = changes_->shown(row->hostParent, row->hostName);
+            if (heir && heir->pending.creation && heir->contents && !sent(heir->inode)) {
+                const Inode parent = heir->parent;
+                const std::string name = heir->name;
+                return pass(*row, *heir, parent, name);
+            }
+        }
+        note(*row, LocalChange::deletion, 0);
+    });
+    return isEmpty;
+}
+
+/// Writes the row after one more change.
+void Replica::note(Row& row, LocalChange change, ItemFields fields) {
+    Sent* const way = sent(row.inode);
+    const bool isRemoved = change == LocalChange::deletion;
+    const auto pending = afterLocalChange(row.pending, change, fields, way != nullptr);
+    if (!pending) return changes_->erase.run(row.inode);
+    if (way) way->changed |= isRemoved ? kContentsFields : fields;
+    row.pending = *pending;
+    if (isRemoved) {
+        row.contents.reset();
+        if (way && row.hostParent == 0) { // there when the answer comes
+            row.hostParent = way->parent;
+            row.hostName = way->name;
+        }
+    }
+    row.error.reset(); // a new change is a new try
+    ++row.generation;
+    changes_->put(row);
+}
+
+/// Gives the row another place. Nothing waits any more when it is the one that the host has it in.
+void Replica::relocate(Row& row, Inode parent, std::string_view name) {
+    ItemFields fields = placeChanges(row.parent, row.name, parent, name);
+    if (row.hostParent != 0 && !row.pending.creation && !sent(row.inode)) {
+        row.pending.fields &= ~kPlaceFields;
+        fields = placeChanges(row.hostParent, row.hostName, parent, name);
+    }
+    row.parent = parent;
+    row.name = name;
+    note(row, LocalChange::modification, fields);
+}
+
+/// What the host knows as `from`, which goes, has the contents of `to` from now on.
+void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name) {
+    changes_->erase.run(from.inode);
+    if (Sent* const way = sent(from.inode)) way->owner = to.inode;
+    to.identifier = from.identifier;
+    to.host = from.host;
+    to.sent = from.sent;
+    to.hostParent = from.hostParent;
+    to.hostName = from.hostName;
+    to.parent = parent;
+    to.name = name;
+    to.pending = {.creation = from.pending.creation};
+    const bool hasPlace = to.hostParent != 0;
+    note(to, LocalChange::modification,
+         kContentsFields | (hasPlace ? placeChanges(to.hostParent, to.hostName, parent, name) : 0));
+}
+
+/// The host is to remove what it knows by this row's identifier, which the row loses.
+void Replica::bury(const Row& row) {
+    changes_->disown.run(row.inode);
+    Row buried = row;
+    buried.inode = 0;
+    buried.contents.reset();
+    buried.error.reset();
+    buried.pending = {.creation = row.pending.creation, .deletion = true};
+    Sent* const way = sent(row.inode);
+    if (way && buried.hostParent == 0) {
+        buried.hostParent = way->parent;
+        buried.hostName = way->name;
+    }
+    changes_->put(buried);
+    if (!way) return;
+    way->owner = buried.inode;
+    way->changed |= kContentsFields;
+}
+
+} // namespace brindlemar::replica

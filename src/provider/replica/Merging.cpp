@@ -1,0 +1,199 @@
+#include "provider/replica/Merging.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace brindlemar::replica {
+
+bool Replica::Merging::isPast(Inode folder, const NSFileProviderItem& item) const {
+    Row told;
+    told.folder = item.contentType() == UTType::directory;
+    told.host = hostVersion(item);
+    told.hostParent = folder;
+    told.hostName = item.filename();
+    return replica.past_.knows(item.itemIdentifier(), told);
+}
+
+void Replica::Merging::take(Inode folder, const NSFileProviderItem& item, Timestamp now) {
+    if (!isFileName(item.filename())) return; // no directory can show it
+    if (isPast(folder, item)) return;
+    if (auto row = statements.known(item.itemIdentifier())) return meet(std::move(*row), folder, item, now);
+    const bool isFolder = item.contentType() == UTType::directory;
+    const auto fits = [&](const std::optional<Row>& row) { return row && row->folder == isFolder; };
+    if (auto row = statements.lost.first(Statements::read, folder, item.filename()); fits(row))
+        return meet(std::move(*row), folder, item, now);
+    insert(folder, item, now);
+}
+
+/// An item that has a row, found by its identifier, or by its place when it has lost it.
+void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& item, Timestamp now) {
+    const HostVersion version = hostVersion(item);
+    const Row before = row;
+    const LocalSide here{.known = row.host,
+                         .contentsChanged = (row.pending.fields & ItemField::contents) != 0,
+                         .uploading = row.sent,
+                         .deleted = row.pending.deletion,
+                         .isSent = replica.sent(row.inode) != nullptr};
+    const MergeAction action = chooseMerge(here, version);
+    switch (action) {
+    case MergeAction::keepBoth:
+        return keepBoth(std::move(row), folder, item, now);
+    case MergeAction::insert:
+    case MergeAction::leave:
+        row.identifier = item.itemIdentifier();
+        if (row.identifier != before.identifier) statements.put(row); // what was lost can be told now
+        return;
+    case MergeAction::drop:
+        row.contents.reset();
+        break;
+    case MergeAction::refresh:
+        break;
+    }
+    takeProperties(row, item);
+    show(row, folder, item.filename());
+    if (row.folder && row.identifier != before.identifier) statements.estrange.run(row.inode);
+    update(before, row, action == MergeAction::drop && !row.folder);
+}
+
+void Replica::Merging::show(Row& row, Inode folder, std::string_view name) {
+    const bool isMoved = row.hostParent != folder;
+    row.hostParent = folder;
+    row.hostName = name;
+    if (row.pending.creation || row.pending.fields & kPlaceFields) return;
+    if (row.parent == folder && row.name == name) return;
+    if (isMoved && row.folder)
+        if (const auto around = statements.above(folder); std::ranges::find(around, row.inode) != around.end()) return;
+    row.name = statements.freeNameFor(row, folder, name);
+    row.parent = folder;
+}
+
+void Replica::Merging::update(const Row& before, Row& after, bool contents) {
+    if (after == before && !contents) return;
+    statements.put(after);
+    const bool isMoved = before.parent != after.parent || before.name != after.name;
+    if (isMoved) effects.push_back({.parent = before.parent, .name = before.name, .inode = after.inode, .entry = true});
+    if (isMoved || contents || after.modified != before.modified || after.size != before.size ||
+        after.capabilities != before.capabilities || after.flags != before.flags)
+        effects.push_back(
+            {.parent = after.parent, .name = after.name, .inode = after.inode, .entry = isMoved, .contents = contents});
+}
+
+/// Whether what has come is what waits for the host here: by its version, as it has no identifier yet, or another one.
+static bool isThisOne(const Row& waiting, const Row& come) {
+    if (waiting.folder != come.folder) return false;
+    if (waiting.pending.creation) return waiting.folder || waiting.sent == come.host;
+    return waiting.host == come.host || waiting.sent == come.host;
+}
+
+void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item, Timestamp now) {
+    const std::string name(item.filename());
+    Row row;
+    takeProperties(row, item);
+    row.parent = row.hostParent = folder;
+    row.name = row.hostName = name;
+    if (auto same = statements.shown(folder, name)) {
+        const bool isWanted = same->pending.creation || same->pending.fields & kPlaceFields; // on the host, here
+        if (isWanted && replica.sent(same->inode)) return; // it is this one: the answer is to come
+        if (isWanted && isThisOne(*same, row)) {           // and the answer that said so was lost
+            if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
+            same->pending.fields &= ~kPlaceFields;
+            return meet(std::move(*same), folder, item, now);
+        }
+        const bool isTold = isWanted && folder != kRoot;
+        if (isTold) row.pending.fields = ItemField::filename;
+        row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, now) : name);
+    }
+    statements.put(row);
+    effects.push_back({.parent = folder, .name = row.name, .inode = row.inode, .entry = true});
+}
+
+/// The local file is new to the host from now on; the host's own appears beside it.
+void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem& item, Timestamp now) {
+    mine.identifier.reset();
+    mine.host = {};
+    mine.sent.reset();
+    mine.hostParent = 0;
+    mine.hostName.clear();
+    mine.pending = {.creation = true};
+    statements.put(mine);
+    insert(folder, item, now);
+}
+
+void Replica::Merging::erase(const Row& row) {
+    statements.erase.run(row.inode);
+    if (!row.pending.deletion)
+        effects.push_back({.parent = row.parent, .name = row.name, .inode = row.inode, .entry = true});
+}
+
+bool Replica::Merging::forget(const Row& row, bool isConnection) {
+    std::vector<Row> below;
+    if (row.folder) {
+        below = Statements::all(statements.below, row.inode);
+        for (Row& each : Statements::all(statements.onHost, row.inode))
+            if (each.parent != row.inode) below.push_back(std::move(each));
+    }
+    bool isEmpty = true;
+    for (const Row& each : below) {
+        const bool isElsewhere = each.hostParent != 0 && each.hostParent != row.inode; // moved here, the host does not
+        isEmpty = !isElsewhere && (forget(each, isConnection) || each.parent != row.inode) && isEmpty;
+    }
+    const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
+                           (isConnection || row.folder || row.contents); // else there is nothing to make it from
+    if (isEmpty && !isChanged) return erase(row), true;
+    Row kept = row;
+    kept.identifier.reset();
+    if (!isConnection) {
+        kept.host = {};
+        kept.sent.reset();
+        kept.hostParent = 0;
+        kept.hostName.clear();
+        kept.pending = {.creation = true};
+        kept.error.reset();
+    }
+    statements.put(kept);
+    return false;
+}
+
+Effects Replica::merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp now) {
+    constexpr std::size_t kAtOnce = 1000; // others get their turn between
+    Merging merging(*this);
+    while (!items.empty()) {
+        const auto some = items.first(std::min(items.size(), kAtOnce));
+        items = items.subspan(some.size());
+        write([&] {
+            if (!changes_->get(folder)) return; // gone meanwhile
+            past_.forget(now);
+            for (const auto& item : some) merging.take(folder, *item, now);
+        });
+    }
+    return std::move(merging.effects);
+}
+
+Effects Replica::setListed(Inode folder, Timestamp now) {
+    Merging merging(*this);
+    write([&] {
+        auto row = changes_->get(folder);
+        if (!row) return;
+        if (!row->listed) {
+            row->listed = now;
+            changes_->put(*row);
+        }
+        if (folder == kRoot) return;
+        std::vector<Row> lost = Statements::all(changes_->onHost, folder);
+        for (const Row& each : lost)
+            if (!each.identifier && !sent(each.inode)) merging.forget(each);
+    });
+    return std::move(merging.effects);
+}
+
+Effects Replica::remove(std::span<const ItemIdentifier> identifiers) {
+    Merging merging(*this);
+    write([&] {
+        for (const ItemIdentifier& identifier : identifiers)
+            if (const auto row = changes_->known(identifier); row && row->inode != kRoot)
+                merging.forget(*row, row->parent == kRoot);
+    });
+    return std::move(merging.effects);
+}
+
+} // namespace brindlemar::replica

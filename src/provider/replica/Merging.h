@@ -1,0 +1,34 @@
+// What the host tells, on its way into the replica's tables.
+#pragma once
+
+#include "provider/replica/Statements.h"
+
+namespace brindlemar::replica {
+
+/// Within one transaction.
+struct Replica::Merging {
+    explicit Merging(Replica& replica) : replica(replica), statements(*replica.changes_) {}
+
+    /// An item of a listing of the folder.
+    void take(Inode folder, const NSFileProviderItem& item, Timestamp now);
+    /// The host does not have this row's item any more. True when nothing of it stays, nor of what is below it.
+    bool forget(const Row& row, bool isConnection = false);
+    void erase(const Row& row);
+    /// Where the host has it, and by what name it is shown, unless a place was chosen here that it is to be told.
+    void show(Row& row, Inode folder, std::string_view name);
+    /// What differs from before, written and told to the file system.
+    void update(const Row& before, Row& after, bool contents = false);
+
+    Effects effects;
+
+private:
+    bool isPast(Inode folder, const NSFileProviderItem& item) const;
+    void meet(Row row, Inode folder, const NSFileProviderItem& item, Timestamp now);
+    void insert(Inode folder, const NSFileProviderItem& item, Timestamp now);
+    void keepBoth(Row mine, Inode folder, const NSFileProviderItem& item, Timestamp now);
+
+    Replica& replica;
+    Statements& statements;
+};
+
+} // namespace brindlemar::replica

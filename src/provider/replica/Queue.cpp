@@ -1,0 +1,200 @@
+// What waits for the host, and what became of it.
+#include "provider/replica/Merging.h"
+
+#include <algorithm>
+
+namespace brindlemar::replica {
+
+namespace {
+constexpr int kLongestCycle = 64;
+
+bool contains(const std::vector<Inode>& inodes, Inode inode) {
+    return std::ranges::find(inodes, inode) != inodes.end();
+}
+} // namespace
+
+Replica::Sent* Replica::sent(Inode owner) {
+    const auto found = std::ranges::find_if(underWay_, [&](const auto& entry) { return entry.second.owner == owner; });
+    return found == underWay_.end() ? nullptr : &found->second;
+}
+
+std::optional<Job> Replica::next(const std::function<bool(Inode)>& isHeld) {
+    std::lock_guard lock(writing_);
+    std::optional<Job> found;
+    const auto consider = [&](const sqlite::Statement& at) {
+        const Inode inode = at.integer(0);
+        if (underWay_.contains(inode) || sent(inode) || isHeld(inode)) return true;
+        auto candidate = job(inode);
+        if (!candidate || isInTheWay(*candidate)) return true;
+        lap_ = at.integer(1);
+        found = send(std::move(*candidate));
+        return false;
+    };
+    changes_->ready.some(consider, lap_);
+    if (!found && lap_ != 0) changes_->ready.some(consider, std::int64_t{0});
+    if (!found && underWay_.empty()) found = untangle(isHeld);
+    return found;
+}
+
+std::optional<Job> Replica::job(Inode inode) {
+    auto row = changes_->get(inode);
+    if (!row) return std::nullopt;
+    row->pending = nextRequest(row->pending);
+    Row parent = changes_->get(row->parent).value_or(Row());
+    Row formerParent = row->hostParent != 0 && row->hostParent != row->parent
+                           ? changes_->get(row->hostParent).value_or(Row())
+                           : parent;
+    return Job{std::move(*row), std::move(parent), std::move(formerParent)};
+}
+
+/// What is under way can change the identifiers or places that this job would name.
+bool Replica::isInTheWay(const Job& job) {
+    const Inode inode = job.item.inode;
+    const bool isMove = (job.item.pending.fields & ItemField::parentItemIdentifier) != 0;
+    if (job.item.folder && isMove && contains(changes_->above(job.parent.inode, true), inode)) return true;
+    const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
+    if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
+    if (underWay_.empty()) return false;
+    std::vector<Inode> above = changes_->above(job.parent.inode);
+    if (isMove) {
+        const auto former = changes_->above(job.formerParent.inode);
+        above.insert(above.end(), former.begin(), former.end());
+    }
+    return std::ranges::any_of(underWay_, [&](const auto& entry) {
+        const Sent& other = entry.second;
+        const bool hasPlace = other.parent == job.parent.inode && other.name == job.item.name;
+        return hasPlace || contains(other.above, inode) || contains(above, other.owner);
+    });
+}
+
+Job Replica::send(Job job) {
+    Sent way{.owner = job.item.inode, .parent = job.parent.inode, .name = job.item.name};
+    way.above = changes_->above(job.parent.inode);
+    if (job.formerParent.inode != job.parent.inode)
+        for (const Inode inode : changes_->above(job.formerParent.inode)) way.above.push_back(inode);
+    underWay_[job.item.inode] = std::move(way);
+    const Row& item = job.item;
+    if (!item.folder && (item.pending.creation || item.pending.fields & kContentsFields))
+        commit([&] {
+            changes_->record.run(item.inode, wholeSecondsSince1970(item.modified),
+                                 static_cast<std::int64_t>(static_cast<std::uint32_t>(item.size)));
+        });
+    return job;
+}
+
+/// When items wait for each other's names, one of them goes out of the way.
+std::optional<Job> Replica::untangle(const std::function<bool(Inode)>& isHeld) {
+    std::optional<Job> found;
+    const auto consider = [&](const sqlite::Statement& entry) {
+        const Inode inode = entry.integer(0);
+        auto at = changes_->get(inode);
+        for (int steps = 0; at && !isHeld(inode) && steps < kLongestCycle; ++steps) {
+            at = changes_->inTheWay.first(Statements::read, at->parent, at->name, at->inode);
+            if (!at || at->pending.deletion || !at->identifier) return true;
+            if (at->inode != inode) continue;
+            found = job(inode);
+            return false;
+        }
+        return true;
+    };
+    changes_->jammed.some(consider, std::int64_t{0});
+    if (!found) return std::nullopt;
+    Row& item = found->item;
+    found->parent = found->formerParent;
+    item.parent = item.hostParent;
+    item.name = freeName(item.hostName, [&](const std::string& name) {
+        return changes_->shown(item.parent, name) ||
+               changes_->inTheWay.first(Statements::readInode, item.parent, std::string_view(name), Inode{0});
+    });
+    item.pending = {.fields = ItemField::filename};
+    return send(std::move(*found));
+}
+
+std::int64_t Replica::waiting() {
+    std::lock_guard lock(reading_);
+    return reader_.integer("SELECT count(*) FROM items WHERE place IS NOT NULL");
+}
+
+Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now) {
+    Merging merging(*this);
+    write([&] {
+        const auto entry = underWay_.extract(job.item.inode);
+        const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
+        const Pending& told = job.item.pending;
+        auto row = changes_->get(way.owner);
+        if (!row) return;
+        const Row before = *row;
+        past_.add(before, now);
+        const bool hasNewContents = (way.changed & ItemField::contents) != 0;
+        if ((told.creation || told.fields & ItemField::contents) && job.item.contents && !hasNewContents)
+            changes_->unkeep.run(way.owner);
+        if (told.deletion || !result) {
+            row->pending = {.deletion = told.deletion, .fields = way.changed};
+            merging.forget(*row);
+            return;
+        }
+        if (const auto other = changes_->known(result->itemIdentifier()); other && other->inode != row->inode)
+            merging.forget(*other);
+        row->pending = afterSuccess(row->pending, told, way.changed);
+        const bool isPlaced = told.creation || told.fields & kPlaceFields;
+        if (isPlaced) {
+            row->hostParent = job.parent.inode;
+            row->hostName = job.item.name;
+        }
+        if (!row->pending.deletion && (isPlaced || row->pending.fields & kPlaceFields)) {
+            row->pending.fields &= ~kPlaceFields;
+            if (row->parent != row->hostParent) row->pending.fields |= ItemField::parentItemIdentifier;
+            if (row->name != row->hostName) row->pending.fields |= ItemField::filename;
+        }
+        takeProperties(*row, *result);
+        row->sent.reset();
+        if (isFileName(result->filename()) && row->hostName != result->filename() && !row->pending.deletion)
+            merging.show(*row, row->hostParent, result->filename());
+        row->error.reset();
+        if (row->folder && !told.creation && row->identifier != before.identifier) changes_->estrange.run(row->inode);
+        merging.update(before, *row);
+    });
+    return std::move(merging.effects);
+}
+
+void Replica::failed(const Job& job, const std::optional<NSError>& error) {
+    write([&] {
+        const auto entry = underWay_.extract(job.item.inode);
+        const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
+        auto row = changes_->get(way.owner);
+        if (!row) return;
+        if (row->pending.creation && row->pending.deletion)
+            row->pending.creation = false; // a listing tells whether it is there
+        else if (error && way.changed == 0)
+            row->error = error;
+        else
+            return;
+        changes_->put(*row);
+    });
+}
+
+std::vector<Row> Replica::failures(std::size_t most) {
+    std::lock_guard lock(reading_);
+    return Statements::all(looks_->failed, static_cast<std::int64_t>(most));
+}
+
+std::int64_t Replica::retry(const std::function<bool(const NSError&)>& concerns) {
+    std::int64_t count = 0;
+    write([&] {
+        for (const Row& row : Statements::all(changes_->failed, std::int64_t{-1})) {
+            if (concerns && !concerns(*row.error)) continue;
+            changes_->forgive.run(row.inode);
+            ++count;
+        }
+    });
+    return count;
+}
+
+std::vector<Inode> Replica::foldersToIdentify() {
+    std::lock_guard lock(reading_);
+    std::vector<Inode> folders;
+    looks_->nameless.each([&](const auto& at) { folders.push_back(at.integer(0)); });
+    return folders;
+}
+
+} // namespace brindlemar::replica

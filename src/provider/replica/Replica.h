@@ -1,0 +1,156 @@
+// Everything that is known of the domain's items, on the disk.
+#pragma once
+
+#include "provider/replica/Past.h"
+#include "provider/replica/ReplicaFile.h"
+#include "provider/replica/Row.h"
+
+#include <memory>
+#include <mutex>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+namespace brindlemar::replica {
+
+/// What the file system has to hear after a change: which entries are not as they were.
+struct Effect {
+    Inode parent = 0;
+    std::string name;   // of the entry
+    Inode inode = 0;    // of the item, whose attributes, and contents when `contents` is set, are new
+    bool entry = false; // the entry came, went or leads elsewhere
+    bool contents = false;
+};
+using Effects = std::vector<Effect>;
+
+/// One request for the host, taken from the queue.
+struct Job {
+    Row item;         // with what is to be told in `pending`, a part of all that waits
+    Row parent;       // the folder it is in
+    Row formerParent; // the folder that the host has it in; for a creation the same as `parent`
+};
+
+/// When a local change has to be safe.
+enum class Safe {
+    fromCrash,    // of the process, when the call returns
+    fromPowerLoss // too
+};
+
+/// Thread-safe: looks and changes do not wait for each other. Throws sqlite::Error when the disk does not take a
+/// change: nothing has changed then.
+class Replica {
+public:
+    /// The directory exists. See openReplicaFile() about `say`.
+    Replica(const std::string& directory, const std::function<void(const std::string&)>& say);
+    ~Replica();
+
+    std::optional<Row> row(Inode inode);
+    std::optional<Row> child(Inode parent, std::string_view name);
+    std::optional<Row> find(std::string_view identifier);
+    /// The entries of a folder in the order of their inodes, from the one behind `after`; body(row) gives false to
+    /// stop. The body runs without a lock and may call the replica.
+    void children(Inode parent, Inode after, const std::function<bool(const Row&)>& body);
+    /// "Work/photos/a.txt"; empty for the root, none for what is not there.
+    std::optional<std::string> path(Inode inode);
+    std::optional<Row> at(std::string_view path);
+
+    // What the host tells.
+
+    /// The items of a listing of this folder, or some of them. What is as it was is not written.
+    Effects merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp now);
+    /// The folder was listed to its end, by a host that is there: what is still without an identifier in it is not on
+    /// the host any more.
+    Effects setListed(Inode folder, Timestamp now);
+    /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
+    Effects remove(std::span<const ItemIdentifier> identifiers);
+    /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
+    /// gone. `size` in bytes.
+    bool setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size);
+    /// Forgets contents that the host has. False when it has not, or there are none.
+    bool dropContents(Inode inode);
+
+    // What programs do.
+
+    /// An entry with that name must not be there. `contents`: the name of the file for them; none for a folder.
+    Row create(Inode parent, std::string_view name, std::optional<std::string> contents, std::optional<unsigned> mode,
+               Timestamp now);
+    /// New contents, or new properties: size, dates, mode and contents are taken from `row`, `fields` tells what of it
+    /// concerns the host. `bytes`: the whole contents, which the database keeps until the host has them; without them
+    /// the contents must be safe already. Nothing happens when the item was removed meanwhile.
+    void change(const Row& row, ItemFields fields, Safe safe, std::optional<std::string_view> bytes = std::nullopt);
+    /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
+    /// identity with the host passes to the item: the host hears of new contents only.
+    void move(Inode inode, Inode parent, std::string_view name);
+    /// Two items change places.
+    void exchange(Inode one, Inode other);
+    /// False for a folder that is not empty.
+    bool remove(Inode inode);
+    /// All that was changed so far is safe from power loss when it returns.
+    void sync();
+
+    // The queue.
+
+    /// The first item that can be told now, which counts as under way until it has succeeded or failed: its folder is
+    /// known to the host, no other item that waits has its place on the host, it has not failed, and `isHeld` is false
+    /// for it. A change of place is told before a change of contents, each by itself.
+    std::optional<Job> next(const std::function<bool(Inode)>& isHeld);
+    std::int64_t waiting();
+    /// The host has carried out the job; `result` is the item as it has it now, if there is one. What is below a
+    /// folder that has another identifier by now is known again after the folder's next listing.
+    Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
+    /// With no error the job is to be taken again.
+    void failed(const Job& job, const std::optional<NSError>& error);
+    /// The items that failed, some of the first.
+    std::vector<Row> failures(std::size_t most);
+    /// Failed ones may be told again; only those that `concerns`, if it is given. How many there are.
+    std::int64_t retry(const std::function<bool(const NSError&)>& concerns = nullptr);
+    /// Folders that the host knows, with items in them that it has to tell the identifiers of.
+    std::vector<Inode> foldersToIdentify();
+
+    // Contents.
+
+    /// The names of contents that no item has any more, since the last call; they can be removed: sync() was called.
+    std::vector<std::string> takeDiscarded();
+    /// Every contents file that an item has: body(inode, name, isPending).
+    void eachContents(const std::function<void(Inode, const std::string&, bool)>& body);
+    /// What change() was given as `bytes` and the host does not have yet.
+    void eachKept(const std::function<void(const std::string& contents, std::string_view bytes)>& body);
+    /// A text that stays: "boot", for instance.
+    std::optional<std::string> remembered(std::string_view key);
+    void remember(std::string_view key, std::string_view value);
+
+private:
+    struct Statements;
+    struct Merging;
+    /// A job that the host has. The item that its answer is for may have been given to another row meanwhile.
+    struct Sent {
+        Inode owner = 0;
+        ItemFields changed = 0; // since
+        Inode parent = 0;       // where the host has the item when it succeeds
+        std::string name{};
+        std::vector<Inode> above{}; // the folders around it
+    };
+    void write(const std::function<void()>& body, Safe safe = Safe::fromCrash);
+    void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
+    void note(Row& row, LocalChange change, ItemFields fields);
+    void relocate(Row& row, Inode parent, std::string_view name);
+    void pass(const Row& from, Row& to, Inode parent, std::string_view name);
+    void bury(const Row& row);
+    Sent* sent(Inode owner);
+    std::optional<Job> job(Inode inode);
+    std::optional<Job> untangle(const std::function<bool(Inode)>& isHeld);
+    bool isInTheWay(const Job& job);
+    Job send(Job job);
+
+    std::mutex writing_, reading_; // never both
+    sqlite::Database writer_, reader_;
+    std::unique_ptr<Statements> changes_, looks_;
+    // Under writing_:
+    Safe safe_ = Safe::fromPowerLoss;          // the writer's setting
+    bool isSynced_ = false;                    // all that was committed is safe from power loss
+    std::unordered_map<Inode, Sent> underWay_; // by the inode in the job
+    std::int64_t lap_ = 0;                     // where the queue was last taken from
+    Past past_;
+};
+
+} // namespace brindlemar::replica

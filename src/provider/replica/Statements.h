@@ -1,0 +1,58 @@
+// The replica's statements, prepared once for each connection.
+#pragma once
+
+#include "provider/replica/Replica.h"
+
+namespace brindlemar::replica {
+
+struct Replica::Statements {
+    explicit Statements(sqlite::Database& database);
+
+    static Row read(const sqlite::Statement& at); // all columns
+    static Inode readInode(const sqlite::Statement& at) { return at.integer(0); }
+
+    std::optional<Row> get(Inode inode) { return byInode.first(read, inode); }
+    /// What is shown by this name.
+    std::optional<Row> shown(Inode parent, std::string_view name) { return byName.first(read, parent, name); }
+    std::optional<Row> known(std::string_view identifier) { return byIdentifier.first(read, identifier); }
+    template <class... Values>
+    static std::vector<Row> all(sqlite::Statement& statement, const Values&... values) {
+        std::vector<Row> rows;
+        statement.each([&](const auto& at) { rows.push_back(read(at)); }, values...);
+        return rows;
+    }
+    /// Writes the row as it is; one without an inode gets it. It is in the queue from its first change on.
+    void put(Row& row);
+    /// The first name after `wanted` that no other row in the folder is shown by.
+    std::string freeNameFor(const Row& row, Inode parent, std::string_view wanted);
+    /// The folders around it, from the nearest on. `onHost`: where the host has them.
+    std::vector<Inode> above(Inode folder, bool onHost = false);
+
+    sqlite::Database& database;
+    std::int64_t lastPlace;
+    Inode lastInode; // none is given twice while the kernel may remember it
+    sqlite::Statement byInode, byIdentifier, around, byName;
+    sqlite::Statement entries;      // shown in a folder, behind an inode, so many
+    sqlite::Statement below;        // all in a folder, here
+    sqlite::Statement waitingBelow; // one in a folder that waits, here
+    sqlite::Statement onHost;       // those in a folder on the host that wait or have no identifier
+    sqlite::Statement lost;         // one without an identifier, by its place on the host
+    sqlite::Statement ready;        // the inodes and places in the queue behind a place that can be told
+    sqlite::Statement jammed;       // those that only other ones' names are in the way of
+    sqlite::Statement inTheWay;     // what waits and has a place on the host, but for one item
+    sqlite::Statement failed;       // some of the first
+    sqlite::Statement forgive;      // one that failed
+    sqlite::Statement nameless;     // folders to list again, for identifiers
+    sqlite::Statement estrange;     // those in a folder, when it has another identifier
+    sqlite::Statement estrangeMoved;
+    sqlite::Statement record; // what is being sent
+    sqlite::Statement disown;
+    sqlite::Statement isThere, insertOrUpdate, update, erase;
+    sqlite::Statement keep, unkeep;
+};
+
+/// What the item says, into the row; not its place. Local contents keep their size and date.
+void takeProperties(Row& row, const NSFileProviderItem& item);
+HostVersion hostVersion(const NSFileProviderItem& item);
+
+} // namespace brindlemar::replica

@@ -1,0 +1,393 @@
+#include "fakes/TemporaryDirectory.h"
+#include "provider/ItemDraft.h"
+#include "provider/replica/Replica.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+namespace brindlemar::replica {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(MergeTests, NamesKeepTheirExtensionAndLength) {
+    const std::string umlauts = [] {
+        std::string text = "x";
+        for (int i = 0; i < 127; ++i) text += "ü";
+        return text;
+    }();
+    const Timestamp date{std::chrono::sys_days(std::chrono::year(2026) / 3 / 4) + 23h};
+    const std::pair<std::string, std::string> copies[] = {
+        {"a.txt", "a (remote copy 2026-03-04).txt"},
+        {"a.tar.gz", "a.tar (remote copy 2026-03-04).gz"},
+        {".bashrc", ".bashrc (remote copy 2026-03-04)"},
+        {"plain", "plain (remote copy 2026-03-04)"},
+    };
+    for (const auto& [name, copy] : copies) EXPECT_EQ(remoteCopyName(name, date), copy);
+    const std::string longest = remoteCopyName(umlauts, date);
+    EXPECT_EQ(longest.size(), 254u) << "a piece of a letter is none";
+    EXPECT_TRUE(longest.ends_with("ü (remote copy 2026-03-04)"));
+    std::size_t taken = 0;
+    EXPECT_EQ(freeName("a.b", [&](const std::string&) { return taken++ < 2; }), "a (3).b");
+    for (const auto& name : std::vector<std::string>{"", ".", "..", "a/b", {"a\0b", 3}, "ok"})
+        EXPECT_EQ(isFileName(name), name == "ok") << name;
+}
+
+std::shared_ptr<ItemDraft> item(const std::string& identifier, const std::string& name, std::int64_t modified = 5) {
+    auto draft = std::make_shared<ItemDraft>();
+    draft->identifier = identifier;
+    draft->name = name;
+    const bool isFolder = std::isupper(static_cast<unsigned char>(identifier[0])) != 0;
+    draft->type = isFolder ? UTType::directory : UTType::content;
+    draft->size = 3;
+    draft->modified = Timestamp(std::chrono::seconds(modified));
+    return draft;
+}
+
+/// A replica and a host. Identifiers of folders begin with a capital letter.
+struct World {
+    World() {
+        reopen();
+        list(kRoot, {item("W", "Work")});
+        top = replica->find("W")->inode;
+    }
+    void reopen() {
+        sent.reset();
+        replica.reset();
+        replica.emplace(place.path(), [this](const std::string& text) { said.push_back(text); });
+    }
+    Effects list(Inode folder, std::initializer_list<std::shared_ptr<ItemDraft>> items, bool toTheEnd = false) {
+        Effects effects = replica->merge(folder, ItemList(items.begin(), items.end()), now);
+        if (toTheEnd)
+            for (Effect& each : replica->setListed(folder, now)) effects.push_back(std::move(each));
+        return effects;
+    }
+    Inode at(const std::string& path) {
+        const auto row = replica->at("Work/" + path);
+        EXPECT_TRUE(row) << path;
+        return row ? row->inode : 0;
+    }
+    /// "create PATH", "folder PATH", "write PATH", "move PATH PATH", "exchange PATH PATH", "remove PATH",
+    /// "send" takes the next job, "done" answers it, "lost" fails it, "reopen" is a crash.
+    void act(const std::string& step) {
+        std::istringstream words(step);
+        std::string verb, path, other;
+        words >> verb >> path >> other;
+        const auto split = [&](const std::string& where) {
+            const std::size_t slash = where.rfind('/');
+            return slash == where.npos ? std::pair(top, where)
+                                       : std::pair(at(where.substr(0, slash)), where.substr(slash + 1));
+        };
+        if (verb == "create" || verb == "folder") {
+            const auto [parent, name] = split(path);
+            const auto contents = verb == "create" ? std::optional("c" + std::to_string(++written)) : std::nullopt;
+            replica->create(parent, name, contents, {}, now);
+        } else if (verb == "write") {
+            Row row = *replica->row(at(path));
+            row.contents = "c" + std::to_string(++written);
+            row.size = 3;
+            row.modified = now;
+            replica->change(row, kContentsFields, Safe::fromCrash, "bytes");
+        } else if (verb == "move") {
+            const auto [parent, name] = split(other);
+            replica->move(at(path), parent, name);
+        } else if (verb == "exchange") {
+            replica->exchange(at(path), at(other));
+        } else if (verb == "remove") {
+            EXPECT_TRUE(replica->remove(at(path)));
+        } else if (verb == "send") {
+            sent = next();
+        } else if (verb == "done") {
+            answer(*sent);
+        } else if (verb == "drain") {
+            drain();
+        } else if (verb == "lost") {
+            replica->failed(*sent, std::nullopt);
+        } else {
+            reopen();
+        }
+    }
+    void acts(const std::string& steps) {
+        std::istringstream lines(steps);
+        for (std::string step; std::getline(lines, step, ',');) act(step);
+    }
+    std::optional<Job> next() {
+        return replica->next([](Inode) { return false; });
+    }
+    void answer(const Job& job) {
+        const bool isNew = job.item.pending.creation;
+        const std::string identifier =
+            isNew ? (job.item.folder ? "N" : "n") + std::to_string(++created) : *job.item.identifier;
+        const auto result = item(identifier, job.item.name, wholeSecondsSince1970(job.item.modified));
+        replica->succeeded(job, job.item.pending.deletion ? nullptr : result.get(), now);
+    }
+    /// Tells the host everything that waits, as "REQUEST" for each, in order.
+    std::string drain() {
+        std::string text;
+        while (const auto job = next()) {
+            text += (text.empty() ? "" : ", ") + what(*job);
+            answer(*job);
+        }
+        EXPECT_EQ(replica->waiting(), 0);
+        return text;
+    }
+    /// "create|delete|place|contents|date IDENTIFIER of PARENT/NAME".
+    static std::string what(const Job& job) {
+        const Row& row = job.item;
+        const ItemFields fields = row.pending.fields;
+        return std::string(row.pending.deletion           ? "delete "
+                           : row.pending.creation         ? "create "
+                           : fields & kPlaceFields        ? "place "
+                           : fields & ItemField::contents ? "contents "
+                                                          : "date ") +
+               (row.pending.creation ? "" : row.identifier.value_or("-") + " ") +
+               (row.pending.deletion ? "" : job.parent.identifier.value_or("?") + "/" + row.name);
+    }
+    /// "NAME=IDENTIFIER/CONTENTS" of the entries, and "+" when it waits.
+    std::string shown(Inode folder) {
+        std::map<std::string, std::string> entries;
+        replica->children(folder, 0, [&](const Row& row) {
+            entries[row.name] = row.identifier.value_or("-") + (row.contents ? "/" + *row.contents : "") +
+                                (row.pending.any() ? "+" : "");
+            return true;
+        });
+        std::string text;
+        for (const auto& [name, entry] : entries) text += (text.empty() ? "" : " ") + name + "=" + entry;
+        return text;
+    }
+    const TemporaryDirectory place;
+    Timestamp now{1000s};
+    std::vector<std::string> said;
+    std::optional<Replica> replica;
+    std::optional<Job> sent;
+    Inode top = 0;
+    int written = 0, created = 0;
+};
+
+TEST(ReplicaTests, LocalChangesBecomeTheFewestRequests) {
+    // The host has a, b, D with D/x and E.
+    const struct {
+        std::string steps, told, shown;
+    } cases[] = {
+        {"create f,write f,move f g,write g", "create W/g", "D=D E=E a=a b=b g=n1/c3"},
+        {"create f,write f,remove f", "", "D=D E=E a=a b=b"},
+        {"folder F,folder F/G,create F/G/f", "create W/F, create N1/G, create N2/f", "D=D E=E F=N1 a=a b=b"},
+        {"create a~,write a~,move a~ a", "contents a W/a", "D=D E=E a=a/c2 b=b"},
+        {"move a a~,create a,write a,remove a~", "contents a W/a", "D=D E=E a=a/c2 b=b"},
+        {"create t,write t,exchange t a,remove t", "contents a W/a", "D=D E=E a=a/c2 b=b"},
+        {"write b,move b a", "contents a W/a, delete b ", "D=D E=E a=a/c1"},
+        {"move b a", "delete a , place b W/a", "D=D E=E a=b"},
+        {"write a,move a c", "place a W/c, contents a W/c", "D=D E=E b=b c=a/c1"},
+        {"move a c,move c a", "", "D=D E=E a=a b=b"},
+        {"exchange a b", "place b W/b (2), place a W/b, place b W/a", "D=D E=E a=b b=a"},
+        {"move a t,move b a,move t b", "place a W/a (2), place b W/a, place a W/b", "D=D E=E a=b b=a"},
+        {"move D/x x,remove D", "place x W/x, delete D ", "E=E a=a b=b x=x"},
+        {"remove D/x,remove D", "delete x , delete D ", "E=E a=a b=b"},
+        {"move D E/D", "place D E/D", "E=E a=a b=b"},
+        {"folder F,folder F/G,drain,move F F2,move F2/G G,move F2 G/F", "place N2 W/G, place N1 N2/F",
+         "D=D E=E G=N2 a=a b=b"},
+        {"move D E", "delete E , place D W/E", "E=D a=a b=b"},
+        {"remove a,create a", "delete a , create W/a", "D=D E=E a=n1/c1 b=b"},
+        {"create f,reopen,write f,reopen", "create W/f", "D=D E=E a=a b=b f=n1/c2"},
+        // While a request is under way:
+        {"create f,send,write f,done", "contents n1 W/f", "D=D E=E a=a b=b f=n1/c2"},
+        {"create f,send,move f g,done", "place n1 W/g", "D=D E=E a=a b=b g=n1/c1"},
+        {"create f,send,remove f,done", "delete n1 ", "D=D E=E a=a b=b"},
+        {"create f,send,move f a,done", "delete n1 , contents a W/a", "D=D E=E a=a/c1 b=b"},
+        {"create f,send,create g,move g f,done", "contents n1 W/f", "D=D E=E a=a b=b f=n1/c2"},
+        {"write a,send,write a,done", "contents a W/a", "D=D E=E a=a/c2 b=b"},
+        {"write a,send,create t,move t a,done", "contents a W/a", "D=D E=E a=a/c2 b=b"},
+        {"move a a~,send,create a,remove a~,done", "place a W/a, contents a W/a", "D=D E=E a=a/c1 b=b"},
+        {"create f,send,move f g,create f,done", "place n1 W/g, create W/f", "D=D E=E a=a b=b f=n2/c2 g=n1/c1"},
+        {"write a,send,lost", "contents a W/a", "D=D E=E a=a/c1 b=b"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.steps);
+        World world;
+        world.list(world.top, {item("a", "a"), item("b", "b"), item("D", "D"), item("E", "E")}, true);
+        world.list(world.at("D"), {item("x", "x")}, true);
+        world.acts(test.steps);
+        EXPECT_EQ(world.drain(), test.told);
+        EXPECT_EQ(world.shown(world.top), test.shown);
+    }
+}
+
+TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
+    const auto copy = [](const std::string& name) { return name + " (remote copy 1970-01-01)"; };
+    const struct {
+        std::string steps;
+        std::vector<std::shared_ptr<ItemDraft>> listed;
+        std::string shown, told;
+    } cases[] = {
+        {"", {item("b", "a"), item("c", "x/y")}, "a=a a (2)=b", ""},
+        {"", {item("a", "b")}, "b=a", ""},
+        {"write a", {item("a", "a")}, "a=a/c1+", "contents a W/a"},
+        {"write a", {item("a", "a", 6)}, "a=-/c1+ " + copy("a") + "=a+", "place a W/" + copy("a") + ", create W/a"},
+        {"write a,move a b", {item("a", "a", 6)}, "a=a b=-/c1+", "create W/b"},
+        {"move a b", {item("a", "a", 6)}, "b=a+", "place a W/b"},
+        {"move a b", {item("b", "b", 6)}, "b=a+ " + copy("b") + "=b+", "place b W/" + copy("b") + ", place a W/b"},
+        {"remove a", {item("a", "a", 6)}, "", "delete a "},
+        {"create f", {item("f", "f")}, "a=a f=-/c1+ " + copy("f") + "=f+", "place f W/" + copy("f") + ", create W/f"},
+        {"create f,send", {item("f", "f")}, "a=a f=-/c1+", ""},
+        {"folder F,create F/f", {item("F", "F")}, "F=F a=a", "create F/f"},
+        // The host has done it, and the answer was lost:
+        {"write a,send,reopen,write a", {item("a", "a", 1000)}, "a=a/c2+", "contents a W/a"},
+        {"create f,write f,send,reopen", {item("f", "f", 1000)}, "a=a f=f/c2+", "contents f W/f"},
+        {"move a b,send,reopen", {item("b", "b")}, "b=b", ""},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.steps + " then " + test.shown);
+        World world;
+        world.list(world.top, {item("a", "a")});
+        world.acts(test.steps);
+        world.replica->merge(world.top, ItemList(test.listed.begin(), test.listed.end()), world.now);
+        EXPECT_EQ(world.shown(world.top), test.shown);
+        EXPECT_TRUE(
+            world.replica->merge(world.top, ItemList(test.listed.begin(), test.listed.end()), world.now).empty());
+        EXPECT_EQ(world.sent ? "" : world.drain(), test.told);
+    }
+}
+
+TEST(ReplicaTests, AListingFromBeforeAChangeIsNoNews) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"remove a,drain", ""},
+        {"move a b,drain", "b=a"},
+        {"write a,drain", "a=a/c1"},
+        {"write a,drain,write a", "a=a/c2+"},
+    };
+    for (const auto& [steps, shown] : cases) {
+        SCOPED_TRACE(steps);
+        World world;
+        world.list(world.top, {item("a", "a")});
+        world.acts(steps);
+        EXPECT_TRUE(world.list(world.top, {item("a", "a")}).empty());
+        EXPECT_EQ(world.shown(world.top), shown);
+        world.now += 31s;
+        EXPECT_FALSE(world.list(world.top, {item("a", "a")}).empty());
+    }
+}
+
+TEST(ReplicaTests, AFolderWithANewIdentifierIsKnownAgainByNames) {
+    World world;
+    world.list(world.top, {item("D", "D")});
+    const Inode folder = world.at("D");
+    world.list(folder, {item("D/a", "a"), item("D/b", "b"), item("D/c", "c"), item("D/d", "d")});
+    const Inode a = world.at("D/a");
+    world.acts("move D D2,send,write D2/b,write D2/d");
+    world.replica->succeeded(*world.sent, item("D2", "D2").get(), world.now);
+    world.acts("remove D2/c,move D2/b b");
+    EXPECT_FALSE(world.next()) << "nothing can be told without identifiers";
+    EXPECT_EQ(world.replica->foldersToIdentify(), std::vector<Inode>{folder});
+    EXPECT_EQ(world.list(folder, {item("D2/a", "a"), item("D2/b", "b"), item("D2/c", "c")}, true).size(), 0u);
+    EXPECT_EQ(world.replica->find("D2/a")->inode, a);
+    EXPECT_EQ(world.drain(), "place D2/b W/b, create D2/d, delete D2/c , contents D2/b W/b");
+    EXPECT_TRUE(world.replica->foldersToIdentify().empty());
+}
+
+TEST(ReplicaTests, WhatIsGoneTakesAllWithItButLocalChanges) {
+    World world;
+    world.list(world.top, {item("D", "D"), item("E", "E"), item("a", "a")});
+    world.list(world.at("D"), {item("x", "x"), item("y", "y")});
+    world.list(world.at("E"), {item("z", "z")});
+    world.acts("write D/x");
+    const ItemIdentifier gone[] = {"D", "E", "a"}, connection[] = {"W"};
+    EXPECT_EQ(world.replica->remove(gone).size(), 4u) << "y, z, E and a";
+    EXPECT_EQ(world.shown(world.top), "D=-+");
+    EXPECT_EQ(world.drain(), "create W/D, create N1/x");
+    world.acts("write D/x,reopen");
+    EXPECT_TRUE(world.replica->remove(connection).empty());
+    EXPECT_FALSE(world.next());
+    world.list(kRoot, {item("W2", "Work")});
+    world.list(world.top, {item("N3", "D")});
+    world.list(world.at("D"), {item("n4", "x", 1000)});
+    EXPECT_EQ(world.drain(), "contents n4 N3/x");
+}
+
+TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
+    World world;
+    world.acts("create f,send,move f g");
+    world.list(world.top, {item("n1", "f")});
+    EXPECT_EQ(world.shown(world.top), "f=n1 g=-/c1+");
+    world.act("done");
+    EXPECT_EQ(world.shown(world.top), "g=n1/c1+");
+    EXPECT_EQ(world.drain(), "place n1 W/g");
+    world.acts("write g,send");
+    world.replica->succeeded(*world.sent, nullptr, world.now);
+    EXPECT_EQ(world.shown(world.top), "") << "the host has let it go";
+    world.acts("create h,send");
+    world.replica->failed(*world.sent, serverUnreachable());
+    EXPECT_FALSE(world.next());
+    EXPECT_EQ(world.replica->failures(9).size(), 1u);
+    EXPECT_EQ(world.replica->retry([](const NSError& error) { return error == userCancelled(); }), 0);
+    EXPECT_EQ(world.replica->retry(), 1);
+    EXPECT_EQ(world.drain(), "create W/h");
+}
+
+TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {
+    World world;
+    const auto kept = [&] {
+        std::string text;
+        world.replica->eachKept(
+            [&](const std::string& name, std::string_view bytes) { text += name + "=" + std::string(bytes) + " "; });
+        return text;
+    };
+    world.list(world.top, {item("a", "a"), item("b", "b")});
+    const Inode b = world.at("b");
+    EXPECT_FALSE(world.replica->setContents(b, "a", "fetched", 4));
+    EXPECT_TRUE(world.replica->setContents(b, "b", "fetched", 4));
+    EXPECT_FALSE(world.replica->setContents(b, "b", "again", 4));
+    EXPECT_TRUE(world.replica->dropContents(b));
+    world.acts("write a,write a,exchange a b");
+    EXPECT_EQ(kept(), "c2=bytes ");
+    EXPECT_FALSE(world.replica->dropContents(world.at("b"))) << "the host does not have them";
+    world.reopen();
+    EXPECT_EQ(world.replica->takeDiscarded(), (std::vector<std::string>{"c1", "fetched"}));
+    EXPECT_TRUE(world.replica->takeDiscarded().empty());
+    world.drain();
+    EXPECT_EQ(kept(), "");
+    world.act("remove b");
+    EXPECT_EQ(world.replica->takeDiscarded(), std::vector<std::string>{"c2"});
+}
+
+TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {
+    World world;
+    world.act("folder F");
+    const Inode folder = world.at("F");
+    const auto isHeld = [&](Inode inode) { return inode == folder; };
+    for (int i = 0; i < 500; ++i)
+        world.replica->create(folder, std::to_string(i), "in" + std::to_string(i), {}, world.now);
+    for (int i = 0; i < 500; ++i)
+        world.replica->create(world.top, std::to_string(i), "c" + std::to_string(i), {}, world.now);
+    int count = 0;
+    for (; const auto job = world.replica->next(isHeld); ++count) world.answer(*job);
+    EXPECT_EQ(count, 500) << "the others wait for their folder";
+    for (; const auto job = world.next(); ++count) world.answer(*job);
+    EXPECT_EQ(count, 1001);
+}
+
+TEST(ReplicaTests, ADamagedFileIsSetAside) {
+    World world;
+    world.replica->remember("boot", "one");
+    world.reopen();
+    EXPECT_EQ(world.replica->remembered("boot"), "one");
+    world.replica.reset();
+    const std::string file = world.place / "items.sqlite";
+    for (const std::string suffix : {"-wal", "-shm"}) std::filesystem::remove(file + suffix);
+    std::filesystem::resize_file(file, 5000);
+    world.reopen();
+    EXPECT_EQ(world.said.size(), 1u);
+    EXPECT_EQ(world.shown(kRoot), "");
+    std::size_t aside = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(world.place.path()))
+        aside += entry.path().filename().string().find(".aside-") != std::string::npos;
+    EXPECT_GE(aside, 1u);
+    world.replica.reset();
+    sqlite::Database(file).execute("PRAGMA user_version=99");
+    world.reopen();
+    EXPECT_EQ(world.said.size(), 2u);
+}
+
+} // namespace
+} // namespace brindlemar::replica
