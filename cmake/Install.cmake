@@ -20,6 +20,19 @@ if(NOT BRINDLEMAR_EXTENSION_ONLY)
   install(FILES ${told}/brindlemar DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${told}/_brindlemar DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
   install(FILES ${told}/brindlemar.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+
+  # The units name the place of the programs, which is known when they are installed.
+  set(units brindlemard.service brindlemar-host.service)
+  install(CODE "set(units \"${units}\")\nset(from \"${PROJECT_SOURCE_DIR}/packaging/systemd/user\")\nset(to \"${told}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")
+  install(CODE [[
+    cmake_path(ABSOLUTE_PATH bindir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)
+    string(REPLACE "%" "%%" bindir "${bindir}")
+    foreach(unit ${units})
+      configure_file("${from}/${unit}" "${to}/${unit}" @ONLY)
+    endforeach()
+  ]])
+  list(TRANSFORM units PREPEND ${told}/)
+  install(FILES ${units} DESTINATION lib/systemd/user)
 endif()
 
 install(TARGETS brindlemar_extension EXPORT brindlemar ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})

@@ -10,12 +10,14 @@ CommandLine::CommandLine() : app("Asks the running file-provider service.", "bri
     app.footer("PATH is a path of names as shown, such as Work/photos; FILE is one of this machine's.\n"
                "Exit status: 0 done, 1 failed or no service, 2 wrong usage, 3 no such item, 4 no host running,\n"
                "130 interrupted.");
+    addStatusCommands(*this);
     addListCommands(*this);
     addGetCommand(*this);
     addPutCommand(*this);
     addChangeCommands(*this);
     addRemoveCommand(*this);
     addWatchCommands(*this);
+    addMountCommands(*this);
     addAdminCommands(*this);
     addCallCommands(*this);
     addSelfDescription(*this);

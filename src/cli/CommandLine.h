@@ -24,12 +24,14 @@ struct CommandLine {
 };
 
 // Each adds a family of commands.
+void addStatusCommands(CommandLine& line);
 void addListCommands(CommandLine& line);
 void addGetCommand(CommandLine& line);
 void addPutCommand(CommandLine& line);
 void addChangeCommands(CommandLine& line);
 void addRemoveCommand(CommandLine& line);
 void addWatchCommands(CommandLine& line);
+void addMountCommands(CommandLine& line);
 void addAdminCommands(CommandLine& line);
 void addCallCommands(CommandLine& line);
 void addSelfDescription(CommandLine& line);

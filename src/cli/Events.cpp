@@ -8,6 +8,7 @@
 #include <boost/json/array.hpp>
 #include <boost/json/parse.hpp>
 
+#include <algorithm>
 #include <thread>
 
 namespace brindlemar::cli {
@@ -56,6 +57,9 @@ bool isConnection(const Item& item) { return item.identifier.ends_with("|0"); }
 
 std::string Event::text(std::string_view key) const { return textMember(members, key); }
 double Event::number(std::string_view key) const { return numberMember<double>(members, key).value_or(0); }
+std::uint64_t Event::count(std::string_view key) const {
+    return static_cast<std::uint64_t>(std::clamp(number(key), 0.0, 1e18));
+}
 const json::object* Event::object(std::string_view key) const {
     const json::value* value = members.if_contains(key);
     return value ? value->if_object() : nullptr;
@@ -76,6 +80,10 @@ void throwReportedError(Control& control, const Event& event, const std::string&
     if (!error) return;
     const std::string domain = textMember(*error, "domain");
     const int code = numberMember<int>(*error, "code").value_or(0);
+    if (const std::string said = event.text("text"); !said.empty()) { // the service's own sentence tells more
+        const Failure known = reportedError(domain, code, "", subject);
+        throw Failure(known.exit, escaped(said), known.final);
+    }
     const bool unclear = domain == NSFileProviderErrorDomain && code == FileProviderErrorCode::cannotSynchronize;
     if (unclear && hostGoesMissing(control, std::chrono::seconds(1))) throw hostNotRunning();
     throw reportedError(domain, code, textMember(*error, "description"), subject);

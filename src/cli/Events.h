@@ -30,6 +30,7 @@ struct Event {
 
     std::string text(std::string_view key) const;
     double number(std::string_view key) const;
+    std::uint64_t count(std::string_view key) const; // what is below 0 is 0
     const boost::json::object* object(std::string_view key) const;
     const boost::json::array* array(std::string_view key) const;
 };

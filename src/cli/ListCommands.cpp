@@ -2,8 +2,6 @@
 #include "cli/Paths.h"
 #include "cli/Text.h"
 
-#include <boost/json/array.hpp>
-#include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
 #include <algorithm>
@@ -95,60 +93,11 @@ void printTree(Session& session, const std::string& path) {
     output.line("");
     output.line(counted(tree.folders, "folder") + ", " + counted(tree.files, "file"));
 }
-
-const json::object* objectMember(const json::object& object, std::string_view key) {
-    const json::value* value = object.if_contains(key);
-    return value ? value->if_object() : nullptr;
-}
-
-std::string text(const json::object& object, std::string_view key) {
-    const json::value* value = object.if_contains(key);
-    if (!value || value->is_null()) return "";
-    return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
-}
-
-void printStatus(Session& session) {
-    Control& control = session.control();
-    Output& output = session.output;
-    const std::optional<std::string> status = control.status();
-    if (!status) throwBrokenCall(control, control.error());
-    if (session.json) return output.line(*status);
-    json::error_code error;
-    const json::value parsed = json::parse(*status, error);
-    if (error || !parsed.is_object()) throwBrokenCall(control, "its status is no JSON object");
-    const json::object& object = parsed.get_object();
-    const json::object none;
-    const auto part = [&](std::string_view key) -> const json::object& {
-        const json::object* found = objectMember(object, key);
-        return found ? *found : none;
-    };
-    const std::string reason = text(part("domain"), "reason");
-    const json::value* since = part("domain").if_contains("since");
-    const std::string sinceWhen = since && since->is_int64() ? " since " + localTime(double(since->get_int64())) : "";
-    const std::pair<const char*, std::string> rows[] = {
-        {"Service      ",
-         "running, pid " + text(part("service"), "pid") + ", version " + text(part("service"), "version")},
-        {"Domain       ", text(part("domain"), "identifier") + ", " + text(part("domain"), "state") + sinceWhen +
-                              (reason.empty() ? "" : ": " + reason)},
-        {"Configured   ", text(object, "configured") == "true" ? "yes" : "no"},
-        {"Signals      ", text(part("signals"), "pending") + " pending, " + text(part("signals"), "total") + " in all"},
-        {"Requests     ", text(part("requests"), "waiting") + " waiting"},
-    };
-    for (const auto& [label, value] : rows) output.line(label + output.shown(value));
-    const json::value* connections = object.if_contains("connections");
-    if (!connections || !connections->is_array()) return;
-    for (const json::value& each : connections->get_array())
-        if (each.is_object())
-            output.line("Connection   " + output.shown(text(each.get_object(), "name")) + " (" +
-                        output.shown(text(each.get_object(), "domain")) + ")");
-}
 } // namespace
 
 void addListCommands(CommandLine& line) {
     const auto path = std::make_shared<std::string>();
     const auto details = std::make_shared<bool>(false);
-    line.add(line.app, "status", "Show the state of the service", printStatus);
-
     CLI::App& ls =
         line.add(line.app, "ls", "List a folder", [=](Session& session) { printFolder(session, *path, *details); });
     ls.add_flag("-l", *details, "Show kind, size in bytes, date and name");

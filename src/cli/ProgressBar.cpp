@@ -10,11 +10,15 @@ namespace brindlemar::cli {
 std::string progressLine(const ProgressView& view, std::size_t columns) {
     constexpr std::size_t nameWidth = 30, barWidth = 20;
     const double rate = view.seconds > 0 ? static_cast<double>(view.done) / view.seconds : 0;
+    const bool bytes = view.amount == Amount::bytes;
+    const auto amount = [&](std::uint64_t value) {
+        return bytes ? byteCount(static_cast<double>(value)) : std::to_string(value);
+    };
     const std::size_t full = view.percent * barWidth / 100;
     std::string line = trunc(escaped(view.name), nameWidth, "…") + "  [" + std::string(full, '#') +
                        std::string(barWidth - full, ' ') + "]  " + std::to_string(view.percent) + "%  " +
-                       byteCount(static_cast<double>(view.done)) + " of " + byteCount(static_cast<double>(view.total)) +
-                       "  " + byteCount(rate) + "/s";
+                       amount(view.done) + " of " + amount(view.total) +
+                       (bytes ? "  " + byteCount(rate) + "/s" : " files");
     if (rate > 0) {
         const double left = std::min(static_cast<double>(view.total - view.done) / rate, 359'999.0);
         const auto seconds = static_cast<unsigned>(left + 0.5);
@@ -24,14 +28,25 @@ std::string progressLine(const ProgressView& view, std::size_t columns) {
     return trunc(line, static_cast<std::ptrdiff_t>(columns) - 1, "");
 }
 
-void ProgressBar::expect(std::uint64_t bytes) {
+void ProgressBar::expect(std::uint64_t more) {
     std::lock_guard lock(mutex_);
-    view_.total += bytes;
+    view_.total += more;
 }
 
-void ProgressBar::advance(std::uint64_t bytes) {
+void ProgressBar::advance(std::uint64_t more) {
     std::lock_guard lock(mutex_);
-    view_.done = std::min(view_.done + bytes, view_.total);
+    view_.done = std::min(view_.done + more, view_.total);
+    draw();
+}
+
+void ProgressBar::set(std::uint64_t done, std::uint64_t total) {
+    std::lock_guard lock(mutex_);
+    view_.total = std::max(view_.total, total);
+    view_.done = std::max(view_.done, std::min(done, view_.total));
+    draw();
+}
+
+void ProgressBar::draw() {
     const Clock::time_point now = Clock::now();
     if (!notices_.isTerminal() || now - drawn_ < kPause) return;
     drawn_ = now;

@@ -8,26 +8,35 @@
 
 namespace brindlemar::cli {
 
+enum class Amount { bytes, files };
+
 struct ProgressView {
     std::string name;
-    std::uint64_t done = 0, total = 0; // bytes
+    std::uint64_t done = 0, total = 0;
     unsigned percent = 0;
     double seconds = 0; // since the start
+    Amount amount = Amount::bytes;
 };
-/// "lanterns.txt  [#####     ]  50%  1.2 MB of 2.4 MB  300 kB/s  0:04 left", cut to the columns.
+/// "lanterns.txt  [#####     ]  50%  1.2 MB of 2.4 MB  300 kB/s  0:04 left", cut to the columns; or, without a rate,
+/// "1 of 2 files".
 std::string progressLine(const ProgressView& view, std::size_t columns);
 
 /// One line for all transfers of a command; nothing unless the notices are a terminal. Never falls. Thread-safe.
 class ProgressBar {
 public:
-    ProgressBar(Notices& notices, std::string name) : notices_(notices), view_{.name = std::move(name)} {}
+    ProgressBar(Notices& notices, std::string name, Amount amount = Amount::bytes)
+        : notices_(notices), view_{.name = std::move(name), .amount = amount} {}
     ~ProgressBar() { notices_.show(""); }
 
-    /// More bytes are to come.
-    void expect(std::uint64_t bytes);
-    void advance(std::uint64_t bytes);
+    /// More is to come.
+    void expect(std::uint64_t more);
+    void advance(std::uint64_t more);
+    /// How far all of it is; what is less than before stays as it was.
+    void set(std::uint64_t done, std::uint64_t total);
 
 private:
+    void draw();
+
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds kPause{100}; // between two drawings
 

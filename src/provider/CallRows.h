@@ -36,4 +36,14 @@ void callPath(Call call);
 /// Drops what the extension remembers of listings, for readers who know better.
 void callForget(Call call);
 
+// The mount.
+/// "path": frees contents that the host has too.
+void callEvict(Call call);
+/// "path": makes a tree local.
+void callBring(Call call);
+/// Tells the host again what has failed.
+void callRetry(Call call);
+/// "wait": only once the host knows all that was changed.
+void callUnmount(Call call);
+
 } // namespace brindlemar

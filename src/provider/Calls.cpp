@@ -1,8 +1,8 @@
 #include "provider/Calls.h"
 
-#include "messaging/BxMessages.h"
 #include "provider/CallRows.h"
 #include "provider/EventText.h"
+#include "provider/HostGate.h"
 
 #include <array>
 #include <charconv>
@@ -11,11 +11,24 @@ namespace brindlemar {
 
 std::span<const CallRow> callRows() {
     static constexpr std::array rows{
-        CallRow{"item", callItem},          CallRow{"delete", callDelete},        CallRow{"fetch", callFetch},
-        CallRow{"create", callCreate},      CallRow{"modify", callModify},        CallRow{"list", callList},
-        CallRow{"browse", callBrowse},      CallRow{"changes", callChanges},      CallRow{"anchor", callAnchor, false},
-        CallRow{"watch", callWatch, false}, CallRow{"admin", callAdmin},          CallRow{"search", callSearch},
-        CallRow{"path", callPath},          CallRow{"forget", callForget, false},
+        CallRow{"item", callItem},
+        CallRow{"delete", callDelete},
+        CallRow{"fetch", callFetch},
+        CallRow{"create", callCreate},
+        CallRow{"modify", callModify},
+        CallRow{"list", callList},
+        CallRow{"browse", callBrowse},
+        CallRow{"changes", callChanges},
+        CallRow{"anchor", callAnchor, false},
+        CallRow{"watch", callWatch, false},
+        CallRow{"admin", callAdmin},
+        CallRow{"search", callSearch},
+        CallRow{"path", callPath},
+        CallRow{"forget", callForget, false},
+        CallRow{"evict", callEvict, false},
+        CallRow{"bring", callBring, false},
+        CallRow{"retry", callRetry, false},
+        CallRow{"unmount", callUnmount, false},
     };
     return rows;
 }
@@ -48,28 +61,12 @@ std::string Call::domain() const {
 
 void Call::fail(const NSError& error) const { output->write(completionEvent(nullptr, error)); }
 
-namespace {
-/// While the domain is disconnected, one call at a time looks whether a connection's host is back; the others need not
-/// wait.
-bool hostMayAnswer(const Call& call) {
-    DomainManager& manager = call.places.manager;
-    const std::string domain = call.domain();
-    BxMessages& messages = BxMessages::sharedInstance();
-    if (domain.empty() || manager.isConnected() || messages.isReachable(domain)) return true;
-    const auto probe = manager.probe(domain);
-    if (!probe || !messages.port(domain)) return false;
-    // The news of a host's end may have come after those of the next host's start.
-    manager.reconnect([](const auto&) {});
-    return true;
-}
-} // namespace
-
 void runCall(const CallPlaces& places, std::string_view operation, const JSON& arguments,
              std::shared_ptr<LineOutput> output) {
     Call call{places, arguments, std::move(output)};
     for (const CallRow& row : callRows()) {
         if (row.operation != operation) continue;
-        if (row.needsHost && !hostMayAnswer(call)) return call.fail(serverUnreachable());
+        if (row.needsHost && !hostMayAnswer(call.places.manager, call.domain())) return call.fail(serverUnreachable());
         return row.run(std::move(call));
     }
     call.fail(featureUnsupported());

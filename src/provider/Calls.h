@@ -20,6 +20,7 @@ struct CallPlaces {
     ChangeFeed& feed;
     FetchedFiles& fetched;
     OpenFolders& folders;
+    class Mount* mount = nullptr; // none when the service shows none
 };
 
 struct Call {

@@ -45,6 +45,7 @@ bool KnownItems::isWithin(std::string_view identifier, std::string_view containe
 }
 
 void ChangeFeed::apply(const ChangeSet& changes) {
+    if (const auto sink = sink_.copy()) sink(changes);
     topLevel_.with([&](TopLevel& top) {
         for (const ItemIdentifier& identifier : changes.deleted) top.erase(identifier);
         for (const ItemBatch& batch : changes.updated)

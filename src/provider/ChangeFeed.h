@@ -44,6 +44,10 @@ public:
     using TopLevel = std::unordered_map<ItemIdentifier, std::string>;
 
     void apply(const ChangeSet& changes);
+    /// Gets each change set before the watchers do. To be set before the first comes.
+    void setSink(std::function<void(const ChangeSet&)> sink) {
+        sink_.with([&](auto& current) { current.swap(sink); });
+    }
     TopLevel topLevel() const { return topLevel_.copy(); }
 
     /// Writes the events of change sets to the output until its reader is gone; of those about the container and all
@@ -64,6 +68,7 @@ private:
               const std::vector<ItemIdentifier>& gone) const;
 
     Guarded<State> state_;
+    Guarded<std::function<void(const ChangeSet&)>> sink_;
     Guarded<TopLevel> topLevel_; // apart: read while a change set is being applied
 };
 

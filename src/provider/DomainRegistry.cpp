@@ -26,6 +26,7 @@ void DomainManager::disconnect(std::string reason, unsigned, ErrorHandler comple
         state.reason = std::move(reason);
     });
     completionHandler(std::nullopt);
+    tell();
 }
 
 void DomainManager::getUserVisibleURL(

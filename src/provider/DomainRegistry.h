@@ -47,7 +47,7 @@ public:
     void takeSignals() {
         state_.with([](State& state) { state.signals.clear(); });
     }
-    /// Called after each signal and after each reconnection, on the thread that caused it.
+    /// Called after each signal, disconnection and reconnection, on the thread that caused it.
     void setListener(std::function<void()> listener);
     /// The right to look for the host of a connection, for as long as the value lives. One at a time has it; none for
     /// all others.

@@ -201,6 +201,17 @@ std::string progressEvent(std::int64_t completed, std::int64_t total) {
     });
 }
 
+std::string evictedEvent(std::int64_t files, std::int64_t bytes) {
+    return event("evicted", [&](Members& members) {
+        members.number("files", files);
+        members.number("bytes", bytes);
+    });
+}
+
+std::string countEvent(std::string_view name, std::string_view key, std::int64_t count) {
+    return event(name, [&](Members& members) { members.number(key, count); });
+}
+
 std::string base64(std::string_view bytes) {
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;

@@ -31,6 +31,9 @@ std::string deletedEvent(const std::vector<ItemIdentifier>& identifiers);
 std::string changesFinishEvent(const NSFileProviderSyncAnchor& anchor, bool moreComing);
 /// {"event":"progress","completed":N,"total":N}
 std::string progressEvent(std::int64_t completed, std::int64_t total);
+std::string evictedEvent(std::int64_t files, std::int64_t bytes);
+/// An event that tells one number.
+std::string countEvent(std::string_view name, std::string_view key, std::int64_t count);
 
 /// RFC 4648, section 4.
 std::string base64(std::string_view bytes);

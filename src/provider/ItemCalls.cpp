@@ -59,7 +59,8 @@ void modify(const Call& call, ItemDraft draft) {
     if (const auto time = call.time("atime")) draft.used = time;
     if (const auto flags = call.arguments["flags"].number()) draft.flags = flags->uint32Value();
     const std::string domain = call.domain();
-    const CopiesForCall copies(*call.output, domain);
+    const std::function<bool()> isWanted = [&] { return call.output->isOpen(); };
+    const CopiesForCall copies(isWanted, domain);
     const auto progress =
         call.places.extension->modifyItem({.item = std::make_shared<ItemDraft>(std::move(draft)),
                                            .changedFields = itemFields(call.text("fields")).value_or(0),
@@ -96,7 +97,8 @@ void callCreate(Call call) {
     const auto contents = call.file();
     if (!contents) draft.type = UTType::directory;
     const std::string domain = call.domain();
-    const CopiesForCall copies(*call.output, domain);
+    const std::function<bool()> isWanted = [&] { return call.output->isOpen(); };
+    const CopiesForCall copies(isWanted, domain);
     follow(call, call.places.extension->createItem({std::make_shared<ItemDraft>(std::move(draft)), contents},
                                                    changeHandler(call)));
 }

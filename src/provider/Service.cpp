@@ -15,6 +15,8 @@
 #include "platform/Platform.h"
 #include "provider/Calls.h"
 #include "provider/DomainRegistry.h"
+#include "provider/HostGate.h"
+#include "provider/MountStatus.h"
 #include "provider/ReaderWatch.h"
 #include "provider/ServiceFiles.h"
 #include "provider/WorkingSet.h"
@@ -61,20 +63,34 @@ struct Service::Parts {
         : stores(places.cache, clock, timers, logDiagnostic),
           registry({std::string(ExtensionBundleIdentifier), "Brindlemar"},
                    {.temporaryDirectory = temporaryDirectory(places), .userVisibleRoot = places.userVisibleRoot}, clock,
-                   [this] { return feed.topLevel(); }),
+                   [this] { return mount ? mount->topLevel() : feed.topLevel(); }),
           fetched(temporaryDirectory(places), domainDirectory(places) + "/fetched", tasks),
           ports(RuntimeDirectory::open(), mainQueue, limited(logDiagnostic, timers)),
           xpc(directory, limited(logDiagnostic, timers)) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
         extension = BrindlemarFileProvider::make(registry.domain());
         workingSet = std::make_shared<WorkingSet>(extension, tasks, registry.ownManager(), feed);
-        registry.ownManager().setListener([set = std::weak_ptr(workingSet)] {
-            if (const auto alive = set.lock()) alive->look();
-        });
         calls.extension = extension;
+        if (places.isMounted) {
+            mount = std::make_unique<Mount>(
+                domainDirectory(places), places.userVisibleRoot,
+                Mount::Places{extension, folders, registry.ownManager(), fetched, tasks, clock,
+                              // A connection that no host has named yet has lost none of its items.
+                              [this](const std::string& connection) {
+                                  return extension->isConnected(connection) &&
+                                         hostIsExpected(registry.ownManager(), connection, tasks);
+                              }});
+            feed.setSink([this](const ChangeSet& changes) { mount->apply(changes); });
+            calls.mount = mount.get();
+        }
+        registry.ownManager().setListener([this, set = std::weak_ptr(workingSet)] {
+            if (const auto alive = set.lock()) alive->look();
+            if (mount) mount->domainChanged();
+        });
     }
     void stop() {
         stopping = true;
+        if (mount) mount->stop();
         clock.stopSleeping();
     }
     /// The platform's hold on a source whose endpoint nobody has connected to yet; the oldest give way.
@@ -109,6 +125,7 @@ struct Service::Parts {
     }
     ~Parts() {
         stop();
+        if (mount) mount->hide();
         // No task runs any more when the process-wide objects go; they go before the ports and queues they use.
         readers.stop();
         callers.stop();
@@ -122,6 +139,8 @@ struct Service::Parts {
         extension->invalidate();
         extension.reset();
         BxMessages::reset();
+        feed.setSink(nullptr);
+        mount.reset();
     }
 
     std::atomic<bool> stopping{false};
@@ -151,6 +170,7 @@ struct Service::Parts {
     OpenFolders folders{clock};
     CallPlaces calls{nullptr, registry.ownManager(), callers, feed, fetched, folders};
     Guarded<std::deque<std::shared_ptr<NSFileProviderServiceSource>>> sources;
+    std::unique_ptr<Mount> mount;
 };
 
 Service::Service(const RuntimeDirectory& directory, const ServicePlaces& places)
@@ -165,22 +185,23 @@ std::string Service::status() const {
         if (const auto connection = parseConnection(record))
             connections.push_back(JSON::object({{"name", connection->name}, {"domain", connection->domain}}));
     for (const std::string& container : domain.signals) signals.push_back(container);
-    return JSON::object(
-               {{"service", JSON::object({{"pid", JSON(std::int64_t{::getpid()})}, {"version", BRINDLEMAR_VERSION}})},
-                {"domain", JSON::object({{"identifier", ExtensionBundleIdentifier},
-                                         {"state", domain.connected ? "connected" : "disconnected"},
-                                         {"since", JSON(wholeSecondsSince1970(domain.since))},
-                                         {"reason", domain.connected ? JSON() : JSON(domain.reason)}})},
-                {"configured", JSON(parts_->extension->configured.load())},
-                {"connections", JSON::array(connections)},
-                {"signals", JSON::object({{"pending", JSON(static_cast<std::int64_t>(domain.signals.size()))},
-                                          {"containers", JSON::array(signals)},
-                                          {"enumerating", JSON(parts_->workingSet->isEnumerating())},
-                                          {"total", JSON(static_cast<std::int64_t>(domain.signalCount))}})},
-                {"requests", JSON::object({{"waiting", JSON(static_cast<std::int64_t>(
-                                                           BxMessages::sharedInstance().waitingCount()))}})}})
-        .serialized()
-        .value_or("{}");
+    JSON::Members members = mountStatus(parts_->mount.get());
+    members.insert(
+        members.begin(),
+        {{"service", JSON::object({{"pid", JSON(std::int64_t{::getpid()})}, {"version", BRINDLEMAR_VERSION}})},
+         {"domain", JSON::object({{"identifier", ExtensionBundleIdentifier},
+                                  {"state", domain.connected ? "connected" : "disconnected"},
+                                  {"since", JSON(wholeSecondsSince1970(domain.since))},
+                                  {"reason", domain.connected ? JSON() : JSON(domain.reason)}})},
+         {"configured", JSON(parts_->extension->configured.load())},
+         {"connections", JSON::array(connections)},
+         {"signals", JSON::object({{"pending", JSON(static_cast<std::int64_t>(domain.signals.size()))},
+                                   {"containers", JSON::array(signals)},
+                                   {"enumerating", JSON(parts_->workingSet->isEnumerating())},
+                                   {"total", JSON(static_cast<std::int64_t>(domain.signalCount))}})},
+         {"requests",
+          JSON::object({{"waiting", JSON(static_cast<std::int64_t>(BxMessages::sharedInstance().waitingCount()))}})}});
+    return JSON::object(members).serialized().value_or("{}");
 }
 
 std::optional<std::string> Service::endpoint(const std::string& serviceName) {
@@ -198,6 +219,10 @@ std::optional<std::string> Service::endpoint(const std::string& serviceName) {
 }
 
 void Service::stop() { parts_->stop(); }
+
+void Service::show() {
+    if (parts_->mount) parts_->mount->show();
+}
 
 void Service::call(std::string operation, std::string arguments, CallOutput output) {
     parts_->callers.async(

@@ -14,6 +14,7 @@ struct ServicePlaces {
     std::string state;           // the domain's temporary directory; also the process's current directory
     std::string cache;           // item caches
     std::string userVisibleRoot; // where the user's view is to be
+    bool isMounted = true;       // the view is shown there, as a file system
 
     /// $XDG_STATE_HOME, $XDG_CACHE_HOME and $HOME, as the XDG base directories are defined; throws
     /// std::runtime_error with a sentence for the user when there is no home directory.
@@ -29,6 +30,8 @@ public:
     /// Stops all work within a moment, whatever hosts and readers do. No control handler may run any more.
     ~Service();
 
+    /// Shows the mount, if there is to be one. Why it is not shown is told by status().
+    void show();
     /// Ends waits for absent hosts and slow readers, now and from now on. The first step of an end.
     void stop();
 

@@ -8,15 +8,15 @@ namespace {
 thread_local const CopiesForCall* call = nullptr;
 }
 
-CopiesForCall::CopiesForCall(const LineOutput& reader, const std::string& domain)
-    : reader_(reader), domain_(domain), wasReachable_(BxMessages::sharedInstance().isReachable(domain)) {
+CopiesForCall::CopiesForCall(const std::function<bool()>& isWanted, const std::string& domain)
+    : isWanted_(isWanted), domain_(domain), wasReachable_(BxMessages::sharedInstance().isReachable(domain)) {
     call = this;
 }
 
 CopiesForCall::~CopiesForCall() { call = nullptr; }
 
 std::optional<NSError> CopiesForCall::ended() const {
-    if (!reader_.isOpen()) return userCancelled();
+    if (!isWanted_()) return userCancelled();
     if (wasReachable_ && !BxMessages::sharedInstance().isReachable(domain_)) return serverUnreachable();
     return std::nullopt;
 }

@@ -3,7 +3,8 @@
 
 #include "linux/files/LinuxFiles.h"
 #include "provider/DomainRegistry.h"
-#include "provider/LineOutput.h"
+
+#include <functional>
 
 namespace brindlemar {
 
@@ -20,11 +21,11 @@ private:
     const DomainRegistry& registry_;
 };
 
-/// While it lives, what this thread copies is for a call of this reader's that asks the host of this connection. Both
-/// arguments outlive it.
+/// While it lives, what this thread copies is for somebody who may lose interest in it, and for the host of this
+/// connection. Both arguments outlive it.
 class CopiesForCall {
 public:
-    CopiesForCall(const LineOutput& reader, const std::string& domain);
+    CopiesForCall(const std::function<bool()>& isWanted, const std::string& domain);
     ~CopiesForCall();
     CopiesForCall(const CopiesForCall&) = delete;
     CopiesForCall& operator=(const CopiesForCall&) = delete;
@@ -33,7 +34,7 @@ public:
     std::optional<NSError> ended() const;
 
 private:
-    const LineOutput& reader_;
+    const std::function<bool()>& isWanted_;
     const std::string& domain_;
     const bool wasReachable_;
 };

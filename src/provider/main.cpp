@@ -3,6 +3,7 @@
 #include "provider/Service.h"
 
 #include <CLI/CLI.hpp>
+#include <systemd/sd-daemon.h>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -79,9 +80,8 @@ private:
     bool closed_ = false;
 };
 
-int serve(const sigset_t& ends) {
+int serve(const sigset_t& ends, const ServicePlaces& places) {
     const RuntimeDirectory directory = RuntimeDirectory::open();
-    const ServicePlaces places = ServicePlaces::ofUser();
 
     enterStateDirectory(places.state);
 
@@ -111,6 +111,8 @@ int serve(const sigset_t& ends) {
     } closing{gate};
     Service service(directory, places);
     gate.open(service);
+    service.show();
+    ::sd_notify(0, "READY=1");
 
     int signal = 0;
     ::sigwait(&ends, &signal);
@@ -124,6 +126,14 @@ int serve(const sigset_t& ends) {
 int main(int argc, char** argv) {
     CLI::App app{"Shows the connections of host applications as files. Runs until SIGTERM or SIGINT; one a user."};
     app.set_version_flag("--version", BRINDLEMAR_VERSION);
+    ServicePlaces places;
+    std::string mountPath;
+    bool unmounted = false;
+    app.add_option("--mount", mountPath,
+                   "Show the connections in this directory, which is made unless it is there; "
+                   "~/Brindlemar unless given")
+        ->type_name("DIR");
+    app.add_flag("--no-mount", unmounted, "Show no directory; the command line works without");
     app.footer("State is kept below $XDG_STATE_HOME/brindlemar, with the log in Logs/Brindlemar/FileProvider.log.");
     try {
         app.parse(argc, argv);
@@ -141,7 +151,12 @@ int main(int argc, char** argv) {
     ::umask(0077);
     raiseDescriptorLimit();
     try {
-        return serve(ends);
+        ServicePlaces places = ServicePlaces::ofUser();
+        if (!mountPath.empty()) places.userVisibleRoot = std::filesystem::absolute(mountPath).lexically_normal();
+        while (places.userVisibleRoot.size() > 1 && places.userVisibleRoot.back() == '/')
+            places.userVisibleRoot.pop_back();
+        places.isMounted = !unmounted;
+        return serve(ends, places);
     } catch (const std::exception& error) {
         return fail(error.what());
     }

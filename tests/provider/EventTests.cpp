@@ -124,7 +124,8 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     const std::string domain = "c7";
     Pipe kept, left;
     LineOutput waits(std::move(kept.writer), running), leaves(std::move(left.writer), running);
-    const CopiesForCall copies(leaves, domain), others(waits, domain);
+    const std::function<bool()> stays = [&] { return waits.isOpen(); }, goes = [&] { return leaves.isOpen(); };
+    const CopiesForCall copies(goes, domain), others(stays, domain);
     EXPECT_EQ(others.ended(), std::nullopt);
     leaves.readerGone();
     EXPECT_EQ(copies.ended(), userCancelled());

@@ -110,7 +110,7 @@ public:
         ::setenv("XDG_CACHE_HOME", (path + "/cache").c_str(), 1);
         ::unsetenv("BRINDLEMAR_LIBRARY_DIR");
     }
-    void startService() { service = Process(BRINDLEMARD, {}, path + "/service"); }
+    void startService() { service = Process(BRINDLEMARD, {"--no-mount"}, path + "/service"); }
     /// Connections as on the host's command line; further options too.
     void startHost(const Arguments& arguments) { host = Process(BRINDLEMAR_HOST, arguments, path + "/host"); }
     /// Runs `brindlemar`, or another program.

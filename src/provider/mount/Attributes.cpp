@@ -1,0 +1,41 @@
+#include "provider/mount/Attributes.h"
+
+#include <unistd.h>
+
+namespace brindlemar {
+
+namespace {
+constexpr unsigned kWriteBits = 0222;
+constexpr blksize_t kBlockSize = 4096;
+
+timespec asTimespec(Timestamp time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    return {.tv_sec = static_cast<time_t>(seconds.time_since_epoch().count()),
+            .tv_nsec = static_cast<long>((time - seconds).count())};
+}
+} // namespace
+
+unsigned allowedPermissions(const replica::Row& row) {
+    return row.capabilities & Capability::writing ? 0777 : 0777 & ~kWriteBits;
+}
+
+unsigned permissions(const replica::Row& row) {
+    return row.mode.value_or(row.folder ? 0700 : 0600) & allowedPermissions(row);
+}
+
+struct stat attributesOf(const replica::Row& row) {
+    struct stat attributes {};
+    attributes.st_ino = static_cast<ino_t>(row.inode);
+    attributes.st_mode = (row.folder ? S_IFDIR : S_IFREG) | permissions(row);
+    attributes.st_nlink = row.folder ? 2 : 1;
+    attributes.st_uid = ::geteuid();
+    attributes.st_gid = ::getegid();
+    attributes.st_size = static_cast<off_t>(row.folder ? 0 : row.size);
+    attributes.st_blksize = kBlockSize;
+    attributes.st_blocks = row.contents ? (attributes.st_size + 511) / 512 : 0; // none where nothing is local
+    attributes.st_mtim = attributes.st_ctim = asTimespec(row.modified);
+    attributes.st_atim = asTimespec(row.used);
+    return attributes;
+}
+
+} // namespace brindlemar

@@ -1,0 +1,94 @@
+#include "provider/mount/BringTree.h"
+
+namespace brindlemar {
+
+using replica::Inode;
+
+namespace {
+constexpr std::size_t kAtOnce = 8;
+}
+
+void BringTree::start(Inode top) {
+    state_.with([&](State& state) { state.waiting.push_back(top); });
+    goOn();
+}
+
+void BringTree::goOn() {
+    for (;;) {
+        const bool goesOn = listener_.goesOn();
+        bool isOver = false;
+        std::optional<NSError> error;
+        const auto next = state_.with([&](State& state) -> std::optional<Inode> {
+            if (!goesOn) state.waiting.clear();
+            if (!state.waiting.empty() && state.running < kAtOnce) {
+                const Inode inode = state.waiting.back();
+                state.waiting.pop_back();
+                ++state.running;
+                return inode;
+            }
+            isOver = state.running == 0 && state.waiting.empty() && !std::exchange(state.ended, true);
+            error = goesOn ? state.error : userCancelled();
+            return std::nullopt;
+        });
+        if (isOver) {
+            std::lock_guard lock(telling_);
+            listener_.end(error);
+        }
+        if (!next) return;
+        take(*next);
+    }
+}
+
+void BringTree::take(Inode inode) {
+    const auto row = replica_.row(inode);
+    if (!row) return finished(std::nullopt, 0);
+    if (!row->folder) return row->contents ? finished(std::nullopt, 1) : fetch(inode);
+    if (!Folders::isKnown(*row)) return list(inode);
+    addEntries(inode);
+    finished(std::nullopt, 0);
+}
+
+void BringTree::addEntries(Inode folder) {
+    std::vector<Inode> entries;
+    std::int64_t files = 0;
+    replica_.children(folder, 0, [&](const replica::Row& row) {
+        entries.push_back(row.inode);
+        files += !row.folder;
+        return true;
+    });
+    state_.with([&](State& state) {
+        state.waiting.insert(state.waiting.end(), entries.begin(), entries.end());
+        state.known += files;
+    });
+}
+
+void BringTree::list(Inode folder) {
+    folders_.list(folder, [self = shared_from_this(), folder](bool more, const auto& error) {
+        if (more) return self->list(folder);
+        if (!error) self->addEntries(folder);
+        self->finished(error, 0);
+        self->goOn();
+    });
+}
+
+void BringTree::fetch(Inode file) {
+    downloads_.want(file, [self = shared_from_this()](const auto& error) {
+        self->finished(error, 1);
+        self->goOn();
+    });
+}
+
+void BringTree::finished(const std::optional<NSError>& error, std::int64_t files) {
+    std::int64_t done = 0, known = 0;
+    state_.with([&](State& state) {
+        --state.running;
+        state.done += files;
+        if (error && !state.error) state.error = error;
+        done = state.done;
+        known = state.known = std::max(state.known, done);
+    });
+    std::lock_guard lock(telling_);
+    if (files) listener_.progress(done, known);
+}
+
+} // namespace brindlemar

@@ -1,0 +1,118 @@
+#include "provider/mount/Downloads.h"
+
+#include "items/ItemIdentifiers.h"
+#include "messaging/BxMessages.h"
+#include "support/Logger.h"
+
+#include <filesystem>
+
+namespace brindlemar {
+
+Downloads::Token Downloads::want(replica::Inode inode, Handler handler) {
+    bool isFirst = false;
+    const Token token = state_.with([&](State& state) {
+        const auto [entry, made] = state.downloads.try_emplace(inode);
+        entry->second.waiting.emplace_back(++state.last, std::move(handler));
+        isFirst = made;
+        return state.last;
+    });
+    if (isFirst) places_.common.tasks.async([self = shared_from_this(), inode] { self->start(inode, true); });
+    return token;
+}
+
+void Downloads::unwant(replica::Inode inode, Token token) {
+    Handler dropped;
+    const auto cancelled = state_.with([&](State& state) -> std::shared_ptr<NSProgress> {
+        const auto entry = state.downloads.find(inode);
+        if (entry == state.downloads.end()) return nullptr;
+        auto& waiting = entry->second.waiting;
+        for (auto at = waiting.begin(); at != waiting.end(); ++at) {
+            if (at->first != token) continue;
+            dropped = std::move(at->second);
+            waiting.erase(at);
+            break;
+        }
+        return waiting.empty() ? entry->second.progress : nullptr;
+    });
+    if (cancelled) cancelled->cancel();
+}
+
+void Downloads::start(replica::Inode inode, bool mayIdentify) {
+    const auto row = places_.common.replica.row(inode);
+    if (!row || row->pending.deletion) return ended(inode, noSuchItem());
+    if (row->contents) return ended(inode, std::nullopt);
+    if (!row->identifier) {
+        if (!mayIdentify) return ended(inode, noSuchItem());
+        return places_.folders->identify(*row, [self = shared_from_this(), inode](const auto& error) {
+            if (error) return self->ended(inode, error);
+            self->start(inode, false);
+        });
+    }
+    const std::string identifier = *row->identifier;
+    if (!places_.common.hostIsExpected(std::string(resolveIdentifier(identifier).domain)))
+        return ended(inode, serverUnreachable());
+    const auto progress = places_.common.extension->fetchContents(
+        identifier, [self = shared_from_this(), inode, identifier](const auto& file, const auto&, const auto& error) {
+            if (file) return self->arrived(inode, identifier, *file);
+            self->failed(inode, identifier, error.value_or(cannotSynchronize()));
+        });
+    const bool isUnwanted = state_.with([&](State& state) {
+        const auto entry = state.downloads.find(inode);
+        if (entry == state.downloads.end()) return false; // it has ended already
+        entry->second.progress = progress;
+        return entry->second.waiting.empty();
+    });
+    if (isUnwanted) progress->cancel();
+}
+
+void Downloads::arrived(replica::Inode inode, const std::string& identifier, const FileURL& file) {
+    const LogScope log(Logger::shared(), "arrived(_:)");
+    const auto taken = places_.fetched.take(file);
+    if (const auto* why = std::get_if<std::string>(&taken)) {
+        log.warning(*why);
+        return ended(inode, cannotSynchronize());
+    }
+    try {
+        const std::string name = places_.contents.adopt(std::get<FileURL>(taken).path);
+        const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
+        if (!places_.common.replica.setContents(inode, identifier, name, size)) places_.contents.remove(name);
+    } catch (const std::exception& error) {
+        log.error(error.what());
+        return ended(inode, cocoaError(CocoaErrorCode::fileWriteUnknown));
+    }
+    places_.common.notices.attributesChanged(inode); // hosts tell the low 32 bits of a size
+    ended(inode, std::nullopt);
+}
+
+void Downloads::failed(replica::Inode inode, const std::string& identifier, const NSError& error) {
+    const std::string connection(resolveIdentifier(identifier).domain);
+    if (!BxMessages::sharedInstance().isReachable(connection)) return ended(inode, serverUnreachable());
+    if (error.code == FileProviderErrorCode::noSuchItem)
+        places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier}));
+    ended(inode, error);
+}
+
+void Downloads::ended(replica::Inode inode, const std::optional<NSError>& error) {
+    const auto download = state_.with([&](State& state) { return state.downloads.extract(inode); });
+    if (download)
+        for (const auto& [token, handler] : download.mapped().waiting) handler(error);
+}
+
+std::vector<Transfer> Downloads::transfers() const {
+    return state_.with([](const State& state) {
+        std::vector<Transfer> all;
+        for (const auto& [inode, download] : state.downloads)
+            all.push_back({inode, download.progress ? download.progress->completedUnitCount() : 0, 100});
+        return all;
+    });
+}
+
+std::optional<Transfer> Downloads::transfer(replica::Inode inode) const {
+    return state_.with([&](const State& state) -> std::optional<Transfer> {
+        const auto entry = state.downloads.find(inode);
+        if (entry == state.downloads.end()) return std::nullopt;
+        return Transfer{inode, entry->second.progress ? entry->second.progress->completedUnitCount() : 0, 100};
+    });
+}
+
+} // namespace brindlemar

@@ -1,0 +1,58 @@
+// Fetches contents, once for all who wait for them.
+#pragma once
+
+#include "provider/FetchedFiles.h"
+#include "provider/mount/Contents.h"
+#include "provider/mount/Folders.h"
+
+#include <list>
+
+namespace brindlemar {
+
+/// Something on its way between the host and here, for people who ask.
+struct Transfer {
+    replica::Inode inode = 0;
+    std::int64_t completed = 0, total = 0;
+};
+
+/// Thread-safe.
+class Downloads : public std::enable_shared_from_this<Downloads> {
+public:
+    /// All of them outlive the last task.
+    struct Places {
+        Folders::Places common;
+        std::shared_ptr<Folders> folders;
+        FetchedFiles& fetched;
+        Contents& contents;
+    };
+    explicit Downloads(const Places& places) : places_(places) {}
+
+    /// Called once, unless it is taken back: the contents are local, or why they are not.
+    using Handler = std::function<void(const std::optional<NSError>& error)>;
+    using Token = std::uint64_t;
+    Token want(replica::Inode inode, Handler handler);
+    /// Nobody waits any more: a fetch that is for nobody else ends.
+    void unwant(replica::Inode inode, Token token);
+
+    std::vector<Transfer> transfers() const;
+    std::optional<Transfer> transfer(replica::Inode inode) const;
+
+private:
+    struct Download {
+        std::list<std::pair<Token, Handler>> waiting;
+        std::shared_ptr<NSProgress> progress;
+    };
+    struct State {
+        Token last = 0;
+        std::unordered_map<replica::Inode, Download> downloads;
+    };
+    void start(replica::Inode inode, bool mayIdentify);
+    void arrived(replica::Inode inode, const std::string& identifier, const FileURL& file);
+    void failed(replica::Inode inode, const std::string& identifier, const NSError& error);
+    void ended(replica::Inode inode, const std::optional<NSError>& error);
+
+    const Places places_;
+    Guarded<State> state_;
+};
+
+} // namespace brindlemar

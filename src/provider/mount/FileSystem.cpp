@@ -1,0 +1,187 @@
+#include "provider/mount/FileSystem.h"
+
+#include "provider/mount/Attributes.h"
+#include "provider/mount/ItemAttributes.h"
+
+#include <fcntl.h>
+#include <sys/statvfs.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace brindlemar {
+
+using replica::Inode;
+using replica::Row;
+
+namespace {
+/// Kept true by notices; this is for the ones that come between an answer and its arrival in the kernel.
+constexpr double kKernelRemembers = 300; // seconds
+constexpr long kLongestName = 255;
+
+Timestamp timestampOf(const timespec& time) {
+    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+void answerText(fuse_req_t request, std::size_t size, const std::string& text) {
+    if (size == 0)
+        fuse_reply_xattr(request, text.size());
+    else if (size < text.size())
+        fuse_reply_err(request, ERANGE);
+    else
+        fuse_reply_buf(request, text.data(), text.size());
+}
+} // namespace
+
+FileSystem::FileSystem(const Places& places) : places_(places) {}
+
+struct stat FileSystem::attributes(const Row& row) const {
+    struct stat all = attributesOf(row);
+    if (row.folder) return all;
+    const auto file = places_.open.find(row.inode);
+    const auto local = file && file->changed ? file->local() : nullptr;
+    struct stat now {};
+    if (local && ::fstat(local->fd(), &now) == 0) {
+        all.st_size = now.st_size;
+        all.st_blocks = now.st_blocks;
+        all.st_mtim = all.st_ctim = now.st_mtim;
+    }
+    return all;
+}
+
+fuse_entry_param FileSystem::entry(const Row& row) const {
+    fuse_entry_param answer{};
+    answer.ino = static_cast<fuse_ino_t>(row.inode);
+    answer.attr = attributes(row);
+    answer.attr_timeout = answer.entry_timeout = kKernelRemembers;
+    return answer;
+}
+
+void FileSystem::answerAttributes(fuse_req_t request, const Row& row) const {
+    const struct stat all = attributes(row);
+    fuse_reply_attr(request, &all, kKernelRemembers);
+}
+
+Row FileSystem::row(Inode inode) const {
+    if (auto known = places_.common.replica.row(inode)) return *known;
+    if (const auto file = places_.open.find(inode)) return file->atOpening;
+    throw ErrorNumber{ENOENT};
+}
+
+void FileSystem::lookup(fuse_req_t request, Inode parent, const std::string& name) {
+    const auto folder = places_.common.replica.row(parent);
+    if (!folder) throw ErrorNumber{ENOENT};
+    const bool isKnown = Folders::isKnown(*folder);
+    fuse_entry_param answer{};
+    answer.entry_timeout = parent == replica::kRoot ? 0 : kKernelRemembers;
+    if (const auto found = places_.common.replica.child(parent, name))
+        answer = entry(*found);
+    else if (!isKnown)
+        return whenListed(request, parent, [this, parent, name](const auto& parked) {
+            const auto arrived = places_.common.replica.child(parent, name);
+            const auto now = places_.common.replica.row(parent);
+            const bool isOver = parent == replica::kRoot || !now || Folders::isKnown(*now);
+            parked->answer([&](fuse_req_t waiting) {
+                if (arrived) {
+                    const fuse_entry_param found = entry(*arrived);
+                    fuse_reply_entry(waiting, &found);
+                } else if (isOver) {
+                    fuse_reply_err(waiting, ENOENT);
+                } else {
+                    lookup(waiting, parent, name);
+                }
+            });
+        });
+    fuse_reply_entry(request, &answer);
+}
+
+void FileSystem::getAttributes(fuse_req_t request, Inode inode) { answerAttributes(request, row(inode)); }
+
+void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct stat& wanted, int which) {
+    Row item = row(inode);
+    if (((which & FUSE_SET_ATTR_UID) && wanted.st_uid != ::geteuid()) ||
+        ((which & FUSE_SET_ATTR_GID) && wanted.st_gid != ::getegid()))
+        throw ErrorNumber{EPERM};
+    if (inode == replica::kRoot) throw ErrorNumber{EACCES};
+    if (which & FUSE_SET_ATTR_SIZE) {
+        if (!(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
+        const auto file = places_.open.get(item);
+        const off_t size = wanted.st_size;
+        if (size == 0) {
+            replaceContents(*file);
+        } else if (const auto local = localContents(file)) {
+            setSize(*file, *local, size);
+        } else {
+            struct stat rest = wanted;
+            return whenLocal(request, file, [=, this](const auto& parked) {
+                parked->answer([&](fuse_req_t waiting) { setAttributes(waiting, inode, rest, which); });
+            });
+        }
+        if (file->writers == 0) makeSafe(*file); // no close will come
+        item = row(inode);
+    }
+    ItemFields fields = 0;
+    const Timestamp now = places_.common.clock.now();
+    if (which & FUSE_SET_ATTR_MODE) item.mode = wanted.st_mode & 0777 & allowedPermissions(item);
+    if (which & (FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW))
+        item.used = which & FUSE_SET_ATTR_ATIME_NOW ? now : timestampOf(wanted.st_atim);
+    if (which & (FUSE_SET_ATTR_MTIME | FUSE_SET_ATTR_MTIME_NOW)) {
+        if (!(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
+        item.modified = which & FUSE_SET_ATTR_MTIME_NOW ? now : timestampOf(wanted.st_mtim);
+        fields |= ItemField::contentModificationDate;
+        const auto file = places_.open.find(inode);
+        const auto local = file && file->changed ? file->local() : nullptr;
+        const struct stat dates = attributesOf(item);
+        const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, dates.st_mtim};
+        if (local) ::futimens(local->fd(), times); // what is saved at the close
+    }
+    const int others = FUSE_SET_ATTR_MODE | FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW | FUSE_SET_ATTR_MTIME |
+                       FUSE_SET_ATTR_MTIME_NOW;
+    if (which & others) {
+        places_.common.replica.change(item, fields, replica::Safe::fromCrash);
+        if (fields) places_.uploads.touched(inode);
+    }
+    answerAttributes(request, item);
+}
+
+void FileSystem::statistics(fuse_req_t request) const {
+    struct statvfs all {};
+    if (::statvfs(places_.contents.directory().c_str(), &all) != 0) throw ErrorNumber{errno};
+    all.f_namemax = kLongestName;
+    fuse_reply_statfs(request, &all);
+}
+
+AttributeSource FileSystem::source(const Row& row, std::optional<Transfer>& transfer,
+                                   DomainManager::State& domain) const {
+    transfer = places_.downloads.transfer(row.inode);
+    if (row.inode == replica::kRoot) domain = places_.common.manager.state();
+    return {row, transfer, domain};
+}
+
+void FileSystem::getExtended(fuse_req_t request, Inode inode, const std::string& name, std::size_t size) {
+    if (!isItemAttribute(name)) throw ErrorNumber{ENODATA}; // the kernel asks for one before each first write
+    const Row item = row(inode);
+    std::optional<Transfer> transfer;
+    DomainManager::State domain;
+    const auto value = itemAttribute(name, source(item, transfer, domain));
+    if (!value) throw ErrorNumber{ENODATA};
+    answerText(request, size, *value);
+}
+
+void FileSystem::listExtended(fuse_req_t request, Inode inode, std::size_t size) {
+    const Row item = row(inode);
+    std::optional<Transfer> transfer;
+    DomainManager::State domain;
+    answerText(request, size, itemAttributeNames(source(item, transfer, domain)));
+}
+
+void FileSystem::whenListed(fuse_req_t request, Inode folder, Then then) {
+    const auto parked = ParkedRequest::park(request, places_.common.tasks);
+    parked->onInterruption([] {});
+    places_.folders.list(folder, [parked, then = std::move(then)](bool, const std::optional<NSError>& error) {
+        if (error) return parked->fail(errorNumber(*error));
+        then(parked);
+    });
+}
+
+} // namespace brindlemar

@@ -1,0 +1,125 @@
+#include "provider/mount/FileSystem.h"
+
+#include "provider/mount/Attributes.h"
+#include "support/Utf8.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace brindlemar {
+
+using replica::Inode;
+using replica::Row;
+
+namespace {
+void checkName(const std::string& name) {
+    constexpr std::size_t longest = 255;
+    if (name.size() > longest) throw ErrorNumber{ENAMETOOLONG};
+    if (!isValidUtf8(name)) throw ErrorNumber{EILSEQ}; // requests are JSON
+}
+} // namespace
+
+Row FileSystem::namedEntry(Inode parent, const std::string& name) const {
+    auto found = places_.common.replica.child(parent, name);
+    if (!found) throw ErrorNumber{ENOENT};
+    return *found;
+}
+
+Row FileSystem::changeableFolder(Inode inode) const {
+    Row folder = row(inode);
+    if (inode == replica::kRoot || !(folder.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
+    return folder;
+}
+
+Inode FileSystem::connectionOf(Row item) const {
+    while (item.parent != replica::kRoot && item.inode != replica::kRoot) item = row(item.parent);
+    return item.inode;
+}
+
+Row FileSystem::makeEntry(Inode parent, const std::string& name, std::optional<std::string> contents, mode_t mode) {
+    changeableFolder(parent);
+    checkName(name);
+    if (places_.common.replica.child(parent, name)) throw ErrorNumber{EEXIST};
+    return places_.common.replica.create(parent, name, std::move(contents), mode & 0777, places_.common.clock.now());
+}
+
+void FileSystem::create(fuse_req_t request, Inode parent, const std::string& name, mode_t mode, fuse_file_info* info) {
+    changeableFolder(parent);
+    checkName(name);
+    const auto local = places_.contents.create();
+    const Row made = makeEntry(parent, name, local->name, mode);
+    const auto file = places_.open.get(made);
+    file->setLocal(local);
+    file->changed = true; // an empty file is one, too
+    const fuse_entry_param answer = entry(made);
+    if (!info) {
+        makeSafe(*file);
+        fuse_reply_entry(request, &answer);
+        return;
+    }
+    info->keep_cache = 1;
+    openHandle(*info, file);
+    file->marked = true; // all of it is new to the host
+    if (fuse_reply_create(request, &answer, info) != 0) dropHandle(*info);
+}
+
+void FileSystem::makeFolder(fuse_req_t request, Inode parent, const std::string& name, mode_t mode) {
+    const Row made = makeEntry(parent, name, std::nullopt, mode);
+    places_.uploads.touched(made.inode);
+    const fuse_entry_param answer = entry(made);
+    fuse_reply_entry(request, &answer);
+}
+
+void FileSystem::removeFile(fuse_req_t request, Inode parent, const std::string& name) {
+    changeableFolder(parent);
+    const Row item = namedEntry(parent, name);
+    if (item.folder) throw ErrorNumber{EISDIR};
+    if (!(item.capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
+    places_.common.replica.remove(item.inode);
+    places_.uploads.touched(item.inode);
+    fuse_reply_err(request, 0);
+}
+
+void FileSystem::removeFolder(fuse_req_t request, Inode parent, const std::string& name) {
+    changeableFolder(parent);
+    const Row item = namedEntry(parent, name);
+    if (!item.folder) throw ErrorNumber{ENOTDIR};
+    if (!(item.capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
+    if (!Folders::isKnown(item)) // it may be full
+        return whenListed(request, item.inode, [this, parent, name](const auto& parked) {
+            parked->answer([&](fuse_req_t waiting) { removeFolder(waiting, parent, name); });
+        });
+    if (!places_.common.replica.remove(item.inode)) throw ErrorNumber{ENOTEMPTY};
+    places_.uploads.touched(item.inode);
+    fuse_reply_err(request, 0);
+}
+
+void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& name, Inode newParent,
+                        const std::string& newName, unsigned flags) {
+    if (flags & ~unsigned{RENAME_NOREPLACE}) throw ErrorNumber{EINVAL};
+    changeableFolder(parent);
+    const Row target = changeableFolder(newParent);
+    checkName(newName);
+    const Row item = namedEntry(parent, name);
+    if (!(item.capabilities & Capability::renaming)) throw ErrorNumber{EACCES};
+    if (connectionOf(item) != connectionOf(target)) throw ErrorNumber{EXDEV}; // programs copy then
+    if (const auto victim = places_.common.replica.child(newParent, newName); victim && victim->inode != item.inode) {
+        if (flags & RENAME_NOREPLACE) throw ErrorNumber{EEXIST};
+        if (victim->folder != item.folder) throw ErrorNumber{victim->folder ? EISDIR : ENOTDIR};
+        if (!(victim->capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
+        if (victim->folder && !Folders::isKnown(*victim))
+            return whenListed(request, victim->inode, [=, this](const auto& parked) {
+                parked->answer([&](fuse_req_t waiting) { rename(waiting, parent, name, newParent, newName, flags); });
+            });
+        bool isEmpty = true;
+        if (victim->folder)
+            places_.common.replica.children(victim->inode, 0, [&](const Row&) { return isEmpty = false; });
+        if (!isEmpty) throw ErrorNumber{ENOTEMPTY};
+    }
+    places_.common.replica.move(item.inode, newParent, newName);
+    places_.uploads.touched(item.inode);
+    fuse_reply_err(request, 0);
+}
+
+} // namespace brindlemar

@@ -1,0 +1,232 @@
+#include "provider/mount/FileSystem.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace brindlemar {
+
+using replica::Inode;
+using replica::Row;
+
+namespace {
+/// Contents up to this size are kept in the database too until the host has them: one fsync(2) makes both safe.
+constexpr off_t kSmall = 32 * 1024;
+
+[[noreturn]] void failWithErrno() { throw ErrorNumber{errno}; }
+
+std::string wholeFile(const LocalFile& file, off_t size) {
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t part = ::pread(file.fd(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+        if (part < 0 && errno == EINTR) continue;
+        if (part < 0) failWithErrno();
+        if (part == 0) break; // cut meanwhile; a further save comes
+        done += static_cast<std::size_t>(part);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+Timestamp dateOf(const timespec& time) {
+    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+} // namespace
+
+/// What a program has open.
+struct FileSystem::Handle {
+    OpenFilePointer file;
+    bool writes = false, appends = false;
+    static Handle& of(const fuse_file_info& info) { return *reinterpret_cast<Handle*>(info.fh); }
+};
+
+void FileSystem::openHandle(fuse_file_info& info, OpenFilePointer file) {
+    auto handle = std::make_unique<Handle>();
+    handle->writes = (info.flags & O_ACCMODE) != O_RDONLY;
+    handle->appends = (info.flags & O_APPEND) != 0;
+    if (handle->writes && file->writers.fetch_add(1) == 0) file->marked = false;
+    handle->file = std::move(file);
+    info.fh = reinterpret_cast<std::uint64_t>(handle.release());
+}
+
+void FileSystem::dropHandle(const fuse_file_info& info) {
+    const std::unique_ptr<Handle> handle(&Handle::of(info));
+    if (handle->writes) --handle->file->writers;
+}
+
+std::shared_ptr<LocalFile> FileSystem::localContents(const OpenFilePointer& file) const {
+    if (auto local = file->local()) return local;
+    const auto now = places_.common.replica.row(file->inode());
+    if (!now || !now->contents) return nullptr;
+    std::lock_guard lock(file->saving); // two readers at once open one file
+    if (auto local = file->local()) return local;
+    auto local = places_.contents.open(*now->contents);
+    if (local) file->setLocal(local);
+    return local;
+}
+
+void FileSystem::whenLocal(fuse_req_t request, const OpenFilePointer& file, Then then) {
+    const auto parked = ParkedRequest::park(request, places_.common.tasks);
+    const Inode inode = file->inode();
+    const auto token = std::make_shared<std::atomic<Downloads::Token>>(0);
+    parked->onInterruption([this, inode, token] { places_.downloads.unwant(inode, *token); });
+    *token = places_.downloads.want(inode, [parked, then = std::move(then)](const auto& error) {
+        if (error) return parked->fail(errorNumber(*error));
+        then(parked);
+    });
+    if (parked->isAnswered()) places_.downloads.unwant(inode, *token);
+}
+
+void FileSystem::open(fuse_req_t request, Inode inode, fuse_file_info& info) {
+    const Row item = row(inode);
+    const bool writes = (info.flags & O_ACCMODE) != O_RDONLY;
+    if (writes && !(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
+    const auto file = places_.open.get(item);
+    if (info.flags & O_TRUNC) replaceContents(*file);
+    info.keep_cache = 1;
+    // The size may be known by its low 32 bits only: reads have to come here to find out.
+    info.direct_io = !writes && !item.contents && !file->local();
+    openHandle(info, file);
+    if (fuse_reply_open(request, &info) != 0) dropHandle(info); // interrupted
+}
+
+void FileSystem::read(fuse_req_t request, std::size_t size, off_t from, const fuse_file_info& info) {
+    const OpenFilePointer file = Handle::of(info).file;
+    const auto answer = [size, from](fuse_req_t reader, const LocalFile& local) {
+        fuse_bufvec data = FUSE_BUFVEC_INIT(size);
+        data.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK | FUSE_BUF_FD_RETRY);
+        data.buf[0].fd = local.fd();
+        data.buf[0].pos = from;
+        fuse_reply_data(reader, &data, FUSE_BUF_SPLICE_MOVE);
+    };
+    if (const auto local = localContents(file)) return answer(request, *local);
+    whenLocal(request, file, [this, file, answer](const auto& parked) {
+        const auto local = localContents(file);
+        if (!local) return parked->fail(EIO);
+        parked->answer([&](fuse_req_t reader) { answer(reader, *local); });
+    });
+}
+
+void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fuse_file_info& info) {
+    const Handle& handle = Handle::of(info);
+    const OpenFilePointer file = handle.file;
+    const auto put = [this, file, at, appends = handle.appends](fuse_req_t writer, LocalFile& local,
+                                                                fuse_bufvec& source) {
+        beginChange(*file);
+        struct stat now {};
+        if (appends && ::fstat(local.fd(), &now) != 0) failWithErrno();
+        fuse_bufvec target = FUSE_BUFVEC_INIT(fuse_buf_size(&source));
+        target.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK | FUSE_BUF_FD_RETRY);
+        target.buf[0].fd = local.fd();
+        target.buf[0].pos = appends ? now.st_size : at;
+        const ssize_t written = fuse_buf_copy(&target, &source, FUSE_BUF_SPLICE_NONBLOCK);
+        file->changed = true;
+        if (written < 0) throw ErrorNumber{static_cast<int>(-written)};
+        fuse_reply_write(writer, static_cast<std::size_t>(written));
+    };
+    if (const auto local = localContents(file)) return put(request, *local, data);
+    // The data lives as long as this call only.
+    auto copy = std::make_shared<std::string>(fuse_buf_size(&data), '\0');
+    fuse_bufvec target = FUSE_BUFVEC_INIT(copy->size());
+    target.buf[0].mem = copy->data();
+    if (const ssize_t copied = fuse_buf_copy(&target, &data, FUSE_BUF_SPLICE_NONBLOCK); copied < 0)
+        throw ErrorNumber{static_cast<int>(-copied)};
+    whenLocal(request, file, [this, file, copy, put](const auto& parked) {
+        const auto local = localContents(file);
+        if (!local) return parked->fail(EIO);
+        fuse_bufvec source = FUSE_BUFVEC_INIT(copy->size());
+        source.buf[0].mem = copy->data();
+        parked->answer([&](fuse_req_t writer) { put(writer, *local, source); });
+    });
+}
+
+void FileSystem::beginChange(OpenFile& file) const {
+    if (file.marked) return;
+    std::lock_guard lock(file.saving);
+    if (file.marked) return;
+    auto item = places_.common.replica.row(file.inode());
+    const bool isWaiting = item && (item->pending.creation || item->pending.fields & ItemField::contents);
+    const auto local = file.local();
+    if (item && local && item->contents == local->name &&
+        !isWaiting) // a crash from here on must not make the host's contents count
+        places_.common.replica.change(*item, ItemField::contents, replica::Safe::fromCrash);
+    file.marked = true;
+}
+
+void FileSystem::replaceContents(OpenFile& file) const {
+    std::lock_guard lock(file.saving);
+    // The old ones stay until the new ones are safe.
+    file.setLocal(places_.contents.create());
+    file.changed = true;
+}
+
+void FileSystem::setSize(OpenFile& file, LocalFile& local, off_t size) const {
+    beginChange(file);
+    if (::ftruncate(local.fd(), size) != 0) failWithErrno();
+    file.changed = true;
+}
+
+void FileSystem::makeSafe(OpenFile& file) const {
+    std::lock_guard lock(file.saving);
+    if (!file.changed.exchange(false)) return;
+    try {
+        const auto local = file.local();
+        auto item = places_.common.replica.row(file.inode());
+        struct stat now {};
+        if (!local) return;
+        if (!item || item->pending.deletion) return places_.contents.remove(local->name);
+        if (::fstat(local->fd(), &now) != 0) failWithErrno();
+        item->contents = local->name;
+        item->size = static_cast<std::uint64_t>(now.st_size);
+        item->modified = dateOf(now.st_mtim);
+        Contents::mark(local->fd(),
+                       {places_.common.replica.path(item->inode).value_or(""), item->identifier.value_or("")});
+        std::optional<std::string> bytes;
+        if (now.st_size <= kSmall)
+            bytes = wholeFile(*local, now.st_size);
+        else if (::fdatasync(local->fd()) != 0)
+            failWithErrno();
+        places_.common.replica.change(*item, ItemField::contents | ItemField::contentModificationDate,
+                                      replica::Safe::fromPowerLoss, bytes);
+    } catch (...) {
+        file.changed = true; // not safe yet; the next save tries again
+        throw;
+    }
+    file.marked = false;
+    places_.uploads.touched(file.inode());
+}
+
+void FileSystem::save(fuse_req_t request, const fuse_file_info& info) {
+    const Handle& handle = Handle::of(info);
+    if (handle.writes) makeSafe(*handle.file);
+    fuse_reply_err(request, 0);
+}
+
+void FileSystem::release(fuse_req_t request, const fuse_file_info& info) {
+    const std::unique_ptr<Handle> handle(&Handle::of(info));
+    const bool isLast = handle->writes && handle->file->writers.fetch_sub(1) == 1;
+    if (isLast) {
+        try {
+            makeSafe(*handle->file);      // written through a mapping after the last flush
+        } catch (const std::exception&) { // the file keeps its mark; what was safe stays so
+        } catch (const ErrorNumber&) {
+        }
+        places_.uploads.look();
+    }
+    fuse_reply_err(request, 0);
+}
+
+void FileSystem::allocate(fuse_req_t request, int mode, off_t at, off_t length, const fuse_file_info& info) {
+    const Handle& handle = Handle::of(info);
+    const auto local = localContents(handle.file);
+    if (!local) throw ErrorNumber{EOPNOTSUPP}; // programs write instead
+    beginChange(*handle.file);
+    if (::fallocate(local->fd(), mode, at, length) != 0) failWithErrno();
+    handle.file->changed = true;
+    fuse_reply_err(request, 0);
+}
+
+} // namespace brindlemar

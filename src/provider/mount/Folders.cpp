@@ -1,0 +1,148 @@
+#include "provider/mount/Folders.h"
+
+#include "items/ItemIdentifiers.h"
+#include "messaging/BxMessages.h"
+#include "provider/ChangeFeed.h"
+#include "support/Logger.h"
+
+namespace brindlemar {
+
+namespace {
+constexpr std::int64_t kFirstPage = 200, kFurtherPages = 5000; // the first is for people, who wait
+}
+
+/// One listing on its way through its pages.
+class FolderListing final : public NSFileProviderEnumerationObserver,
+                            public std::enable_shared_from_this<FolderListing> {
+public:
+    FolderListing(std::shared_ptr<Folders> folders, replica::Inode folder, ItemIdentifier identifier,
+                  std::string connection, std::shared_ptr<NSFileProviderEnumerator> enumerator)
+        : folders_(std::move(folders)), folder_(folder), identifier_(std::move(identifier)),
+          connection_(std::move(connection)), enumerator_(std::move(enumerator)),
+          since_(folders_->places_.manager.state().since) {}
+
+    void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
+    std::int64_t suggestedPageSize() const override { return pageSize_; }
+    void didEnumerateItems(ItemBatch items) override {
+        if (folders_->isStill(folder_, identifier_)) folders_->arrived(folder_, std::move(items));
+    }
+    void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
+        pageSize_ = kFurtherPages;
+        if (page) {
+            folders_->advanced(folder_);
+            return ask(std::move(*page));
+        }
+        // Without a host a listing is empty; that does not mean that the folder is.
+        const bool isAnswer = connection_.empty() || (BxMessages::sharedInstance().isReachable(connection_) &&
+                                                      folders_->places_.manager.state().since == since_);
+        if (!folders_->isStill(folder_, identifier_))
+            return folders_->start(folder_); // renamed: all its identifiers differ
+        folders_->ended(folder_, isAnswer ? std::nullopt : std::optional(serverUnreachable()));
+    }
+
+private:
+    void ask(NSFileProviderPage page) {
+        folders_->places_.tasks.async(
+            [self = shared_from_this(), page = std::move(page)] { self->enumerator_->enumerateItems(self, page); });
+    }
+    const std::shared_ptr<Folders> folders_;
+    const replica::Inode folder_;
+    const ItemIdentifier identifier_;
+    const std::string connection_;
+    const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
+    const Timestamp since_;
+    std::atomic<std::int64_t> pageSize_{kFirstPage};
+};
+
+void Folders::list(replica::Inode folder, Handler handler) {
+    const bool isFirst = listings_.with([&](auto& listings) {
+        const auto [entry, made] = listings.try_emplace(folder);
+        if (handler) entry->second.waiting.push_back(std::move(handler));
+        return made;
+    });
+    if (isFirst) places_.tasks.async([self = shared_from_this(), folder] { self->start(folder); });
+}
+
+void Folders::refresh(replica::Inode folder) {
+    const Timestamp now = places_.clock.now();
+    const bool isDue = checked_.with([&](auto& checked) {
+        const auto entry = checked.find(folder);
+        return entry == checked.end() || now - entry->second >= OpenFolders::kFresh;
+    });
+    if (isDue && places_.manager.isConnected()) list(folder, nullptr);
+}
+
+void Folders::identify(const replica::Row& item, std::function<void(const std::optional<NSError>& error)> known) {
+    list(item.parent, [self = shared_from_this(), item, known = std::move(known)](bool more, const auto& error) {
+        const auto now = self->places_.replica.row(item.inode);
+        if (now && now->identifier) return known(std::nullopt);
+        if (more) return self->identify(item, known);
+        known(error.value_or(noSuchItem()));
+    });
+}
+
+void Folders::identifyAll() {
+    for (const replica::Inode folder : places_.replica.foldersToIdentify()) list(folder, nullptr);
+}
+
+void Folders::start(replica::Inode folder) {
+    const auto row = places_.replica.row(folder);
+    if (!row || row->pending.deletion) return ended(folder, noSuchItem());
+    if (row->identifier) return enumerate(folder, *row);
+    if (row->pending.creation) return ended(folder, std::nullopt); // all of it is here
+    identify(*row, [self = shared_from_this(), folder](const auto& error) {
+        const auto now = self->places_.replica.row(folder);
+        if (!error && now && now->identifier) return self->enumerate(folder, *now);
+        self->ended(folder, error.value_or(noSuchItem()));
+    });
+}
+
+void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
+    const std::string connection(resolveIdentifier(*row.identifier).domain);
+    const bool isRoot = folder == replica::kRoot;
+    if (!isRoot && !places_.hostIsExpected(connection)) return ended(folder, serverUnreachable());
+    auto opened = places_.folders.open(*places_.extension, *row.identifier);
+    if (const auto* error = std::get_if<NSError>(&opened)) return ended(folder, *error);
+    const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
+    checked_.with([&](auto& checked) { checked[folder] = places_.clock.now(); });
+    const auto listing = std::make_shared<FolderListing>(shared_from_this(), folder, *row.identifier,
+                                                         isRoot ? "" : connection, enumerator);
+    if (!stale || isRoot) return listing->start();
+    enumerator->enumerateChanges(
+        std::make_shared<ChangeCollector>([self = shared_from_this(), listing](const ChangeSet& changes) {
+            self->places_.notices.tell(self->places_.replica.remove(changes.deleted));
+            listing->start();
+        }),
+        NSFileProviderSyncAnchor());
+}
+
+bool Folders::isStill(replica::Inode folder, const ItemIdentifier& identifier) const {
+    const auto row = places_.replica.row(folder);
+    return row && row->identifier == identifier;
+}
+
+void Folders::arrived(replica::Inode folder, ItemBatch items) {
+    try {
+        places_.notices.tell(places_.replica.merge(folder, items.items(), places_.clock.now()));
+    } catch (const sqlite::Error& error) {
+        LogScope(Logger::shared(), "arrived(_:)").error(error.what());
+    }
+}
+
+void Folders::advanced(replica::Inode folder) {
+    const auto waiting = listings_.with([&](auto& listings) { return std::exchange(listings[folder].waiting, {}); });
+    for (const Handler& handler : waiting) handler(true, std::nullopt);
+}
+
+void Folders::ended(replica::Inode folder, const std::optional<NSError>& error) {
+    if (!error && folder != replica::kRoot)
+        places_.notices.tell(places_.replica.setListed(folder, places_.clock.now()));
+    const auto listing = listings_.with([&](auto& listings) { return listings.extract(folder); });
+    if (error && error->code == FileProviderErrorCode::noSuchItem)
+        if (const auto row = places_.replica.row(folder); row && row->identifier && folder != replica::kRoot)
+            places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}));
+    if (listing)
+        for (const Handler& handler : listing.mapped().waiting) handler(false, error);
+}
+
+} // namespace brindlemar

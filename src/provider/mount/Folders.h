@@ -1,0 +1,63 @@
+// Lists folders into the replica.
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/Extension.h"
+#include "platform/Queue.h"
+#include "provider/DomainRegistry.h"
+#include "provider/OpenFolders.h"
+#include "provider/mount/KernelNotices.h"
+#include "provider/replica/Replica.h"
+
+#include <unordered_map>
+
+namespace brindlemar {
+
+/// Each folder is listed once at a time, for all who wait. Thread-safe; nothing waits for the host but the tasks.
+class Folders : public std::enable_shared_from_this<Folders> {
+public:
+    /// All of them outlive the last task.
+    struct Places {
+        replica::Replica& replica;
+        KernelNotices& notices;
+        std::shared_ptr<NSFileProviderReplicatedExtension> extension;
+        OpenFolders& folders;
+        DomainManager& manager;
+        Queue& tasks;
+        Clock& clock;
+        /// False when a request to this connection's host would be for nothing. Does not wait for the host.
+        std::function<bool(const std::string& connection)> hostIsExpected;
+    };
+    explicit Folders(const Places& places) : places_(places) {}
+
+    /// Called once, when more of the listing has arrived (`more`), or it has ended, on a thread that may be kept.
+    using Handler = std::function<void(bool more, const std::optional<NSError>& error)>;
+    /// Lists the folder, or joins in its listing.
+    void list(replica::Inode folder, Handler handler);
+    /// Looks for changes in a folder that was shown before, at most every ten seconds.
+    void refresh(replica::Inode folder);
+    /// Learns from the host by what identifier it knows the item; `known` is called once, on any thread.
+    void identify(const replica::Row& item, std::function<void(const std::optional<NSError>& error)> known);
+    /// Lists what has to be listed before all that waits for the host can be told.
+    void identifyAll();
+    /// True when all that is in the folder is in the replica.
+    static bool isKnown(const replica::Row& folder) { return folder.listed.has_value(); }
+
+private:
+    friend class FolderListing;
+    void start(replica::Inode folder);
+    void enumerate(replica::Inode folder, const replica::Row& row);
+    bool isStill(replica::Inode folder, const ItemIdentifier& identifier) const;
+    void arrived(replica::Inode folder, ItemBatch items);
+    void advanced(replica::Inode folder);
+    void ended(replica::Inode folder, const std::optional<NSError>& error);
+
+    const Places places_;
+    struct Listing {
+        std::vector<Handler> waiting;
+    };
+    Guarded<std::unordered_map<replica::Inode, Listing>> listings_;
+    Guarded<std::unordered_map<replica::Inode, Timestamp>> checked_; // when each was last listed in this run
+};
+
+} // namespace brindlemar

@@ -1,0 +1,77 @@
+#include "provider/mount/KernelNotices.h"
+
+#include "linux/queues/QuietThread.h"
+
+namespace brindlemar {
+
+KernelNotices::KernelNotices(OpenFiles& open) : open_(open), thread_(startQuietThread([this] { run(); })) {}
+
+KernelNotices::~KernelNotices() {
+    stop();
+    thread_.join();
+}
+
+void KernelNotices::start(fuse::FuseSession& session) {
+    std::lock_guard lock(mutex_);
+    session_ = &session;
+}
+
+void KernelNotices::stop() {
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    session_ = nullptr;
+    waiting_.clear();
+    wake_.notify_all();
+    told_.wait(lock, [this] { return !isTelling_; });
+}
+
+void KernelNotices::tell(replica::Effects effects) {
+    if (effects.empty()) return;
+    for (const replica::Effect& effect : effects) {
+        const auto file = effect.contents ? open_.find(effect.inode) : nullptr;
+        if (file && !file->changed) file->setLocal(nullptr);
+    }
+    {
+        std::lock_guard lock(mutex_);
+        if (!session_) return; // nothing is known to the kernel yet, or any more
+        waiting_.push_back(std::move(effects));
+    }
+    wake_.notify_one();
+}
+
+void KernelNotices::attributesChanged(replica::Inode inode) {
+    std::lock_guard lock(mutex_); // such a notice waits for nobody
+    if (session_) session_->invalidateAttributes(static_cast<fuse_ino_t>(inode));
+}
+
+void KernelNotices::run() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        wake_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+        if (stopping_) return;
+        const replica::Effects effects = std::move(waiting_.front());
+        waiting_.pop_front();
+        fuse::FuseSession* const session = session_;
+        isTelling_ = true;
+        lock.unlock();
+        replica::Inode lastFolder = 0;
+        for (const replica::Effect& effect : effects) tellOne(*session, effect, lastFolder);
+        lock.lock();
+        isTelling_ = false;
+        told_.notify_all();
+    }
+}
+
+void KernelNotices::tellOne(fuse::FuseSession& session, const replica::Effect& effect, replica::Inode& lastFolder) {
+    const auto parent = static_cast<fuse_ino_t>(effect.parent), inode = static_cast<fuse_ino_t>(effect.inode);
+    if (effect.entry) {
+        session.invalidateEntry(parent, effect.name);
+        if (std::exchange(lastFolder, effect.parent) != effect.parent) session.invalidateContents(parent);
+    }
+    if (effect.contents)
+        session.invalidateContents(inode);
+    else if (!effect.entry)
+        session.invalidateAttributes(inode);
+}
+
+} // namespace brindlemar

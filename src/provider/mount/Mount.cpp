@@ -1,0 +1,237 @@
+#include "provider/mount/Mount.h"
+
+#include "linux/dbus/DesktopNotification.h"
+#include "support/Logger.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fcntl.h>
+
+#include <filesystem>
+#include <fstream>
+#include <unordered_set>
+
+namespace brindlemar {
+
+using replica::Inode;
+using replica::Row;
+
+namespace {
+constexpr unsigned kThreads = 8; // some of them in fsync(2)
+constexpr std::size_t kMostFailures = 100;
+constexpr std::string_view kBoot = "boot", kSynced = "synced";
+
+std::string directory(const std::string& path) {
+    std::filesystem::create_directories(path);
+    return path;
+}
+
+/// Changes with each start of the machine, see proc(5).
+std::string bootIdentifier() {
+    std::string text;
+    std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), text);
+    return text;
+}
+} // namespace
+
+Mount::Mount(const std::string& state, std::string path, const Places& places)
+    : path_(std::move(path)), places_(places), contents_(state + "/contents"),
+      replica_(directory(state + "/replica"), [this](const std::string& text) { said_.push_back(text); }),
+      folders_(std::make_shared<Folders>(common())),
+      downloads_(std::make_shared<Downloads>(Downloads::Places{common(), folders_, places.fetched, contents_})),
+      uploads_(std::make_shared<Uploads>(Uploads::Places{common(), folders_, contents_, open_})),
+      rescue_(std::make_shared<Rescue>(Rescue::Places{replica_, contents_, folders_})),
+      files_({common(), *folders_, *downloads_, *uploads_, contents_, open_}) {
+    for (const std::string& text : said_) LogScope(Logger::shared(), "Mount").error(text);
+    recover();
+}
+
+Mount::~Mount() { hide(); }
+
+Folders::Places Mount::common() {
+    return {replica_, notices_, places_.extension, places_.folders, places_.manager, places_.tasks, places_.clock,
+            places_.hostIsExpected};
+}
+
+void Mount::recover() {
+    const std::string boot = bootIdentifier();
+    const auto last = replica_.remembered(kBoot);
+    if (last && *last != boot && *last != kSynced) {
+        // The machine has stopped without a word: what was not made safe may be half there.
+        replica_.eachKept([this](const std::string& name, std::string_view bytes) { contents_.write(name, bytes); });
+        replica_.eachContents([this](Inode inode, const std::string&, bool isPending) {
+            if (!isPending) replica_.dropContents(inode);
+        });
+    }
+    replica_.remember(kBoot, boot);
+    std::unordered_set<std::string> wanted;
+    replica_.eachContents([&](Inode inode, const std::string& name, bool isPending) {
+        struct stat now {};
+        if (::stat(contents_.pathOf(name).c_str(), &now) != 0) {
+            if (!isPending || !replica_.row(inode)) replica_.dropContents(inode);
+            return;
+        }
+        wanted.insert(name);
+        auto row = replica_.row(inode);
+        if (!isPending || !row || row->size == static_cast<std::uint64_t>(now.st_size)) return;
+        row->size = static_cast<std::uint64_t>(now.st_size); // written in place until the end
+        replica_.change(*row, ItemField::contents, replica::Safe::fromCrash);
+    });
+    replica_.takeDiscarded();
+    contents_.each([&](const std::string& name) {
+        if (wanted.contains(name)) return;
+        if (said_.empty()) return contents_.remove(name);
+        // The replica that knew of it is set aside.
+        if (const auto note = contents_.noteOf(name))
+            rescue_->add(name, *note);
+        else
+            putAside(name);
+    });
+    replica_.retry();
+}
+
+void Mount::putAside(const std::string& contents) {
+    const std::string place = directory(contents_.directory() + ".aside");
+    std::filesystem::rename(contents_.pathOf(contents), place + "/" + contents);
+}
+
+void Mount::lookForLost() {
+    rescue_->look([uploads = std::weak_ptr(uploads_)](Inode inode) {
+        if (const auto alive = uploads.lock()) alive->touched(inode);
+    });
+}
+
+void Mount::show() {
+    auto mounted = fuse::FuseSession::mount(path_, FileSystem::operations(), &files_);
+    session_.with([&](Session& session) {
+        if (auto* why = std::get_if<std::string>(&mounted)) {
+            session.error = std::move(*why);
+            return;
+        }
+        session.session = std::get<0>(std::move(mounted));
+        session.error.clear();
+        notices_.start(*session.session);
+        session.session->start(kThreads);
+    });
+    if (const std::string error = session_.with([](const Session& session) { return session.error; }); !error.empty())
+        LogScope(Logger::shared(), "show()").error(error);
+    uploads_->look();
+    folders_->identifyAll();
+}
+
+void Mount::hide() {
+    auto session = session_.with([](Session& current) {
+        current.error = "unmounted";
+        return std::move(current.session);
+    });
+    if (!session) return;
+    session->stop();
+    ParkedRequest::failAll(ENOTCONN);
+    notices_.stop();
+    open_.each([this](OpenFile& file) {
+        try {
+            files_.makeSafe(file);
+        } catch (const std::exception& error) {
+            LogScope(Logger::shared(), "hide()").error(error.what());
+        } catch (const ErrorNumber&) {
+        }
+    });
+    session.reset();
+    const int directory = ::open(contents_.directory().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory >= 0 && ::syncfs(directory) == 0) replica_.remember(kBoot, kSynced);
+    if (directory >= 0) ::close(directory);
+}
+
+void Mount::stop() { uploads_->stop(); }
+
+void Mount::apply(const ChangeSet& changes) {
+    std::unordered_map<std::string_view, ItemList> byFolder;
+    std::unordered_set<std::string_view> present;
+    for (const ItemBatch& batch : changes.updated)
+        for (const auto& item : batch.items()) {
+            byFolder[item->parentItemIdentifier()].push_back(item);
+            present.insert(item->itemIdentifier());
+        }
+    std::vector<ItemIdentifier> gone = changes.deleted;
+    std::erase_if(gone, [&](const ItemIdentifier& identifier) { return present.contains(identifier); });
+    try {
+        for (const auto& [identifier, items] : byFolder)
+            if (const auto folder = replica_.find(identifier))
+                notices_.tell(replica_.merge(folder->inode, items, places_.clock.now()));
+        notices_.tell(replica_.remove(gone));
+    } catch (const sqlite::Error& error) {
+        LogScope(Logger::shared(), "apply(_:)").error(error.what());
+    }
+    uploads_->hostIsBack();
+    lookForLost();
+}
+
+void Mount::domainChanged() {
+    const DomainManager::State domain = places_.manager.state();
+    const bool isNew = lastChange_.with([&](Change& last) {
+        const bool differs = last.since != domain.since || last.connected != domain.connected;
+        last = {domain.since, domain.connected};
+        return differs;
+    });
+    if (!isNew) return;
+    places_.tasks.async([this, domain] {
+        if (!domain.connected) return notifyDesktop("Brindlemar", domain.reason);
+        uploads_->hostIsBack();
+        lookForLost();
+    });
+}
+
+ChangeFeed::TopLevel Mount::topLevel() {
+    ChangeFeed::TopLevel all;
+    replica_.children(replica::kRoot, 0, [&](const Row& row) {
+        if (row.identifier) all[*row.identifier] = row.name;
+        return true;
+    });
+    return all;
+}
+
+Mount::Status Mount::status() {
+    Status status;
+    status.path = path_;
+    status.error = session_.with([](const Session& session) { return session.error; });
+    status.waiting = replica_.waiting();
+    const auto add = [&](const std::vector<Transfer>& transfers, bool fetch) {
+        for (const Transfer& transfer : transfers)
+            status.transfers.push_back(
+                {fetch, replica_.path(transfer.inode).value_or(""), transfer.completed, transfer.total});
+    };
+    add(downloads_->transfers(), true);
+    add(uploads_->transfers(), false);
+    for (const Row& row : replica_.failures(kMostFailures))
+        status.failures.emplace_back(replica_.path(row.inode).value_or(row.name), *row.error);
+    status.failed = static_cast<std::int64_t>(status.failures.size());
+    return status;
+}
+
+std::optional<Mount::Freed> Mount::evict(const std::string& path) {
+    const auto top = replica_.at(path);
+    if (!top) return std::nullopt;
+    Freed freed;
+    const std::function<bool(const Row&)> free = [&](const Row& row) {
+        if (row.folder) {
+            replica_.children(row.inode, 0, free);
+        } else if (row.contents && !open_.find(row.inode) && replica_.dropContents(row.inode)) {
+            ++freed.files;
+            freed.bytes += static_cast<std::int64_t>(row.size);
+            notices_.tell({{.parent = row.parent, .name = row.name, .inode = row.inode, .contents = true}});
+        }
+        return true;
+    };
+    free(*top);
+    for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
+    return freed;
+}
+
+void Mount::bring(const std::string& path, BringTree::Listener listener) {
+    const auto top = replica_.at(path);
+    if (!top) return listener.end(noSuchItem());
+    std::make_shared<BringTree>(replica_, *folders_, *downloads_, std::move(listener))->start(top->inode);
+}
+
+} // namespace brindlemar

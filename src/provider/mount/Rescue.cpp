@@ -1,0 +1,66 @@
+#include "provider/mount/Rescue.h"
+
+#include "support/Logger.h"
+
+#include <sys/stat.h>
+
+namespace brindlemar {
+
+using replica::Inode;
+using replica::Row;
+
+void Rescue::add(std::string contents, UnsentNote note) { wait({std::move(contents), std::move(note), nullptr}); }
+
+void Rescue::wait(const Lost& lost) {
+    lost_.with([&](auto& all) { all.push_back(lost); });
+}
+
+void Rescue::look(const std::function<void(Inode)>& rescued) {
+    auto all = lost_.with([](auto& lost) { return std::exchange(lost, {}); });
+    for (Lost& lost : all) {
+        lost.rescued = rescued;
+        seek(lost, replica::kRoot, 0);
+    }
+}
+
+void Rescue::seek(const Lost& lost, Inode folder, std::size_t from) {
+    const std::string& path = lost.note.path;
+    const std::size_t end = path.find('/', from);
+    const auto row = places_.replica.row(folder);
+    if (!row) return wait(lost);
+    const auto lookAgain = [self = shared_from_this(), lost, folder, from](bool more, const auto& error) {
+        const auto now = self->places_.replica.row(folder);
+        if (error || !now || (!more && !Folders::isKnown(*now))) return self->wait(lost);
+        self->seek(lost, folder, from);
+    };
+    const std::string name = path.substr(from, end == path.npos ? end : end - from);
+    const auto child = places_.replica.child(folder, name);
+    if (!child && folder == replica::kRoot) return wait(lost); // its connection is not there
+    if (!child && !Folders::isKnown(*row)) return places_.folders->list(folder, lookAgain);
+    if (end == path.npos) return settle(lost, folder, name);
+    if (child && child->folder) return seek(lost, child->inode, end + 1);
+    const std::string free = replica::freeName(
+        name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
+    seek(lost, places_.replica.create(folder, free, std::nullopt, std::nullopt, row->modified).inode, end + 1);
+}
+
+void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
+    struct stat now {};
+    if (::stat(places_.contents.pathOf(lost.contents).c_str(), &now) != 0) return;
+    const Timestamp date(std::chrono::seconds(now.st_mtim.tv_sec) + std::chrono::nanoseconds(now.st_mtim.tv_nsec));
+    auto row = places_.replica.child(folder, name);
+    if (!row || row->folder) {
+        const std::string free = replica::freeName(
+            name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
+        row = places_.replica.create(folder, free, lost.contents, std::nullopt, date);
+    }
+    row->contents = lost.contents;
+    row->size = static_cast<std::uint64_t>(now.st_size);
+    row->modified = date;
+    places_.replica.change(*row, ItemField::contents | ItemField::contentModificationDate,
+                           replica::Safe::fromPowerLoss);
+    LogScope(Logger::shared(), "settle(_:)").warning("found the unsent contents of ", lost.note.path, " again");
+    if (lost.rescued) lost.rescued(row->inode);
+}
+
+} // namespace brindlemar

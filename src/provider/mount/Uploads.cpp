@@ -1,0 +1,188 @@
+#include "provider/mount/Uploads.h"
+
+#include "items/ItemIdentifiers.h"
+#include "messaging/BxMessages.h"
+#include "provider/ItemDraft.h"
+#include "provider/ServiceFiles.h"
+#include "support/Logger.h"
+
+namespace brindlemar {
+
+namespace {
+using replica::Job;
+
+constexpr std::size_t kAtOnce = 8;
+/// Programs write a new file beside an old one and rename it at once: both are told together.
+constexpr auto kSettling = std::chrono::milliseconds(250);
+
+bool isForWantOfHost(const NSError& error) { return error.code == FileProviderErrorCode::serverUnreachable; }
+
+ItemDraft draftOf(const Job& job) {
+    ItemDraft draft;
+    draft.identifier = job.item.identifier.value_or("");
+    draft.parent = job.parent.identifier.value_or("");
+    draft.name = job.item.name;
+    draft.type = job.item.folder ? UTType::directory : UTType::content;
+    if (job.item.flags) draft.flags = job.item.flags;
+    draft.size = job.item.size;
+    draft.modified = job.item.modified;
+    draft.used = job.item.used;
+    return draft;
+}
+} // namespace
+
+void Uploads::touched(replica::Inode inode) {
+    const Timestamp now = places_.common.clock.now();
+    state_.with([&](State& state) { state.touched[inode] = now; });
+    look();
+}
+
+void Uploads::look() {
+    const bool isFirst = state_.with([](State& state) { return !std::exchange(state.isScheduled, true); });
+    if (!isFirst) return;
+    places_.common.tasks.after(kSettling, [self = shared_from_this()] {
+        self->state_.with([](State& state) { state.isScheduled = false; });
+        self->pump();
+    });
+}
+
+void Uploads::hostIsBack() {
+    places_.common.replica.retry(isForWantOfHost);
+    places_.folders->identifyAll();
+    look();
+}
+
+std::int64_t Uploads::retry() {
+    const std::int64_t count = places_.common.replica.retry();
+    places_.folders->identifyAll();
+    look();
+    return count;
+}
+
+void Uploads::pump() {
+    const bool isMine = state_.with([](State& state) {
+        state.again = true;
+        return !std::exchange(state.isPumping, true);
+    });
+    if (!isMine) return;
+    try {
+        for (const std::string& name : places_.common.replica.takeDiscarded()) places_.contents.remove(name);
+    } catch (const sqlite::Error& failure) { // they are found at the next start
+        LogScope(Logger::shared(), "pump()").error(failure.what());
+    }
+    const auto goesOn = [&] {
+        return state_.with([](State& state) { return state.isPumping = std::exchange(state.again, false); });
+    };
+    while (goesOn())
+        while (!stopping_ && takeOne()) continue;
+}
+
+bool Uploads::takeOne() {
+    const Timestamp now = places_.common.clock.now();
+    const bool isFull = state_.with([](const State& state) { return state.running.size() >= kAtOnce; });
+    if (isFull || !places_.common.manager.isConnected()) return false;
+    bool isUnsettled = false;
+    const auto isHeld = [&](replica::Inode inode) {
+        const bool isRecent = state_.with([&](State& state) {
+            const auto entry = state.touched.find(inode);
+            if (entry == state.touched.end()) return false;
+            if (now - entry->second < kSettling) return true;
+            state.touched.erase(entry);
+            return false;
+        });
+        isUnsettled = isUnsettled || isRecent;
+        return isRecent || places_.open.isWritten(inode);
+    };
+    const auto job = places_.common.replica.next(isHeld);
+    if (!job) {
+        if (isUnsettled) look();
+        return false;
+    }
+    state_.with([&](State& state) { state.running[job->item.inode] = nullptr; });
+    places_.common.tasks.async([self = shared_from_this(), job = *job] { self->run(job); });
+    return true;
+}
+
+void Uploads::run(const Job& job) {
+    const std::string connection(
+        resolveIdentifier(job.item.identifier ? *job.item.identifier : job.parent.identifier.value_or("")).domain);
+    if (!places_.common.hostIsExpected(connection)) return ended(job, nullptr, serverUnreachable());
+    const std::function<bool()> isWanted = [&] {
+        if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
+        const auto now = places_.common.replica.row(job.item.inode);
+        return now && now->generation == job.item.generation;
+    };
+    const CopiesForCall copies(isWanted, connection);
+    send(job, isWanted);
+}
+
+void Uploads::send(const Job& job, const std::function<bool()>& isWanted) {
+    NSFileProviderReplicatedExtension& extension = *places_.common.extension;
+    const auto draft = std::make_shared<ItemDraft>(draftOf(job));
+    const bool sendsContents =
+        !job.item.folder && (job.item.pending.creation || job.item.pending.fields & ItemField::contents);
+    std::optional<FileURL> contents;
+    if (sendsContents && job.item.contents) contents = FileURL{places_.contents.pathOf(*job.item.contents)};
+    const auto changed = [self = shared_from_this(), job](const auto& item, ItemFields, bool, const auto& error) {
+        self->ended(job, item, error);
+    };
+    if (!isWanted()) return ended(job, nullptr, userCancelled());
+    std::shared_ptr<NSProgress> progress;
+    if (job.item.pending.deletion)
+        progress = extension.deleteItem(draft->identifier, [self = shared_from_this(), job](const auto& error) {
+            self->ended(job, nullptr, error);
+        });
+    else if (job.item.pending.creation)
+        progress = extension.createItem({draft, contents}, changed);
+    else
+        progress = extension.modifyItem({draft, job.item.pending.fields, contents}, changed);
+    state_.with([&](State& state) {
+        const auto entry = state.running.find(job.item.inode);
+        if (entry != state.running.end()) entry->second = progress;
+    });
+}
+
+void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,
+                    const std::optional<NSError>& error) {
+    replica::Replica& replica = places_.common.replica;
+    const std::string connection(
+        resolveIdentifier(job.item.identifier ? *job.item.identifier : job.parent.identifier.value_or("")).domain);
+    try {
+        if (error && *error == userCancelled()) {
+            replica.failed(job, std::nullopt);
+        } else if (error && !BxMessages::sharedInstance().isReachable(connection)) {
+            replica.failed(job, serverUnreachable());
+        } else if (error && error->code == FileProviderErrorCode::noSuchItem && job.item.identifier) {
+            // Gone on the host: what was changed here since is made anew, what was deleted is.
+            if (job.item.pending.deletion) {
+                places_.common.notices.tell(replica.succeeded(job, nullptr, places_.common.clock.now()));
+            } else {
+                replica.failed(job, std::nullopt);
+                places_.common.notices.tell(replica.remove(std::vector{*job.item.identifier}));
+            }
+        } else if (error) {
+            LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());
+            replica.failed(job, error);
+        } else {
+            places_.common.notices.tell(replica.succeeded(job, item.get(), places_.common.clock.now()));
+            if (job.item.folder) places_.folders->identifyAll();
+            if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
+                places_.contents.unmark(*now->contents);
+        }
+    } catch (const std::exception& failure) { // of the disk: the next start tells it again
+        LogScope(Logger::shared(), "ended(_:)").error(failure.what());
+    }
+    state_.with([&](State& state) { state.running.erase(job.item.inode); });
+    if (!stopping_) pump();
+}
+
+std::vector<Transfer> Uploads::transfers() const {
+    return state_.with([](const State& state) {
+        std::vector<Transfer> all;
+        for (const auto& [inode, progress] : state.running)
+            all.push_back({inode, progress ? progress->completedUnitCount() : 0, 100});
+        return all;
+    });
+}
+
+} // namespace brindlemar

@@ -1,0 +1,54 @@
+// Tells the host what has changed here.
+#pragma once
+
+#include "provider/mount/Contents.h"
+#include "provider/mount/Downloads.h"
+#include "provider/mount/OpenFiles.h"
+
+namespace brindlemar {
+
+/// Takes jobs from the replica's queue, several at a time, once what they are about has been left alone for a moment.
+/// Thread-safe; nothing waits for the host but the tasks.
+class Uploads : public std::enable_shared_from_this<Uploads> {
+public:
+    /// All of them outlive the last task.
+    struct Places {
+        Folders::Places common;
+        std::shared_ptr<Folders> folders;
+        Contents& contents;
+        OpenFiles& open;
+    };
+    explicit Uploads(const Places& places) : places_(places) {}
+
+    /// The item was changed here just now.
+    void touched(replica::Inode inode);
+    /// There may be something to do: a file was closed, a host has come back.
+    void look();
+    /// What has failed for want of a host may be told again.
+    void hostIsBack();
+    std::int64_t retry();
+    /// Takes no jobs any more.
+    void stop() { stopping_ = true; }
+
+    std::vector<Transfer> transfers() const;
+
+private:
+    struct State {
+        std::unordered_map<replica::Inode, Timestamp> touched;
+        std::unordered_map<replica::Inode, std::shared_ptr<NSProgress>> running;
+        bool isScheduled = false;
+        bool isPumping = false, again = false;
+    };
+    void pump();
+    bool takeOne();
+    void run(const replica::Job& job);
+    void send(const replica::Job& job, const std::function<bool()>& isWanted);
+    void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
+               const std::optional<NSError>& error);
+
+    const Places places_;
+    std::atomic<bool> stopping_{false};
+    Guarded<State> state_;
+};
+
+} // namespace brindlemar

@@ -1,0 +1,151 @@
+// The view as programs see it: system calls on a real mount, with the reference host behind it.
+#include "system/ProgramsTest.h"
+
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace brindlemar::system_tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+class MountTests : public ProgramsTest {
+protected:
+    void SetUp() override {
+        if (::access("/dev/fuse", R_OK | W_OK) != 0)
+            GTEST_SKIP() << "/dev/fuse is missing or not ours to open: the mount is not tested here";
+        ProgramsTest::SetUp();
+        startMounted();
+        world.startHost(connections());
+        ASSERT_TRUE(eventually([&] { return fs::exists(at("Work/b.txt")); }));
+    }
+    void TearDown() override {
+        if (IsSkipped()) return;
+        ProgramsTest::TearDown();
+        world.service.end(SIGTERM);
+    }
+    void startMounted() { world.service = Process(BRINDLEMARD, {"--mount", mount}, world.path + "/service"); }
+    std::string at(const std::string& path) const { return mount + "/" + path; }
+    std::string served(const std::string& path) const { return world.path + "/" + path; }
+    /// Opens, writes, closes; 0 or the errno of what failed.
+    static int write(const std::string& path, std::string_view bytes, int flags = O_CREAT | O_TRUNC) {
+        const FileDescriptor file(::open(path.c_str(), O_WRONLY | flags, 0644));
+        if (!file || ::write(file.get(), bytes.data(), bytes.size()) < 0) return errno;
+        return ::close(const_cast<FileDescriptor&>(file).release()) == 0 ? 0 : errno;
+    }
+    static std::string attribute(const std::string& path, const std::string& name) {
+        char value[1024];
+        const ssize_t size = ::getxattr(path.c_str(), ("user.brindlemar." + name).c_str(), value, sizeof value);
+        return size < 0 ? "" : std::string(value, static_cast<std::size_t>(size));
+    }
+    static int errnoOf(int result) { return result < 0 ? errno : 0; }
+    bool isDrained() {
+        return eventually([&] { return status()["queue"]["length"].number()->int64Value() == 0; });
+    }
+    const std::string mount = world.path + "/mount";
+};
+
+TEST_F(MountTests, ReadsFetchAndNothingElseDoes) {
+    EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "state"), "known");
+    EXPECT_EQ(contentsOf(at("Photos/2024/a.txt")), "12 bytes long");
+    EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "state"), "local");
+    EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "identifier"), "photos|2024/a.txt");
+    EXPECT_EQ(attribute(mount, "connection"), "connected");
+}
+
+TEST_F(MountTests, ChangesReachTheHost) {
+    ASSERT_EQ(write(at("Work/new.txt"), "one"), 0);
+    ASSERT_EQ(write(at("Work/b.txt"), " and more", O_APPEND), 0);
+    ASSERT_TRUE(fs::create_directory(at("Work/folder")));
+    ASSERT_EQ(write(at("Work/folder/inside"), "in"), 0);
+    fs::rename(at("Work/new.txt"), at("Work/folder/moved.txt"));
+    // As editors save: a new file takes an old one's place.
+    ASSERT_EQ(write(at("Photos/2024/.a.txt.tmp"), "saved"), 0);
+    fs::rename(at("Photos/2024/.a.txt.tmp"), at("Photos/2024/a.txt"));
+    ASSERT_TRUE(isDrained());
+    EXPECT_EQ(contentsOf(served("work/b.txt")), "x and more");
+    EXPECT_EQ(contentsOf(served("work/folder/inside")), "in");
+    EXPECT_EQ(contentsOf(served("work/folder/moved.txt")), "one");
+    EXPECT_FALSE(fs::exists(served("work/new.txt")));
+    EXPECT_EQ(contentsOf(served("photos/2024/a.txt")), "saved");
+    fs::remove_all(at("Work/folder"));
+    ASSERT_TRUE(isDrained());
+    EXPECT_FALSE(fs::exists(served("work/folder")));
+}
+
+TEST_F(MountTests, WhatIsRefused) {
+    const auto calls = std::vector<std::pair<int, std::function<int()>>>{
+        {EACCES, [&] { return ::mkdir(at("Third").c_str(), 0700); }},
+        {EACCES, [&] { return ::mkdir(at(".Trash-0").c_str(), 0700); }},
+        {EACCES, [&] { return ::rename(at("Work").c_str(), at("Play").c_str()); }},
+        {EXDEV, [&] { return ::rename(at("Work/b.txt").c_str(), at("Photos/b.txt").c_str()); }},
+        {EPERM, [&] { return ::symlink("b.txt", at("Work/link").c_str()); }},
+        {EPERM, [&] { return ::link(at("Work/b.txt").c_str(), at("Work/link").c_str()); }},
+        {EPERM, [&] { return ::mknod(at("Work/pipe").c_str(), S_IFIFO | 0600, 0); }},
+        {EPERM, [&] { return ::chown(at("Work/b.txt").c_str(), 12345, -1); }},
+        {EILSEQ, [&] { return ::mkdir(at("Work/\xFF").c_str(), 0700); }},
+        {ENOTEMPTY, [&] { return ::rmdir(at("Photos/2024").c_str()); }},
+        {ENOENT, [&] { return ::unlink(at("Work/nothing").c_str()); }},
+        {EOPNOTSUPP, [&] { return ::setxattr(at("Work/b.txt").c_str(), "user.mine", "1", 1, 0); }},
+    };
+    for (std::size_t index = 0; index < calls.size(); ++index)
+        EXPECT_EQ(errnoOf(calls[index].second()), calls[index].first) << "call " << index;
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "x");
+}
+
+TEST_F(MountTests, WithoutAHostWhatIsLocalGoesOn) {
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "x");
+    ASSERT_TRUE(fs::exists(at("Photos/2024/a.txt")));
+    world.host.end(SIGKILL);
+    ASSERT_TRUE(becomes("disconnected"));
+    const auto start = Clock::now();
+    EXPECT_EQ(write(at("Work/offline.txt"), "kept"), 0);
+    EXPECT_EQ(write(at("Work/b.txt"), "changed"), 0);
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "changed");
+    const FileDescriptor remote(::open(at("Photos/2024/a.txt").c_str(), O_RDONLY));
+    char byte = 0;
+    EXPECT_EQ(errnoOf(static_cast<int>(::read(remote.get(), &byte, 1))), EHOSTDOWN);
+    EXPECT_LT(secondsSince(start), 1);
+    EXPECT_EQ(attribute(mount, "connection"), "Please Launch Brindlemar to continue syncing.");
+    world.startHost(connections());
+    ASSERT_TRUE(becomes("connected"));
+    ASSERT_TRUE(isDrained());
+    EXPECT_EQ(contentsOf(served("work/offline.txt")), "kept");
+    EXPECT_EQ(contentsOf(served("work/b.txt")), "changed");
+}
+
+TEST_F(MountTests, NothingAcknowledgedIsLostWithTheService) {
+    const int rounds = kLong ? 50 : 3;
+    std::vector<std::pair<std::string, std::string>> acknowledged;
+    for (int round = 0; round < rounds; ++round) {
+        for (int number = 0; number < 20; ++number) {
+            const std::string name = "Work/" + std::to_string(round) + "-" + std::to_string(number);
+            if (write(at(name), name) == 0) acknowledged.emplace_back(name, name);
+            const std::string again = "Work/again" + std::to_string(number);
+            if (write(at(again), name) == 0) acknowledged.emplace_back(again, name);
+        }
+        world.service.end(SIGKILL);
+        const auto start = Clock::now();
+        startMounted();
+        // The kernel remembers files of a dead mount, but never its figures.
+        struct statfs figures {};
+        ASSERT_TRUE(eventually([&] { return ::statfs(at("Work").c_str(), &figures) == 0; }));
+        EXPECT_LT(secondsSince(start), 2);
+    }
+    std::map<std::string, std::string> last;
+    for (const auto& [name, contents] : acknowledged) last[name] = contents;
+    for (const auto& [name, contents] : last) EXPECT_EQ(contentsOf(at(name)), contents) << name;
+    ASSERT_TRUE(becomes("connected"));
+    ASSERT_TRUE(isDrained());
+    for (const auto& [name, contents] : last) {
+        std::string path = name;
+        EXPECT_EQ(contentsOf(served(path.replace(0, 4, "work"))), contents) << name;
+    }
+}
+
+} // namespace
+} // namespace brindlemar::system_tests
