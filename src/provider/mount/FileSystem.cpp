@@ -159,7 +159,9 @@ AttributeSource FileSystem::source(const Row& row, std::optional<Transfer>& tran
 }
 
 void FileSystem::getExtended(fuse_req_t request, Inode inode, const std::string& name, std::size_t size) {
-    if (!isItemAttribute(name)) throw ErrorNumber{ENODATA}; // the kernel asks for one before each first write
+    // ls(1) asks each file for its label and access list, unless it hears that there are none of the kind.
+    if (!name.starts_with("user.")) throw ErrorNumber{EOPNOTSUPP};
+    if (!isItemAttribute(name)) throw ErrorNumber{ENODATA};
     const Row item = row(inode);
     std::optional<Transfer> transfer;
     DomainManager::State domain;

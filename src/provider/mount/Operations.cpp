@@ -46,10 +46,6 @@ fuse_lowlevel_ops makeOperations() {
     all.listxattr = [](fuse_req_t request, fuse_ino_t inode, std::size_t size) {
         run(request, [&](FileSystem& files) { files.listExtended(request, item(inode), size); });
     };
-    all.setxattr = [](fuse_req_t request, fuse_ino_t, const char*, const char*, std::size_t, int) {
-        fuse_reply_err(request, EOPNOTSUPP);
-    };
-    all.removexattr = [](fuse_req_t request, fuse_ino_t, const char*) { fuse_reply_err(request, EOPNOTSUPP); };
 
     all.opendir = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
         run(request, [&](FileSystem& files) { files.openFolder(request, item(inode), *info); });
