@@ -118,6 +118,60 @@ TEST_F(MountTests, WithoutAHostWhatIsLocalGoesOn) {
     EXPECT_EQ(contentsOf(served("work/b.txt")), "changed");
 }
 
+TEST_F(MountTests, WhatBothSidesChangeIsKeptTwice) {
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "x");
+    world.host.end(SIGKILL);
+    ASSERT_TRUE(becomes("disconnected"));
+    ASSERT_EQ(write(at("Work/b.txt"), "mine"), 0);
+    EXPECT_EQ(world.service.end(SIGTERM), 0); // what it remembers of the host for ten seconds goes with it
+    std::ofstream(served("work/b.txt")) << "theirs";
+    startMounted();
+    world.startHost(connections());
+    const auto copy = [&](const std::string& folder) {
+        std::error_code notYetThere;
+        for (const auto& entry : fs::directory_iterator(folder, notYetThere))
+            if (entry.path().filename().string().starts_with("b (remote copy ")) return contentsOf(entry.path());
+        return std::string();
+    };
+    EXPECT_TRUE(eventually([&] { return copy(at("Work")) == "theirs"; }));
+    ASSERT_TRUE(isDrained());
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "mine");
+    EXPECT_EQ(contentsOf(served("work/b.txt")), "mine");
+    EXPECT_EQ(copy(served("work")), "theirs");
+}
+
+TEST_F(MountTests, EvictFreesAndFetchBrings) {
+    const std::string file = at("Photos/2024/a.txt");
+    for (const auto& [command, state, output] : {std::tuple{"fetch", "local", ""},
+                                                 {"evict", "known", "Freed 1 file, 13 B\n"},
+                                                 {"fetch", "local", ""},
+                                                 {"evict", "known", "Freed 1 file, 13 B\n"}}) {
+        const auto run = world.run({command, "Photos"});
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_EQ(run.output, output);
+        EXPECT_EQ(attribute(file, "state"), state);
+    }
+    EXPECT_EQ(contentsOf(file), "12 bytes long");
+}
+
+TEST_F(MountTests, WhatTheHostDoesNotHaveSurvivesADamagedDatabase) {
+    world.host.end(SIGKILL);
+    ASSERT_TRUE(becomes("disconnected"));
+    ASSERT_EQ(write(at("Work/b.txt"), "changed"), 0);
+    ASSERT_TRUE(fs::create_directory(at("Work/new")));
+    ASSERT_EQ(write(at("Work/new/file"), std::string(100'000, 'n')), 0);
+    world.service.end(SIGKILL);
+    const std::string database =
+        world.path + "/state/brindlemar/domains/io.brindlemar.FileProvider/replica/items.sqlite";
+    ASSERT_TRUE(fs::exists(database));
+    for (const std::string part : {"-wal", "-shm"}) fs::remove(database + part);
+    std::ofstream(database) << "no database";
+    startMounted();
+    world.startHost(connections());
+    ASSERT_TRUE(eventually([&] { return contentsOf(served("work/b.txt")) == "changed"; }));
+    EXPECT_TRUE(eventually([&] { return contentsOf(served("work/new/file")) == std::string(100'000, 'n'); }));
+}
+
 TEST_F(MountTests, NothingAcknowledgedIsLostWithTheService) {
     const int rounds = kLong ? 50 : 3;
     std::vector<std::pair<std::string, std::string>> acknowledged;

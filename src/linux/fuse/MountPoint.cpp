@@ -72,9 +72,10 @@ std::optional<std::string> prepareMountPoint(const std::string& path) {
     if (isMounted(path)) return path + " is mounted already, by another service";
     std::error_code error;
     fs::create_directories(fs::path(path).parent_path(), error);
-    // Nobody is to write below the mount by mistake while it is not there.
-    if (::mkdir(path.c_str(), 0500) != 0 && errno != EEXIST) return path + ": " + std::strerror(errno);
+    if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return path + ": " + std::strerror(errno);
     if (!fs::is_directory(path, error)) return path + " is no directory";
+    if (::access(path.c_str(), W_OK) != 0) // fusermount3(1) insists
+        return path + " cannot be written, without which nothing can be mounted there (chmod u+w)";
     if (!fs::is_empty(path, error) || error)
         return path + (error ? ": " + error.message() : " is not empty: move away what is in it");
     return std::nullopt;

@@ -205,7 +205,7 @@ Mount::Status Mount::status() {
     add(uploads_->transfers(), false);
     for (const Row& row : replica_.failures(kMostFailures))
         status.failures.emplace_back(replica_.path(row.inode).value_or(row.name), *row.error);
-    status.failed = static_cast<std::int64_t>(status.failures.size());
+    status.failed = replica_.failureCount();
     return status;
 }
 

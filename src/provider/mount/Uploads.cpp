@@ -6,6 +6,8 @@
 #include "provider/ServiceFiles.h"
 #include "support/Logger.h"
 
+#include <array>
+
 namespace brindlemar {
 
 namespace {
@@ -28,6 +30,11 @@ ItemDraft draftOf(const Job& job) {
     draft.modified = job.item.modified;
     draft.used = job.item.used;
     return draft;
+}
+
+std::string connectionOf(const Job& job) {
+    const auto& identifier = job.item.identifier ? job.item.identifier : job.parent.identifier;
+    return std::string(resolveIdentifier(identifier.value_or("")).domain);
 }
 } // namespace
 
@@ -104,19 +111,34 @@ bool Uploads::takeOne() {
 }
 
 void Uploads::run(const Job& job) {
-    const std::string connection(
-        resolveIdentifier(job.item.identifier ? *job.item.identifier : job.parent.identifier.value_or("")).domain);
-    if (!places_.common.hostIsExpected(connection)) return ended(job, nullptr, serverUnreachable());
+    if (!places_.common.hostIsExpected(connectionOf(job))) return ended(job, nullptr, serverUnreachable());
+    const bool replaces = job.item.identifier && job.item.pending.fields & ItemField::contents;
+    return replaces ? sendUnlessConflict(job) : send(job);
+}
+
+/// What somebody else has written since is not to be written over.
+void Uploads::sendUnlessConflict(const Job& job) {
+    const auto found = [self = shared_from_this(), job](const auto& item, const auto& error) {
+        replica::Replica& replica = self->places_.common.replica;
+        const bool isGone = error && error->code == FileProviderErrorCode::noSuchItem;
+        if (isGone || (error && *error == serverUnreachable())) return self->ended(job, nullptr, error);
+        if (!item || !replica.isConflict(job, *item))
+            return self->places_.common.tasks.async([self, job] { self->send(job); });
+        self->ended(job, nullptr, userCancelled());
+        self->places_.common.notices.tell(
+            replica.merge(job.item.hostParent, std::array{item}, self->places_.common.clock.now()));
+        self->look();
+    };
+    places_.common.extension->item(*job.item.identifier, found);
+}
+
+void Uploads::send(const Job& job) {
     const std::function<bool()> isWanted = [&] {
         if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
         const auto now = places_.common.replica.row(job.item.inode);
         return now && now->generation == job.item.generation;
     };
-    const CopiesForCall copies(isWanted, connection);
-    send(job, isWanted);
-}
-
-void Uploads::send(const Job& job, const std::function<bool()>& isWanted) {
+    const CopiesForCall copies(isWanted, connectionOf(job));
     NSFileProviderReplicatedExtension& extension = *places_.common.extension;
     const auto draft = std::make_shared<ItemDraft>(draftOf(job));
     const bool sendsContents =
@@ -145,12 +167,10 @@ void Uploads::send(const Job& job, const std::function<bool()>& isWanted) {
 void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                     const std::optional<NSError>& error) {
     replica::Replica& replica = places_.common.replica;
-    const std::string connection(
-        resolveIdentifier(job.item.identifier ? *job.item.identifier : job.parent.identifier.value_or("")).domain);
     try {
         if (error && *error == userCancelled()) {
             replica.failed(job, std::nullopt);
-        } else if (error && !BxMessages::sharedInstance().isReachable(connection)) {
+        } else if (error && !BxMessages::sharedInstance().isReachable(connectionOf(job))) {
             replica.failed(job, serverUnreachable());
         } else if (error && error->code == FileProviderErrorCode::noSuchItem && job.item.identifier) {
             // Gone on the host: what was changed here since is made anew, what was deleted is.

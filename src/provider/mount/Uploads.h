@@ -42,7 +42,8 @@ private:
     void pump();
     bool takeOne();
     void run(const replica::Job& job);
-    void send(const replica::Job& job, const std::function<bool()>& isWanted);
+    void sendUnlessConflict(const replica::Job& job);
+    void send(const replica::Job& job);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                const std::optional<NSError>& error);
 

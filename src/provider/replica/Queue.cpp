@@ -157,6 +157,13 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
     return std::move(merging.effects);
 }
 
+bool Replica::isConflict(const Job& job, const NSFileProviderItem& now) {
+    std::lock_guard lock(writing_);
+    Row told = job.item;
+    told.host = hostVersion(now);
+    return told.host != job.item.host && told.host != job.item.sent && !past_.knows(now.itemIdentifier(), told);
+}
+
 void Replica::failed(const Job& job, const std::optional<NSError>& error) {
     write([&] {
         const auto entry = underWay_.extract(job.item.inode);
@@ -176,6 +183,11 @@ void Replica::failed(const Job& job, const std::optional<NSError>& error) {
 std::vector<Row> Replica::failures(std::size_t most) {
     std::lock_guard lock(reading_);
     return Statements::all(looks_->failed, static_cast<std::int64_t>(most));
+}
+
+std::int64_t Replica::failureCount() {
+    std::lock_guard lock(reading_);
+    return reader_.integer("SELECT count(*) FROM items WHERE errorDomain IS NOT NULL");
 }
 
 std::int64_t Replica::retry(const std::function<bool(const NSError&)>& concerns) {

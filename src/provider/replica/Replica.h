@@ -99,9 +99,12 @@ public:
     /// folder that has another identifier by now is known again after the folder's next listing.
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
     /// With no error the job is to be taken again.
+    /// True when the host's item is neither what was known of it nor what was sent: somebody else has changed it.
+    bool isConflict(const Job& job, const NSFileProviderItem& now);
     void failed(const Job& job, const std::optional<NSError>& error);
     /// The items that failed, some of the first.
     std::vector<Row> failures(std::size_t most);
+    std::int64_t failureCount();
     /// Failed ones may be told again; only those that `concerns`, if it is given. How many there are.
     std::int64_t retry(const std::function<bool(const NSError&)>& concerns = nullptr);
     /// Folders that the host knows, with items in them that it has to tell the identifiers of.
