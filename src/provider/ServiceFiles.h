@@ -22,10 +22,10 @@ private:
 };
 
 /// While it lives, what this thread copies is for somebody who may lose interest in it, and for the host of this
-/// connection. Both arguments outlive it.
+/// connection. `isWanted` outlives it.
 class CopiesForCall {
 public:
-    CopiesForCall(const std::function<bool()>& isWanted, const std::string& domain);
+    CopiesForCall(const std::function<bool()>& isWanted, std::string domain);
     ~CopiesForCall();
     CopiesForCall(const CopiesForCall&) = delete;
     CopiesForCall& operator=(const CopiesForCall&) = delete;
@@ -35,7 +35,7 @@ public:
 
 private:
     const std::function<bool()>& isWanted_;
-    const std::string& domain_;
+    const std::string domain_;
     const bool wasReachable_;
 };
 
