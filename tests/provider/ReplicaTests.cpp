@@ -148,7 +148,8 @@ struct World {
     /// "NAME=IDENTIFIER/CONTENTS" of the entries, and "+" when it waits.
     std::string shown(Inode folder) {
         std::map<std::string, std::string> entries;
-        replica->children(folder, 0, [&](const Row& row) {
+        replica->children(folder, 0, [&](const Row& entry) {
+            const Row row = *replica->row(entry.inode);
             entries[row.name] = row.identifier.value_or("-") + (row.contents ? "/" + *row.contents : "") +
                                 (row.pending.any() ? "+" : "");
             return true;

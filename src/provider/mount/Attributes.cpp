@@ -28,8 +28,10 @@ struct stat attributesOf(const replica::Row& row) {
     attributes.st_ino = static_cast<ino_t>(row.inode);
     attributes.st_mode = (row.folder ? S_IFDIR : S_IFREG) | permissions(row);
     attributes.st_nlink = row.folder ? 2 : 1;
-    attributes.st_uid = ::geteuid();
-    attributes.st_gid = ::getegid();
+    static const uid_t user = ::geteuid();
+    static const gid_t group = ::getegid();
+    attributes.st_uid = user;
+    attributes.st_gid = group;
     attributes.st_size = static_cast<off_t>(row.folder ? 0 : row.size);
     attributes.st_blksize = kBlockSize;
     attributes.st_blocks = row.contents ? (attributes.st_size + 511) / 512 : 0; // none where nothing is local

@@ -73,8 +73,12 @@ void Replica::children(Inode parent, Inode after, const std::function<bool(const
         rows.clear();
         {
             std::lock_guard lock(reading_);
-            looks_->entries.each([&](const auto& at) { rows.push_back(Statements::read(at)); }, parent, after,
-                                 static_cast<std::int64_t>(kBatch));
+            looks_->entries.each(
+                [&](const auto& at) {
+                    rows.push_back(Statements::readEntry(at));
+                    rows.back().parent = parent;
+                },
+                parent, after, static_cast<std::int64_t>(kBatch));
         }
         for (const Row& row : rows) {
             if (!body(row)) return;

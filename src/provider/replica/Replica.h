@@ -48,7 +48,8 @@ public:
     std::optional<Row> child(Inode parent, std::string_view name);
     std::optional<Row> find(std::string_view identifier);
     /// The entries of a folder in the order of their inodes, from the one behind `after`; body(row) gives false to
-    /// stop. The body runs without a lock and may call the replica.
+    /// stop. Of the rows only the identifier, the place, and what attributesOf() needs is there. The body runs without
+    /// a lock and may call the replica.
     void children(Inode parent, Inode after, const std::function<bool(const Row&)>& body);
     /// "Work/photos/a.txt"; empty for the root, none for what is not there.
     std::optional<std::string> path(Inode inode);

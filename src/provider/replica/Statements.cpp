@@ -76,7 +76,8 @@ Replica::Statements::Statements(sqlite::Database& database)
       byIdentifier(database.prepare(selected("WHERE identifier=?"))),
       around(database.prepare("SELECT parent, hostParent FROM items WHERE inode=?")),
       byName(database.prepare(selected("WHERE parent=? AND name=? AND deletion=0"))),
-      entries(database.prepare(selected("WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?"))),
+      entries(database.prepare("SELECT inode,identifier,name,folder,size,modified,used,mode,capabilities,contents FROM "
+                               "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
       below(database.prepare(selected("WHERE parent=?"))),
       waitingBelow(database.prepare("SELECT inode FROM items WHERE parent=? AND place IS NOT NULL AND errorDomain IS "
                                     "NULL LIMIT 1")),
@@ -149,6 +150,21 @@ Row Replica::Statements::read(const sqlite::Statement& at) {
     row.generation = integer();
     if (const auto domain = at.optionalText(column))
         row.error = NSError{*domain, static_cast<int>(at.integer(column + 1)), std::string(at.text(column + 2))};
+    return row;
+}
+
+Row Replica::Statements::readEntry(const sqlite::Statement& at) {
+    Row row;
+    row.inode = at.integer(0);
+    row.identifier = at.optionalText(1);
+    row.name = at.text(2);
+    row.folder = at.integer(3) != 0;
+    row.size = static_cast<std::uint64_t>(at.integer(4));
+    row.modified = timestamp(at.integer(5));
+    row.used = timestamp(at.integer(6));
+    if (!at.isNull(7)) row.mode = static_cast<unsigned>(at.integer(7));
+    row.capabilities = static_cast<unsigned>(at.integer(8));
+    row.contents = at.optionalText(9);
     return row;
 }
 

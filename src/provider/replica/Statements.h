@@ -8,7 +8,8 @@ namespace brindlemar::replica {
 struct Replica::Statements {
     explicit Statements(sqlite::Database& database);
 
-    static Row read(const sqlite::Statement& at); // all columns
+    static Row read(const sqlite::Statement& at);      // all columns
+    static Row readEntry(const sqlite::Statement& at); // those of `entries`
     static Inode readInode(const sqlite::Statement& at) { return at.integer(0); }
 
     std::optional<Row> get(Inode inode) { return byInode.first(read, inode); }
