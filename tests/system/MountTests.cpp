@@ -1,12 +1,14 @@
 // The view as programs see it: system calls on a real mount, with the reference host behind it.
 #include "system/ProgramsTest.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/xattr.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace brindlemar::system_tests {
 namespace {
@@ -77,6 +79,49 @@ TEST_F(MountTests, ChangesReachTheHost) {
     EXPECT_FALSE(fs::exists(served("work/folder")));
 }
 
+TEST_F(MountTests, OpenFilesStayWhatTheyAre) {
+    const auto size = [](const FileDescriptor& file) {
+        struct stat now {};
+        EXPECT_EQ(::fstat(file.get(), &now), 0);
+        return std::pair(now.st_size, now.st_nlink);
+    };
+    const auto read = [](const FileDescriptor& file) {
+        char bytes[100];
+        const ssize_t count = ::pread(file.get(), bytes, sizeof bytes, 0);
+        return count < 0 ? std::to_string(errno) : std::string(bytes, static_cast<std::size_t>(count));
+    };
+    // Without a name.
+    const FileDescriptor unnamed(::open(at("Work/unnamed").c_str(), O_RDWR | O_CREAT, 0600));
+    ASSERT_EQ(::unlink(at("Work/unnamed").c_str()), 0);
+    ASSERT_EQ(::write(unnamed.get(), "four", 4), 4);
+    ASSERT_EQ(::fsync(unnamed.get()), 0);
+    EXPECT_EQ(size(unnamed), std::pair(off_t{4}, nlink_t{0}));
+    EXPECT_EQ(read(unnamed), "four");
+    // With another file in their place.
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "x");
+    const FileDescriptor replaced(::open(at("Work/b.txt").c_str(), O_RDONLY));
+    ASSERT_EQ(write(at("Work/other"), "other"), 0);
+    fs::rename(at("Work/other"), at("Work/b.txt"));
+    EXPECT_EQ(read(replaced), "x");
+    EXPECT_EQ(contentsOf(at("Work/b.txt")), "other");
+    // Pages of a mapping have their place, in a file that is appended to as well.
+    FileDescriptor mapped(::open(at("Work/b.txt").c_str(), O_RDWR | O_APPEND));
+    void* const page = ::mmap(nullptr, 5, PROT_READ | PROT_WRITE, MAP_SHARED, mapped.get(), 0);
+    ASSERT_NE(page, MAP_FAILED);
+    std::memcpy(page, "OTHER", 5);
+    ASSERT_EQ(::msync(page, 5, MS_SYNC), 0);
+    ::munmap(page, 5);
+    EXPECT_EQ(read(mapped), "OTHER");
+    mapped = FileDescriptor(); // the host is told once nobody writes
+    // Emptied by who only reads.
+    ASSERT_EQ(write(at("Work/full"), "full"), 0);
+    { const FileDescriptor emptied(::open(at("Work/full").c_str(), O_RDONLY | O_TRUNC)); }
+    EXPECT_EQ(contentsOf(at("Work/full")), "");
+    ASSERT_TRUE(isDrained());
+    EXPECT_EQ(fs::file_size(served("work/full")), 0u);
+    EXPECT_FALSE(fs::exists(served("work/unnamed")));
+}
+
 TEST_F(MountTests, WhatIsRefused) {
     const auto calls = std::vector<std::pair<int, std::function<int()>>>{
         {EACCES, [&] { return ::mkdir(at("Third").c_str(), 0700); }},
@@ -123,14 +168,16 @@ TEST_F(MountTests, WhatBothSidesChangeIsKeptTwice) {
     world.host.end(SIGKILL);
     ASSERT_TRUE(becomes("disconnected"));
     ASSERT_EQ(write(at("Work/b.txt"), "mine"), 0);
+    ASSERT_EQ(write(at("Work/new.txt"), "mine, too"), 0);
     EXPECT_EQ(world.service.end(SIGTERM), 0); // what it remembers of the host for ten seconds goes with it
     std::ofstream(served("work/b.txt")) << "theirs";
+    std::ofstream(served("work/new.txt")) << "theirs, too";
     startMounted();
     world.startHost(connections());
-    const auto copy = [&](const std::string& folder) {
+    const auto copy = [&](const std::string& folder, const std::string& name = "b") {
         std::error_code notYetThere;
         for (const auto& entry : fs::directory_iterator(folder, notYetThere))
-            if (entry.path().filename().string().starts_with("b (remote copy ")) return contentsOf(entry.path());
+            if (entry.path().filename().string().starts_with(name + " (remote copy ")) return contentsOf(entry.path());
         return std::string();
     };
     EXPECT_TRUE(eventually([&] { return copy(at("Work")) == "theirs"; }));
@@ -138,6 +185,8 @@ TEST_F(MountTests, WhatBothSidesChangeIsKeptTwice) {
     EXPECT_EQ(contentsOf(at("Work/b.txt")), "mine");
     EXPECT_EQ(contentsOf(served("work/b.txt")), "mine");
     EXPECT_EQ(copy(served("work")), "theirs");
+    EXPECT_EQ(contentsOf(served("work/new.txt")), "mine, too");
+    EXPECT_EQ(copy(served("work"), "new"), "theirs, too");
 }
 
 TEST_F(MountTests, EvictFreesAndFetchBrings) {

@@ -67,8 +67,7 @@ void FuseSession::serve() {
 }
 
 void FuseSession::stop() {
-    ending_ = true;
-    fuse_session_exit(session_);
+    ending_ = true; // fuse_session_exit() would drop requests that were just read
     for (Worker& worker : workers_) {
         while (!*worker.ended) { // the signal may come before the read begins
             ::pthread_kill(worker.thread.native_handle(), wakeSignal());

@@ -32,6 +32,13 @@ std::string unescaped(const std::string& text) {
     return path;
 }
 
+/// The mount table knows no links. The last part is not touched: it may be a mount whose process has ended.
+std::string resolved(const fs::path& path) {
+    std::error_code ignored;
+    const fs::path parent = fs::canonical(path.parent_path(), ignored);
+    return ignored ? path.string() : (parent / path.filename()).string();
+}
+
 /// fusermount3(1) does for a user what only root may.
 bool unmountByHelper(const std::string& path) {
     const pid_t child = ::fork();
@@ -45,7 +52,8 @@ bool unmountByHelper(const std::string& path) {
 }
 } // namespace
 
-bool isMounted(const std::string& path) {
+bool isMounted(const std::string& given) {
+    const std::string path = resolved(given);
     std::ifstream mounts("/proc/self/mountinfo");
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);

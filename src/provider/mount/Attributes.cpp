@@ -27,7 +27,7 @@ struct stat attributesOf(const replica::Row& row) {
     struct stat attributes {};
     attributes.st_ino = static_cast<ino_t>(row.inode);
     attributes.st_mode = (row.folder ? S_IFDIR : S_IFREG) | permissions(row);
-    attributes.st_nlink = row.folder ? 2 : 1;
+    attributes.st_nlink = row.pending.deletion ? 0 : row.folder ? 2 : 1;
     static const uid_t user = ::geteuid();
     static const gid_t group = ::getegid();
     attributes.st_uid = user;

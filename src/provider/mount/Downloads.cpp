@@ -2,7 +2,7 @@
 
 #include "items/ItemIdentifiers.h"
 #include "messaging/BxMessages.h"
-#include "support/Logger.h"
+#include "provider/mount/Failures.h"
 
 #include <filesystem>
 
@@ -52,8 +52,9 @@ void Downloads::start(replica::Inode inode, bool mayIdentify) {
     if (!places_.common.hostIsExpected(std::string(resolveIdentifier(identifier).domain)))
         return ended(inode, serverUnreachable());
     const auto progress = places_.common.extension->fetchContents(
-        identifier, [self = shared_from_this(), inode, identifier](const auto& file, const auto&, const auto& error) {
-            if (file) return self->arrived(inode, identifier, *file);
+        identifier,
+        [self = shared_from_this(), inode, identifier](const auto& file, const auto& item, const auto& error) {
+            if (file) return self->arrived(inode, identifier, *file, item.get());
             self->failed(inode, identifier, error.value_or(cannotSynchronize()));
         });
     const bool isUnwanted = state_.with([&](State& state) {
@@ -65,17 +66,19 @@ void Downloads::start(replica::Inode inode, bool mayIdentify) {
     if (isUnwanted) progress->cancel();
 }
 
-void Downloads::arrived(replica::Inode inode, const std::string& identifier, const FileURL& file) {
+void Downloads::arrived(replica::Inode inode, const std::string& identifier, const FileURL& file,
+                        const NSFileProviderItem* item) {
     const LogScope log(Logger::shared(), "arrived(_:)");
     const auto taken = places_.fetched.take(file);
     if (const auto* why = std::get_if<std::string>(&taken)) {
         log.warning(*why);
         return ended(inode, cannotSynchronize());
     }
+    const auto version = item ? std::optional(replica::hostVersion(*item)) : std::nullopt;
     try {
         const std::string name = places_.contents.adopt(std::get<FileURL>(taken).path);
         const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
-        if (!places_.common.replica.setContents(inode, identifier, name, size)) places_.contents.remove(name);
+        if (!places_.common.replica.setContents(inode, identifier, name, size, version)) places_.contents.remove(name);
     } catch (const std::exception& error) {
         log.error(error.what());
         return ended(inode, cocoaError(CocoaErrorCode::fileWriteUnknown));
@@ -88,7 +91,8 @@ void Downloads::failed(replica::Inode inode, const std::string& identifier, cons
     const std::string connection(resolveIdentifier(identifier).domain);
     if (!BxMessages::sharedInstance().isReachable(connection)) return ended(inode, serverUnreachable());
     if (error.code == FileProviderErrorCode::noSuchItem)
-        places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier}));
+        orLog("failed(_:)",
+              [&] { places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier})); });
     ended(inode, error);
 }
 

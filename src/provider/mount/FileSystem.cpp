@@ -38,13 +38,14 @@ FileSystem::FileSystem(const Places& places) : places_(places) {}
 struct stat FileSystem::attributes(const Row& row) const {
     struct stat all = attributesOf(row);
     if (row.folder) return all;
+    // The row may be of a moment before a save that ends just now: the kernel would keep its size for long.
     const auto file = places_.open.find(row.inode);
-    const auto local = file && file->changed ? file->local() : nullptr;
+    const auto local = file ? file->local() : nullptr;
     struct stat now {};
     if (local && ::fstat(local->fd(), &now) == 0) {
         all.st_size = now.st_size;
         all.st_blocks = now.st_blocks;
-        all.st_mtim = all.st_ctim = now.st_mtim;
+        if (file->unsaved) all.st_mtim = all.st_ctim = now.st_mtim;
     }
     return all;
 }
@@ -64,7 +65,11 @@ void FileSystem::answerAttributes(fuse_req_t request, const Row& row) const {
 
 Row FileSystem::row(Inode inode) const {
     if (auto known = places_.common.replica.row(inode)) return *known;
-    if (const auto file = places_.open.find(inode)) return file->atOpening;
+    if (const auto file = places_.open.find(inode)) {
+        Row gone = file->atOpening;
+        gone.pending.deletion = true;
+        return gone;
+    }
     throw ErrorNumber{ENOENT};
 }
 
@@ -109,7 +114,7 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
         const off_t size = wanted.st_size;
         if (size == 0) {
             replaceContents(*file);
-        } else if (const auto local = localContents(file)) {
+        } else if (const auto local = changeableContents(file)) {
             setSize(*file, *local, size);
         } else {
             struct stat rest = wanted;
@@ -120,26 +125,33 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
         if (file->writers == 0) makeSafe(*file); // no close will come
         item = row(inode);
     }
-    ItemFields fields = 0;
     const Timestamp now = places_.common.clock.now();
-    if (which & FUSE_SET_ATTR_MODE) item.mode = wanted.st_mode & 0777 & allowedPermissions(item);
-    if (which & (FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW))
-        item.used = which & FUSE_SET_ATTR_ATIME_NOW ? now : timestampOf(wanted.st_atim);
-    if (which & (FUSE_SET_ATTR_MTIME | FUSE_SET_ATTR_MTIME_NOW)) {
+    const bool isDated = (which & (FUSE_SET_ATTR_MTIME | FUSE_SET_ATTR_MTIME_NOW)) != 0;
+    const auto edit = [&](Row& row) {
+        if (which & FUSE_SET_ATTR_MODE) row.mode = wanted.st_mode & 0777 & allowedPermissions(row);
+        if (which & (FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW))
+            row.used = which & FUSE_SET_ATTR_ATIME_NOW ? now : timestampOf(wanted.st_atim);
+        if (isDated) row.modified = which & FUSE_SET_ATTR_MTIME_NOW ? now : timestampOf(wanted.st_mtim);
+    };
+    if (isDated) {
         if (!(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
-        item.modified = which & FUSE_SET_ATTR_MTIME_NOW ? now : timestampOf(wanted.st_mtim);
-        fields |= ItemField::contentModificationDate;
         const auto file = places_.open.find(inode);
-        const auto local = file && file->changed ? file->local() : nullptr;
-        const struct stat dates = attributesOf(item);
+        const auto local = file && file->unsaved ? file->local() : nullptr;
+        Row dated = item;
+        edit(dated);
+        const struct stat dates = attributesOf(dated);
         const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, dates.st_mtim};
         if (local) ::futimens(local->fd(), times); // what is saved at the close
     }
     const int others = FUSE_SET_ATTR_MODE | FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW | FUSE_SET_ATTR_MTIME |
                        FUSE_SET_ATTR_MTIME_NOW;
     if (which & others) {
-        places_.common.replica.change(item, fields, replica::Safe::fromCrash);
-        if (fields) places_.uploads.touched(inode);
+        const ItemFields fields = isDated ? ItemField::contentModificationDate : 0;
+        if (auto changed = places_.common.replica.change(inode, edit, fields, replica::Safe::fromCrash))
+            item = *std::move(changed);
+        else
+            edit(item);
+        if (isDated) places_.uploads.touched(inode);
     }
     answerAttributes(request, item);
 }

@@ -91,7 +91,8 @@ private:
     std::shared_ptr<LocalFile> localContents(const OpenFilePointer& file) const;
     void whenLocal(fuse_req_t request, const OpenFilePointer& file, Then then);
 
-    void beginChange(OpenFile& file) const;
+    std::shared_ptr<LocalFile> changeableContents(const OpenFilePointer& file) const;
+    void mark(OpenFile& file) const;
     void replaceContents(OpenFile& file) const;
     void setSize(OpenFile& file, LocalFile& local, off_t size) const;
 

@@ -51,7 +51,7 @@ void FileSystem::create(fuse_req_t request, Inode parent, const std::string& nam
     const Row made = makeEntry(parent, name, local->name, mode);
     const auto file = places_.open.get(made);
     file->setLocal(local);
-    file->changed = true; // an empty file is one, too
+    file->setChanged(); // an empty file is one, too
     const fuse_entry_param answer = entry(made);
     if (!info) {
         makeSafe(*file);

@@ -39,14 +39,13 @@ Timestamp dateOf(const timespec& time) {
 /// What a program has open.
 struct FileSystem::Handle {
     OpenFilePointer file;
-    bool writes = false, appends = false;
+    bool writes = false;
     static Handle& of(const fuse_file_info& info) { return *reinterpret_cast<Handle*>(info.fh); }
 };
 
 void FileSystem::openHandle(fuse_file_info& info, OpenFilePointer file) {
     auto handle = std::make_unique<Handle>();
     handle->writes = (info.flags & O_ACCMODE) != O_RDONLY;
-    handle->appends = (info.flags & O_APPEND) != 0;
     if (handle->writes && file->writers.fetch_add(1) == 0) file->marked = false;
     handle->file = std::move(file);
     info.fh = reinterpret_cast<std::uint64_t>(handle.release());
@@ -85,7 +84,12 @@ void FileSystem::open(fuse_req_t request, Inode inode, fuse_file_info& info) {
     const bool writes = (info.flags & O_ACCMODE) != O_RDONLY;
     if (writes && !(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};
     const auto file = places_.open.get(item);
-    if (info.flags & O_TRUNC) replaceContents(*file);
+    if (info.flags & O_TRUNC) {
+        replaceContents(*file);
+        if (!writes && file->writers == 0) makeSafe(*file); // no close will
+    } else {
+        localContents(file); // they stay readable, whatever becomes of the item
+    }
     info.keep_cache = 1;
     // The size may be known by its low 32 bits only: reads have to come here to find out.
     info.direct_io = !writes && !item.contents && !file->local();
@@ -113,9 +117,8 @@ void FileSystem::read(fuse_req_t request, std::size_t size, off_t from, const fu
 void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fuse_file_info& info) {
     const Handle& handle = Handle::of(info);
     const OpenFilePointer file = handle.file;
-    const auto put = [this, file, at, appends = handle.appends](fuse_req_t writer, LocalFile& local,
-                                                                fuse_bufvec& source) {
-        beginChange(*file);
+    const bool appends = (info.flags & O_APPEND) && !info.writepage; // pages of a mapping have their place
+    const auto put = [file, at, appends](fuse_req_t writer, LocalFile& local, fuse_bufvec& source) {
         struct stat now {};
         if (appends && ::fstat(local.fd(), &now) != 0) failWithErrno();
         fuse_bufvec target = FUSE_BUFVEC_INIT(fuse_buf_size(&source));
@@ -123,11 +126,11 @@ void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fu
         target.buf[0].fd = local.fd();
         target.buf[0].pos = appends ? now.st_size : at;
         const ssize_t written = fuse_buf_copy(&target, &source, FUSE_BUF_SPLICE_NONBLOCK);
-        file->changed = true;
+        file->setChanged();
         if (written < 0) throw ErrorNumber{static_cast<int>(-written)};
         fuse_reply_write(writer, static_cast<std::size_t>(written));
     };
-    if (const auto local = localContents(file)) return put(request, *local, data);
+    if (const auto local = changeableContents(file)) return put(request, *local, data);
     // The data lives as long as this call only.
     auto copy = std::make_shared<std::string>(fuse_buf_size(&data), '\0');
     fuse_bufvec target = FUSE_BUFVEC_INIT(copy->size());
@@ -135,7 +138,7 @@ void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fu
     if (const ssize_t copied = fuse_buf_copy(&target, &data, FUSE_BUF_SPLICE_NONBLOCK); copied < 0)
         throw ErrorNumber{static_cast<int>(-copied)};
     whenLocal(request, file, [this, file, copy, put](const auto& parked) {
-        const auto local = localContents(file);
+        const auto local = changeableContents(file);
         if (!local) return parked->fail(EIO);
         fuse_bufvec source = FUSE_BUFVEC_INIT(copy->size());
         source.buf[0].mem = copy->data();
@@ -143,30 +146,45 @@ void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fu
     });
 }
 
-void FileSystem::beginChange(OpenFile& file) const {
-    if (file.marked) return;
-    std::lock_guard lock(file.saving);
-    if (file.marked) return;
-    auto item = places_.common.replica.row(file.inode());
-    const bool isWaiting = item && (item->pending.creation || item->pending.fields & ItemField::contents);
-    const auto local = file.local();
-    if (item && local && item->contents == local->name &&
-        !isWaiting) // a crash from here on must not make the host's contents count
-        places_.common.replica.change(*item, ItemField::contents, replica::Safe::fromCrash);
+/// The contents, once the replica knows that they are about to change: from here on the host's are not to be taken for
+/// them, nor is what is being sent to count as all.
+std::shared_ptr<LocalFile> FileSystem::changeableContents(const OpenFilePointer& file) const {
+    auto local = localContents(file);
+    if (!local || file->marked) return local;
+    std::lock_guard lock(file->saving);
+    local = file->local();
+    if (!local || file->marked) return local;
+    const auto item = places_.common.replica.row(file->inode());
+    if (item && !item->pending.deletion && !file->unsaved && item->contents != local->name) {
+        file->setLocal(nullptr); // out of date since a moment
+        return nullptr;
+    }
+    mark(*file);
+    return local;
+}
+
+void FileSystem::mark(OpenFile& file) const {
+    places_.common.replica.change(
+        file.inode(), [](Row&) {}, ItemField::contents, replica::Safe::fromCrash);
     file.marked = true;
 }
 
 void FileSystem::replaceContents(OpenFile& file) const {
     std::lock_guard lock(file.saving);
-    // The old ones stay until the new ones are safe.
-    file.setLocal(places_.contents.create());
-    file.changed = true;
+    const auto local = file.local();
+    const auto item = places_.common.replica.row(file.inode());
+    if (local && item && item->contents != local->name) { // begun anew already
+        if (::ftruncate(local->fd(), 0) != 0) failWithErrno();
+    } else {
+        file.setLocal(places_.contents.create()); // the old ones stay until the new ones are safe
+    }
+    mark(file);
+    file.setChanged();
 }
 
 void FileSystem::setSize(OpenFile& file, LocalFile& local, off_t size) const {
-    beginChange(file);
     if (::ftruncate(local.fd(), size) != 0) failWithErrno();
-    file.changed = true;
+    file.setChanged();
 }
 
 void FileSystem::makeSafe(OpenFile& file) const {
@@ -174,14 +192,11 @@ void FileSystem::makeSafe(OpenFile& file) const {
     if (!file.changed.exchange(false)) return;
     try {
         const auto local = file.local();
-        auto item = places_.common.replica.row(file.inode());
+        const auto item = places_.common.replica.row(file.inode());
         struct stat now {};
         if (!local) return;
         if (!item || item->pending.deletion) return places_.contents.remove(local->name);
         if (::fstat(local->fd(), &now) != 0) failWithErrno();
-        item->contents = local->name;
-        item->size = static_cast<std::uint64_t>(now.st_size);
-        item->modified = dateOf(now.st_mtim);
         Contents::mark(local->fd(),
                        {places_.common.replica.path(item->inode).value_or(""), item->identifier.value_or("")});
         std::optional<std::string> bytes;
@@ -189,8 +204,14 @@ void FileSystem::makeSafe(OpenFile& file) const {
             bytes = wholeFile(*local, now.st_size);
         else if (::fdatasync(local->fd()) != 0)
             failWithErrno();
-        places_.common.replica.change(*item, ItemField::contents | ItemField::contentModificationDate,
+        const auto edit = [&](Row& row) {
+            row.contents = local->name;
+            row.size = static_cast<std::uint64_t>(now.st_size);
+            row.modified = dateOf(now.st_mtim);
+        };
+        places_.common.replica.change(file.inode(), edit, ItemField::contents | ItemField::contentModificationDate,
                                       replica::Safe::fromPowerLoss, bytes);
+        if (!file.changed) file.unsaved = false;
     } catch (...) {
         file.changed = true; // not safe yet; the next save tries again
         throw;
@@ -200,8 +221,7 @@ void FileSystem::makeSafe(OpenFile& file) const {
 }
 
 void FileSystem::save(fuse_req_t request, const fuse_file_info& info) {
-    const Handle& handle = Handle::of(info);
-    if (handle.writes) makeSafe(*handle.file);
+    makeSafe(*Handle::of(info).file); // whoever has written
     fuse_reply_err(request, 0);
 }
 
@@ -221,11 +241,10 @@ void FileSystem::release(fuse_req_t request, const fuse_file_info& info) {
 
 void FileSystem::allocate(fuse_req_t request, int mode, off_t at, off_t length, const fuse_file_info& info) {
     const Handle& handle = Handle::of(info);
-    const auto local = localContents(handle.file);
+    const auto local = changeableContents(handle.file);
     if (!local) throw ErrorNumber{EOPNOTSUPP}; // programs write instead
-    beginChange(*handle.file);
     if (::fallocate(local->fd(), mode, at, length) != 0) failWithErrno();
-    handle.file->changed = true;
+    handle.file->setChanged();
     fuse_reply_err(request, 0);
 }
 

@@ -3,7 +3,7 @@
 #include "items/ItemIdentifiers.h"
 #include "messaging/BxMessages.h"
 #include "provider/ChangeFeed.h"
-#include "support/Logger.h"
+#include "provider/mount/Failures.h"
 
 namespace brindlemar {
 
@@ -24,7 +24,7 @@ public:
     void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
     std::int64_t suggestedPageSize() const override { return pageSize_; }
     void didEnumerateItems(ItemBatch items) override {
-        if (folders_->isStill(folder_, identifier_)) folders_->arrived(folder_, std::move(items));
+        if (folders_->isStill(folder_, identifier_) && !folders_->arrived(folder_, items)) isWritten_ = false;
     }
     void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
         pageSize_ = kFurtherPages;
@@ -37,6 +37,7 @@ public:
                                                       folders_->places_.manager.state().since == since_);
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
+        if (!isWritten_) return folders_->ended(folder_, cocoaError(CocoaErrorCode::fileWriteUnknown));
         folders_->ended(folder_, isAnswer ? std::nullopt : std::optional(serverUnreachable()));
     }
 
@@ -52,6 +53,7 @@ private:
     const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
     const Timestamp since_;
     std::atomic<std::int64_t> pageSize_{kFirstPage};
+    std::atomic<bool> isWritten_{true};
 };
 
 void Folders::list(replica::Inode folder, Handler handler) {
@@ -110,7 +112,7 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
     if (!stale || isRoot) return listing->start();
     enumerator->enumerateChanges(
         std::make_shared<ChangeCollector>([self = shared_from_this(), listing](const ChangeSet& changes) {
-            self->places_.notices.tell(self->places_.replica.remove(changes.deleted));
+            orLog("enumerate(_:)", [&] { self->places_.notices.tell(self->places_.replica.remove(changes.deleted)); });
             listing->start();
         }),
         NSFileProviderSyncAnchor());
@@ -121,12 +123,9 @@ bool Folders::isStill(replica::Inode folder, const ItemIdentifier& identifier) c
     return row && row->identifier == identifier;
 }
 
-void Folders::arrived(replica::Inode folder, ItemBatch items) {
-    try {
-        places_.notices.tell(places_.replica.merge(folder, items.items(), places_.clock.now()));
-    } catch (const sqlite::Error& error) {
-        LogScope(Logger::shared(), "arrived(_:)").error(error.what());
-    }
+bool Folders::arrived(replica::Inode folder, const ItemBatch& items) {
+    return orLog("arrived(_:)",
+                 [&] { places_.notices.tell(places_.replica.merge(folder, items.items(), places_.clock.now())); });
 }
 
 void Folders::advanced(replica::Inode folder) {
@@ -134,13 +133,16 @@ void Folders::advanced(replica::Inode folder) {
     for (const Handler& handler : waiting) handler(true, std::nullopt);
 }
 
-void Folders::ended(replica::Inode folder, const std::optional<NSError>& error) {
-    if (!error && folder != replica::kRoot)
-        places_.notices.tell(places_.replica.setListed(folder, places_.clock.now()));
+void Folders::ended(replica::Inode folder, std::optional<NSError> error) {
+    const bool isWritten = orLog("ended(_:)", [&] {
+        if (!error && folder != replica::kRoot)
+            places_.notices.tell(places_.replica.setListed(folder, places_.clock.now()));
+        if (error && error->code == FileProviderErrorCode::noSuchItem)
+            if (const auto row = places_.replica.row(folder); row && row->identifier && folder != replica::kRoot)
+                places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}));
+    });
+    if (!isWritten) error = cocoaError(CocoaErrorCode::fileWriteUnknown);
     const auto listing = listings_.with([&](auto& listings) { return listings.extract(folder); });
-    if (error && error->code == FileProviderErrorCode::noSuchItem)
-        if (const auto row = places_.replica.row(folder); row && row->identifier && folder != replica::kRoot)
-            places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}));
     if (listing)
         for (const Handler& handler : listing.mapped().waiting) handler(false, error);
 }

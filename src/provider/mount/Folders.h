@@ -48,9 +48,9 @@ private:
     void start(replica::Inode folder);
     void enumerate(replica::Inode folder, const replica::Row& row);
     bool isStill(replica::Inode folder, const ItemIdentifier& identifier) const;
-    void arrived(replica::Inode folder, ItemBatch items);
+    bool arrived(replica::Inode folder, const ItemBatch& items);
     void advanced(replica::Inode folder);
-    void ended(replica::Inode folder, const std::optional<NSError>& error);
+    void ended(replica::Inode folder, std::optional<NSError> error);
 
     const Places places_;
     struct Listing {

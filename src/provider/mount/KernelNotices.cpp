@@ -29,7 +29,7 @@ void KernelNotices::tell(replica::Effects effects) {
     if (effects.empty()) return;
     for (const replica::Effect& effect : effects) {
         const auto file = effect.contents ? open_.find(effect.inode) : nullptr;
-        if (file && !file->changed) file->setLocal(nullptr);
+        if (file && !file->unsaved) file->setLocal(nullptr);
     }
     {
         std::lock_guard lock(mutex_);
@@ -55,7 +55,10 @@ void KernelNotices::run() {
         isTelling_ = true;
         lock.unlock();
         replica::Inode lastFolder = 0;
-        for (const replica::Effect& effect : effects) tellOne(*session, effect, lastFolder);
+        for (const replica::Effect& effect : effects) {
+            if (stopping_) break;
+            tellOne(*session, effect, lastFolder);
+        }
         lock.lock();
         isTelling_ = false;
         told_.notify_all();

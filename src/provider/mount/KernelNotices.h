@@ -5,6 +5,7 @@
 #include "provider/mount/OpenFiles.h"
 #include "provider/replica/Replica.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -37,7 +38,8 @@ private:
     std::condition_variable wake_;
     std::deque<replica::Effects> waiting_;
     fuse::FuseSession* session_ = nullptr;
-    bool stopping_ = false, isTelling_ = false;
+    std::atomic<bool> stopping_{false};
+    bool isTelling_ = false;
     std::condition_variable told_;
     std::thread thread_;
 };

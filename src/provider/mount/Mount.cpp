@@ -1,7 +1,7 @@
 #include "provider/mount/Mount.h"
 
 #include "linux/dbus/DesktopNotification.h"
-#include "support/Logger.h"
+#include "provider/mount/Failures.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ using replica::Row;
 namespace {
 constexpr unsigned kThreads = 8; // some of them in fsync(2)
 constexpr std::size_t kMostFailures = 100;
-constexpr std::string_view kBoot = "boot", kSynced = "synced";
+constexpr std::string_view kBoot = "boot", kSynced = "synced", kRescuing = "rescuing";
 
 std::string directory(const std::string& path) {
     std::filesystem::create_directories(path);
@@ -50,8 +50,8 @@ Mount::Mount(const std::string& state, std::string path, const Places& places)
 Mount::~Mount() { hide(); }
 
 Folders::Places Mount::common() {
-    return {replica_, notices_, places_.extension, places_.folders, places_.manager, places_.tasks, places_.clock,
-            places_.hostIsExpected};
+    return {replica_,        notices_,      places_.extension, places_.folders,
+            places_.manager, places_.tasks, places_.clock,     places_.hostIsExpected};
 }
 
 void Mount::recover() {
@@ -73,15 +73,19 @@ void Mount::recover() {
             return;
         }
         wanted.insert(name);
-        auto row = replica_.row(inode);
-        if (!isPending || !row || row->size == static_cast<std::uint64_t>(now.st_size)) return;
-        row->size = static_cast<std::uint64_t>(now.st_size); // written in place until the end
-        replica_.change(*row, ItemField::contents, replica::Safe::fromCrash);
+        const auto row = replica_.row(inode);
+        const auto size = static_cast<std::uint64_t>(now.st_size);
+        if (!isPending || !row || row->size == size) return;
+        const auto resize = [&](Row& changed) { changed.size = size; }; // written in place until the end
+        replica_.change(inode, resize, ItemField::contents, replica::Safe::fromCrash);
     });
-    replica_.takeDiscarded();
+    for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
+    // Until all of it has its place again, also at the next starts.
+    const bool rescues = !said_.empty() || replica_.remembered(kRescuing).value_or("") == "yes";
+    if (rescues) replica_.remember(kRescuing, "yes");
     contents_.each([&](const std::string& name) {
         if (wanted.contains(name)) return;
-        if (said_.empty()) return contents_.remove(name);
+        if (!rescues) return contents_.remove(name);
         // The replica that knew of it is set aside.
         if (const auto note = contents_.noteOf(name))
             rescue_->add(name, *note);
@@ -97,6 +101,10 @@ void Mount::putAside(const std::string& contents) {
 }
 
 void Mount::lookForLost() {
+    if (rescue_->isDone()) {
+        if (replica_.remembered(kRescuing).value_or("") == "yes") replica_.remember(kRescuing, "");
+        return;
+    }
     rescue_->look([uploads = std::weak_ptr(uploads_)](Inode inode) {
         if (const auto alive = uploads.lock()) alive->touched(inode);
     });
@@ -126,9 +134,10 @@ void Mount::hide() {
         return std::move(current.session);
     });
     if (!session) return;
+    ParkedRequest::failAll(ENOTCONN); // and those to come
+    notices_.stop();                  // it may wait for requests, which are still answered
     session->stop();
-    ParkedRequest::failAll(ENOTCONN);
-    notices_.stop();
+    session.reset(); // nobody can write any more
     open_.each([this](OpenFile& file) {
         try {
             files_.makeSafe(file);
@@ -136,8 +145,9 @@ void Mount::hide() {
             LogScope(Logger::shared(), "hide()").error(error.what());
         } catch (const ErrorNumber&) {
         }
+        file.writers = 0; // whose closes do not come
     });
-    session.reset();
+    uploads_->look();
     const int directory = ::open(contents_.directory().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory >= 0 && ::syncfs(directory) == 0) replica_.remember(kBoot, kSynced);
     if (directory >= 0) ::close(directory);
@@ -164,7 +174,7 @@ void Mount::apply(const ChangeSet& changes) {
         LogScope(Logger::shared(), "apply(_:)").error(error.what());
     }
     uploads_->hostIsBack();
-    lookForLost();
+    orLog("apply(_:)", [&] { lookForLost(); });
 }
 
 void Mount::domainChanged() {
@@ -178,7 +188,7 @@ void Mount::domainChanged() {
     places_.tasks.async([this, domain] {
         if (!domain.connected) return notifyDesktop("Brindlemar", domain.reason);
         uploads_->hostIsBack();
-        lookForLost();
+        orLog("domainChanged()", [&] { lookForLost(); });
     });
 }
 

@@ -21,13 +21,18 @@ public:
     replica::Inode inode() const { return atOpening.inode; }
     /// The contents, when they are local.
     std::shared_ptr<LocalFile> local() const { return local_.copy(); }
+    void setChanged() {
+        unsaved = true;
+        changed = true;
+    }
     void setLocal(std::shared_ptr<LocalFile> file) {
         local_.with([&](auto& local) { local.swap(file); });
     }
 
     const replica::Row atOpening;     // for what was removed meanwhile
     std::mutex saving;                // held while contents are made safe, or replaced
-    std::atomic<bool> changed{false}; // written since they were made safe
+    std::atomic<bool> changed{false}; // written since a save began
+    std::atomic<bool> unsaved{false}; // the replica does not know yet what was written
     std::atomic<bool> marked{false};  // the replica knows that writing has begun
     std::atomic<unsigned> writers{0}; // handles that may write
 

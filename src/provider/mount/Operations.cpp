@@ -20,6 +20,8 @@ void init(void*, fuse_conn_info* connection) {
                                                FUSE_CAP_SPLICE_MOVE | FUSE_CAP_PARALLEL_DIROPS | FUSE_CAP_ASYNC_DIO);
     connection->want &= ~unsigned{FUSE_CAP_READDIRPLUS_AUTO | FUSE_CAP_AUTO_INVAL_DATA};
     connection->want |= connection->capable & FUSE_CAP_EXPLICIT_INVAL_DATA;
+    // Reads ahead that wait for the host count as in the background; others are not to wait for them.
+    connection->max_background = connection->congestion_threshold = 10'000;
 }
 
 fuse_lowlevel_ops makeOperations() {

@@ -17,13 +17,23 @@ namespace {
 struct Parked {
     std::uint64_t last = 0;
     std::unordered_map<std::uint64_t, std::weak_ptr<ParkedRequest>> requests;
+    int refusal = 0; // for new ones, unless it is 0
 };
 Guarded<Parked>& parked() {
     static Guarded<Parked> all;
     return all;
 }
-/// Held while a request is answered; alone by whoever ends the session.
+/// Held while a request is answered, which may park another; alone by whoever ends the session.
 std::shared_mutex answering;
+thread_local int depth = 0;
+struct Answering {
+    Answering() {
+        if (depth++ == 0) answering.lock_shared();
+    }
+    ~Answering() {
+        if (--depth == 0) answering.unlock_shared();
+    }
+};
 } // namespace
 
 void answerOrFail(fuse_req_t request, const std::function<void()>& body) {
@@ -45,10 +55,12 @@ void answerOrFail(fuse_req_t request, const std::function<void()>& body) {
 
 std::shared_ptr<ParkedRequest> ParkedRequest::park(fuse_req_t request, Queue& tasks) {
     const std::shared_ptr<ParkedRequest> made(new ParkedRequest(request, tasks));
-    made->number_ = parked().with([&](Parked& all) {
-        all.requests[++all.last] = made;
-        return all.last;
+    const int refusal = parked().with([&](Parked& all) {
+        made->number_ = ++all.last;
+        all.requests[made->number_] = made;
+        return all.refusal;
     });
+    if (refusal != 0) made->fail(refusal);
     return made;
 }
 
@@ -58,27 +70,33 @@ ParkedRequest::~ParkedRequest() {
 }
 
 void ParkedRequest::answer(const Body& body) {
-    std::shared_lock lock(answering);
+    const Answering lock;
     if (!answered_.exchange(true)) answerOrFail(request_, [&] { body(request_); });
 }
 
 void ParkedRequest::fail(int error) {
+    const Answering lock;
     if (!answered_.exchange(true)) fuse_reply_err(request_, error);
 }
 
 void ParkedRequest::failAll(int error) {
     std::unique_lock lock(answering);
-    const auto all = parked().with([](Parked& everything) {
+    ++depth;
+    const auto all = parked().with([&](Parked& everything) {
+        everything.refusal = error;
         std::vector<std::shared_ptr<ParkedRequest>> alive;
         for (const auto& [number, request] : everything.requests)
             if (auto one = request.lock()) alive.push_back(std::move(one));
         return alive;
     });
     for (const auto& request : all) request->fail(error);
+    --depth;
 }
 
 void ParkedRequest::onInterruption(std::function<void()> handler) {
     handler_ = std::move(handler);
+    const Answering lock;
+    if (answered_) return; // the session ends
     const auto onInterrupt = [](fuse_req_t, void* number) {
         const auto request = parked().with([&](Parked& all) {
             const auto found = all.requests.find(reinterpret_cast<std::uintptr_t>(number));

@@ -32,7 +32,7 @@ public:
     /// Calls body(request), which answers it or throws; see answerOrFail(). Not called when that has happened already.
     void answer(const Body& body);
     void fail(int error);
-    /// Answers all there are, before their session ends.
+    /// Answers all there are and will be, before their session ends.
     static void failAll(int error);
     bool isAnswered() const { return answered_; }
     /// Runs, on the queue, when the program does not wait any more: once at the most, before the answer EINTR. To be

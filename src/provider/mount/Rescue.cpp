@@ -1,6 +1,6 @@
 #include "provider/mount/Rescue.h"
 
-#include "support/Logger.h"
+#include "provider/mount/Failures.h"
 
 #include <sys/stat.h>
 
@@ -9,7 +9,10 @@ namespace brindlemar {
 using replica::Inode;
 using replica::Row;
 
-void Rescue::add(std::string contents, UnsentNote note) { wait({std::move(contents), std::move(note), nullptr}); }
+void Rescue::add(std::string contents, UnsentNote note) {
+    ++missing_;
+    wait({std::move(contents), std::move(note), nullptr});
+}
 
 void Rescue::wait(const Lost& lost) {
     lost_.with([&](auto& all) { all.push_back(lost); });
@@ -19,7 +22,7 @@ void Rescue::look(const std::function<void(Inode)>& rescued) {
     auto all = lost_.with([](auto& lost) { return std::exchange(lost, {}); });
     for (Lost& lost : all) {
         lost.rescued = rescued;
-        seek(lost, replica::kRoot, 0);
+        if (!orLog("look(_:)", [&] { seek(lost, replica::kRoot, 0); })) wait(lost);
     }
 }
 
@@ -31,7 +34,7 @@ void Rescue::seek(const Lost& lost, Inode folder, std::size_t from) {
     const auto lookAgain = [self = shared_from_this(), lost, folder, from](bool more, const auto& error) {
         const auto now = self->places_.replica.row(folder);
         if (error || !now || (!more && !Folders::isKnown(*now))) return self->wait(lost);
-        self->seek(lost, folder, from);
+        if (!orLog("seek(_:)", [&] { self->seek(lost, folder, from); })) self->wait(lost);
     };
     const std::string name = path.substr(from, end == path.npos ? end : end - from);
     const auto child = places_.replica.child(folder, name);
@@ -46,7 +49,10 @@ void Rescue::seek(const Lost& lost, Inode folder, std::size_t from) {
 
 void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
     struct stat now {};
-    if (::stat(places_.contents.pathOf(lost.contents).c_str(), &now) != 0) return;
+    if (::stat(places_.contents.pathOf(lost.contents).c_str(), &now) != 0) {
+        --missing_;
+        return;
+    }
     const Timestamp date(std::chrono::seconds(now.st_mtim.tv_sec) + std::chrono::nanoseconds(now.st_mtim.tv_nsec));
     auto row = places_.replica.child(folder, name);
     if (!row || row->folder) {
@@ -54,11 +60,14 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
             name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
         row = places_.replica.create(folder, free, lost.contents, std::nullopt, date);
     }
-    row->contents = lost.contents;
-    row->size = static_cast<std::uint64_t>(now.st_size);
-    row->modified = date;
-    places_.replica.change(*row, ItemField::contents | ItemField::contentModificationDate,
+    const auto edit = [&](Row& changed) {
+        changed.contents = lost.contents;
+        changed.size = static_cast<std::uint64_t>(now.st_size);
+        changed.modified = date;
+    };
+    places_.replica.change(row->inode, edit, ItemField::contents | ItemField::contentModificationDate,
                            replica::Safe::fromPowerLoss);
+    --missing_;
     LogScope(Logger::shared(), "settle(_:)").warning("found the unsent contents of ", lost.note.path, " again");
     if (lost.rescued) lost.rescued(row->inode);
 }

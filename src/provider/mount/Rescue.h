@@ -4,6 +4,7 @@
 #include "provider/mount/Contents.h"
 #include "provider/mount/Folders.h"
 
+#include <atomic>
 #include <vector>
 
 namespace brindlemar {
@@ -21,6 +22,8 @@ public:
     explicit Rescue(const Places& places) : places_(places) {}
 
     void add(std::string contents, UnsentNote note);
+    /// Everything that was added has its place.
+    bool isDone() const { return missing_ == 0; }
     /// A host may be there by now. `rescued` is called for each item that has its contents again.
     void look(const std::function<void(replica::Inode)>& rescued);
 
@@ -36,6 +39,7 @@ private:
 
     const Places places_;
     Guarded<std::vector<Lost>> lost_;
+    std::atomic<int> missing_{0};
 };
 
 } // namespace brindlemar

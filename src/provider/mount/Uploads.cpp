@@ -4,14 +4,13 @@
 #include "messaging/BxMessages.h"
 #include "provider/ItemDraft.h"
 #include "provider/ServiceFiles.h"
-#include "support/Logger.h"
-
+#include "provider/mount/Failures.h"
 #include <array>
 
 namespace brindlemar {
 
 namespace {
-using replica::Job;
+using replica::Job, replica::kContentsFields;
 
 constexpr std::size_t kAtOnce = 8;
 /// Programs write a new file beside an old one and rename it at once: both are told together.
@@ -27,7 +26,10 @@ ItemDraft draftOf(const Job& job) {
     draft.type = job.item.folder ? UTType::directory : UTType::content;
     if (job.item.flags) draft.flags = job.item.flags;
     draft.size = job.item.size;
-    draft.modified = job.item.modified;
+    const bool isPlaceOnly = !job.item.pending.creation && !(job.item.pending.fields & kContentsFields);
+    draft.modified = isPlaceOnly && job.item.identifier
+                         ? Timestamp(std::chrono::seconds(job.item.host.modified)) // contents of that date stay there
+                         : job.item.modified;
     draft.used = job.item.used;
     return draft;
 }
@@ -54,8 +56,44 @@ void Uploads::look() {
 }
 
 void Uploads::hostIsBack() {
-    places_.common.replica.retry(isForWantOfHost);
-    places_.folders->identifyAll();
+    orLog("hostIsBack()", [&] {
+        places_.common.replica.retry(isForWantOfHost);
+        places_.folders->identifyAll();
+        refresh();
+    });
+    look();
+}
+
+/// What came up on the host while it was away is to meet what was made here, before that is sent.
+void Uploads::refresh() {
+    const Timestamp since = places_.common.manager.state().since;
+    const bool isDue = state_.with([&](State& state) {
+        if (state.refreshing > 0 || (state.isRefreshed && state.refreshedSince == since)) return false;
+        state.refreshing = 1; // this look
+        state.isRefreshed = true;
+        state.refreshedSince = since;
+        return true;
+    });
+    if (!isDue) return;
+    const bool isRead = orLog("refresh()", [&] {
+        const auto folders = places_.common.replica.foldersOfCreations();
+        state_.with([&](State& state) { state.refreshing += folders.size(); });
+        for (const replica::Inode folder : folders) refresh(folder);
+    });
+    refreshed(isRead);
+}
+
+void Uploads::refresh(replica::Inode folder) {
+    places_.folders->list(folder, [self = shared_from_this(), folder](bool more, const auto& error) {
+        return more ? self->refresh(folder) : self->refreshed(!error);
+    });
+}
+
+void Uploads::refreshed(bool succeeded) {
+    state_.with([&](State& state) {
+        if (!succeeded) state.isRefreshed = false; // once more, when a host is there
+        --state.refreshing;
+    });
     look();
 }
 
@@ -72,21 +110,26 @@ void Uploads::pump() {
         return !std::exchange(state.isPumping, true);
     });
     if (!isMine) return;
-    try {
+    orLog("pump()", [&] { // else they are found at the next start
         for (const std::string& name : places_.common.replica.takeDiscarded()) places_.contents.remove(name);
-    } catch (const sqlite::Error& failure) { // they are found at the next start
-        LogScope(Logger::shared(), "pump()").error(failure.what());
-    }
+    });
+    const Timestamp now = places_.common.clock.now();
+    state_.with([&](State& state) {
+        std::erase_if(state.touched, [&](const auto& entry) { return now - entry.second >= kSettling; });
+    });
     const auto goesOn = [&] {
         return state_.with([](State& state) { return state.isPumping = std::exchange(state.again, false); });
     };
     while (goesOn())
-        while (!stopping_ && takeOne()) continue;
+        orLog("pump()", [&] { // the next look tries again
+            while (!stopping_ && takeOne()) continue;
+        });
 }
 
 bool Uploads::takeOne() {
     const Timestamp now = places_.common.clock.now();
-    const bool isFull = state_.with([](const State& state) { return state.running.size() >= kAtOnce; });
+    const bool isFull =
+        state_.with([](const State& state) { return state.refreshing > 0 || state.running.size() >= kAtOnce; });
     if (isFull || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
     const auto isHeld = [&](replica::Inode inode) {
@@ -124,10 +167,12 @@ void Uploads::sendUnlessConflict(const Job& job) {
         if (isGone || (error && *error == serverUnreachable())) return self->ended(job, nullptr, error);
         if (!item || !replica.isConflict(job, *item))
             return self->places_.common.tasks.async([self, job] { self->send(job); });
-        self->ended(job, nullptr, userCancelled());
-        self->places_.common.notices.tell(
-            replica.merge(job.item.hostParent, std::array{item}, self->places_.common.clock.now()));
-        self->look();
+        orLog("sendUnlessConflict(_:)", [&] {
+            replica.failed(job, std::nullopt); // else the item would be left alone
+            self->places_.common.notices.tell(
+                replica.merge(job.item.hostParent, std::array{item}, self->places_.common.clock.now()));
+        });
+        self->finished(job);
     };
     places_.common.extension->item(*job.item.identifier, found);
 }
@@ -185,13 +230,18 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
             replica.failed(job, error);
         } else {
             places_.common.notices.tell(replica.succeeded(job, item.get(), places_.common.clock.now()));
-            if (job.item.folder) places_.folders->identifyAll();
+            const bool isRenamed = item && job.item.identifier && item->itemIdentifier() != *job.item.identifier;
+            if (job.item.folder && isRenamed) places_.folders->identifyAll();
             if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
                 places_.contents.unmark(*now->contents);
         }
     } catch (const std::exception& failure) { // of the disk: the next start tells it again
         LogScope(Logger::shared(), "ended(_:)").error(failure.what());
     }
+    finished(job);
+}
+
+void Uploads::finished(const Job& job) {
     state_.with([&](State& state) { state.running.erase(job.item.inode); });
     if (!stopping_) pump();
 }

@@ -38,12 +38,19 @@ private:
         std::unordered_map<replica::Inode, std::shared_ptr<NSProgress>> running;
         bool isScheduled = false;
         bool isPumping = false, again = false;
+        std::size_t refreshing = 0; // folders, and who looks for them
+        bool isRefreshed = false;   // all of them, since
+        Timestamp refreshedSince{}; // the domain was connected
     };
     void pump();
     bool takeOne();
+    void refresh();
+    void refresh(replica::Inode folder);
+    void refreshed(bool succeeded);
     void run(const replica::Job& job);
     void sendUnlessConflict(const replica::Job& job);
     void send(const replica::Job& job);
+    void finished(const replica::Job& job);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                const std::optional<NSError>& error);
 

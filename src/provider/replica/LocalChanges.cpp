@@ -27,21 +27,24 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     return row;
 }
 
-void Replica::change(const Row& row, ItemFields fields, Safe safe, std::optional<std::string_view> bytes) {
+std::optional<Row> Replica::change(Inode inode, const std::function<void(Row&)>& edit, ItemFields fields, Safe safe,
+                                   std::optional<std::string_view> bytes) {
+    std::optional<Row> now;
     const auto apply = [&] {
-        auto now = changes_->get(row.inode);
-        if (!now || now->pending.deletion) return;
-        now->size = row.size;
-        now->modified = row.modified;
-        now->used = row.used;
-        now->mode = row.mode;
-        now->contents = row.contents;
+        now = changes_->get(inode);
+        if (now && now->pending.deletion) now.reset();
+        if (!now) return;
+        edit(*now);
         // What is put into a folder changes its date: that is told by itself, at the end.
         if (now->folder && now->pending.creation) now->pending.fields |= fields & ItemField::contentModificationDate;
         note(*now, LocalChange::modification, now->parent == kRoot ? 0 : fields);
-        if (bytes && row.contents) changes_->keep.run(row.inode, sqlite::Blob{*bytes});
+        if (bytes)
+            changes_->keep.run(inode, sqlite::Blob{*bytes});
+        else if (fields & ItemField::contents && safe == Safe::fromPowerLoss)
+            changes_->unkeep.run(inode); // older ones
     };
     write(apply, safe);
+    return now;
 }
 
 void Replica::move(Inode inode, Inode parent, std::string_view name) {

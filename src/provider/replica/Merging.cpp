@@ -51,7 +51,10 @@ void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& ite
     }
     takeProperties(row, item);
     show(row, folder, item.filename());
-    if (row.folder && row.identifier != before.identifier) statements.estrange.run(row.inode);
+    if (row.folder && row.identifier != before.identifier) {
+        statements.estrange.run(row.inode);
+        statements.estrangeMoved.run(row.inode);
+    }
     update(before, row, action == MergeAction::drop && !row.folder);
 }
 
@@ -140,6 +143,8 @@ bool Replica::Merging::forget(const Row& row, bool isConnection) {
     const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
                            (isConnection || row.folder || row.contents); // else there is nothing to make it from
     if (isEmpty && !isChanged) return erase(row), true;
+    if (Sent* const way = replica.sent(row.inode))
+        way->changed |= kContentsFields; // its answer is not about this any more
     Row kept = row;
     kept.identifier.reset();
     if (!isConnection) {

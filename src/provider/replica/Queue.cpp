@@ -40,6 +40,10 @@ std::optional<Job> Replica::job(Inode inode) {
     auto row = changes_->get(inode);
     if (!row) return std::nullopt;
     row->pending = nextRequest(row->pending);
+    if (row->hostParent != 0 && !row->pending.creation && !(row->pending.fields & kPlaceFields)) {
+        row->parent = row->hostParent; // where it stays: it may be shown elsewhere
+        row->name = row->hostName;
+    }
     Row parent = changes_->get(row->parent).value_or(Row());
     Row formerParent = row->hostParent != 0 && row->hostParent != row->parent
                            ? changes_->get(row->hostParent).value_or(Row())
@@ -72,13 +76,13 @@ Job Replica::send(Job job) {
     way.above = changes_->above(job.parent.inode);
     if (job.formerParent.inode != job.parent.inode)
         for (const Inode inode : changes_->above(job.formerParent.inode)) way.above.push_back(inode);
-    underWay_[job.item.inode] = std::move(way);
     const Row& item = job.item;
     if (!item.folder && (item.pending.creation || item.pending.fields & kContentsFields))
         commit([&] {
             changes_->record.run(item.inode, wholeSecondsSince1970(item.modified),
                                  static_cast<std::int64_t>(static_cast<std::uint32_t>(item.size)));
         });
+    underWay_[item.inode] = std::move(way);
     return job;
 }
 
@@ -112,7 +116,9 @@ std::optional<Job> Replica::untangle(const std::function<bool(Inode)>& isHeld) {
 
 std::int64_t Replica::waiting() {
     std::lock_guard lock(reading_);
-    return reader_.integer("SELECT count(*) FROM items WHERE place IS NOT NULL");
+    // Each half has an index.
+    return reader_.integer("SELECT count(*) FROM items WHERE place IS NOT NULL AND errorDomain IS NULL") +
+           reader_.integer("SELECT count(*) FROM items WHERE errorDomain IS NOT NULL");
 }
 
 Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now) {
@@ -151,7 +157,10 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if (isFileName(result->filename()) && row->hostName != result->filename() && !row->pending.deletion)
             merging.show(*row, row->hostParent, result->filename());
         row->error.reset();
-        if (row->folder && !told.creation && row->identifier != before.identifier) changes_->estrange.run(row->inode);
+        if (row->folder && !told.creation && row->identifier != before.identifier) {
+            changes_->estrange.run(row->inode);
+            changes_->estrangeMoved.run(row->inode);
+        }
         merging.update(before, *row);
     });
     return std::move(merging.effects);
@@ -192,6 +201,7 @@ std::int64_t Replica::failureCount() {
 
 std::int64_t Replica::retry(const std::function<bool(const NSError&)>& concerns) {
     std::int64_t count = 0;
+    if (failureCount() == 0) return 0;
     write([&] {
         for (const Row& row : Statements::all(changes_->failed, std::int64_t{-1})) {
             if (concerns && !concerns(*row.error)) continue;
@@ -200,6 +210,17 @@ std::int64_t Replica::retry(const std::function<bool(const NSError&)>& concerns)
         }
     });
     return count;
+}
+
+std::vector<Inode> Replica::foldersOfCreations() {
+    std::lock_guard lock(reading_);
+    std::vector<Inode> folders;
+    reader_
+        .prepare("SELECT DISTINCT item.parent FROM items item INDEXED BY queue JOIN items folder ON "
+                 "folder.inode=item.parent WHERE item.place IS NOT NULL AND item.errorDomain IS NULL AND item.creation "
+                 "AND NOT item.folder AND folder.identifier IS NOT NULL")
+        .each([&](const auto& at) { folders.push_back(at.integer(0)); });
+    return folders;
 }
 
 std::vector<Inode> Replica::foldersToIdentify() {

@@ -16,6 +16,11 @@ Replica::Replica(const std::string& directory, const std::function<void(const st
     write([&] {
         // Removed while it was created, and then the service ended: a listing tells whether it is there.
         writer_.execute("UPDATE items SET creation=0 WHERE place IS NOT NULL AND creation AND deletion");
+        // Contents that were begun anew and never saved.
+        writer_
+            .prepare("UPDATE items SET fields=fields & ~?1, place=CASE WHEN fields & ~?1 THEN place END WHERE place IS "
+                     "NOT NULL AND contents IS NULL AND NOT folder AND NOT creation AND NOT deletion")
+            .run(static_cast<std::int64_t>(ItemField::contents));
         if (changes_->get(kRoot)) return;
         Row root;
         root.inode = kRoot;
@@ -110,13 +115,15 @@ std::optional<Row> Replica::at(std::string_view path) {
     return row;
 }
 
-bool Replica::setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size) {
+bool Replica::setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size,
+                          const std::optional<HostVersion>& version) {
     bool isTaken = false;
     write([&] {
         auto row = changes_->get(inode);
         if (!row || row->identifier != identifier || row->pending.deletion || row->contents) return;
         row->contents = contents;
         row->size = size;
+        if (version) row->host = *version; // a listing may have told another one meanwhile, and will again
         changes_->put(*row);
         isTaken = true;
     });
@@ -143,7 +150,7 @@ std::vector<std::string> Replica::takeDiscarded() {
     std::vector<std::string> names;
     const auto collect = [&] {
         writer_
-            .prepare("SELECT contents FROM discarded WHERE NOT EXISTS(SELECT 1 FROM items WHERE "
+            .prepare("SELECT DISTINCT contents FROM discarded WHERE NOT EXISTS(SELECT 1 FROM items WHERE "
                      "items.inode=discarded.inode AND items.contents=discarded.contents)")
             .each([&](const auto& at) { names.emplace_back(at.text(0)); });
         writer_.execute("DELETE FROM discarded");

@@ -36,6 +36,9 @@ enum class Safe {
     fromPowerLoss // too
 };
 
+/// What tells the item's contents from others.
+HostVersion hostVersion(const NSFileProviderItem& item);
+
 /// Thread-safe: looks and changes do not wait for each other. Throws sqlite::Error when the disk does not take a
 /// change: nothing has changed then.
 class Replica {
@@ -65,8 +68,9 @@ public:
     /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
     Effects remove(std::span<const ItemIdentifier> identifiers);
     /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
-    /// gone. `size` in bytes.
-    bool setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size);
+    /// gone. `size` in bytes; `version`: what the host had when it gave them, if it said.
+    bool setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size,
+                     const std::optional<HostVersion>& version = std::nullopt);
     /// Forgets contents that the host has. False when it has not, or there are none.
     bool dropContents(Inode inode);
 
@@ -75,10 +79,12 @@ public:
     /// An entry with that name must not be there. `contents`: the name of the file for them; none for a folder.
     Row create(Inode parent, std::string_view name, std::optional<std::string> contents, std::optional<unsigned> mode,
                Timestamp now);
-    /// New contents, or new properties: size, dates, mode and contents are taken from `row`, `fields` tells what of it
-    /// concerns the host. `bytes`: the whole contents, which the database keeps until the host has them; without them
-    /// the contents must be safe already. Nothing happens when the item was removed meanwhile.
-    void change(const Row& row, ItemFields fields, Safe safe, std::optional<std::string_view> bytes = std::nullopt);
+    /// New contents, or new properties: edit(row) changes size, dates, mode and contents of the row as it is now,
+    /// `fields` tells what of it concerns the host. `bytes`: the whole contents, which the database keeps until the
+    /// host has them; without them contents that are to be safe from power loss are so already. The row afterwards;
+    /// none, and nothing happens, when the item was removed meanwhile.
+    std::optional<Row> change(Inode inode, const std::function<void(Row&)>& edit, ItemFields fields, Safe safe,
+                              std::optional<std::string_view> bytes = std::nullopt);
     /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
     /// identity with the host passes to the item: the host hears of new contents only.
     void move(Inode inode, Inode parent, std::string_view name);
@@ -110,6 +116,8 @@ public:
     std::int64_t retry(const std::function<bool(const NSError&)>& concerns = nullptr);
     /// Folders that the host knows, with items in them that it has to tell the identifiers of.
     std::vector<Inode> foldersToIdentify();
+    /// Folders that the host knows, with files in them that it is to make.
+    std::vector<Inode> foldersOfCreations();
 
     // Contents.
 

@@ -51,12 +51,12 @@ CREATE INDEX hostPlaces ON items(hostParent, hostName) WHERE hostParent>0 AND (p
 CREATE INDEX contents ON items(inode) WHERE contents IS NOT NULL;
 CREATE TABLE kept(inode INTEGER PRIMARY KEY, bytes BLOB NOT NULL);
 CREATE TABLE remembered(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
-CREATE TABLE discarded(inode INTEGER, contents TEXT, PRIMARY KEY(inode, contents)) WITHOUT ROWID;
+CREATE TABLE discarded(inode INTEGER NOT NULL, contents TEXT NOT NULL);
 CREATE TRIGGER overwritten AFTER UPDATE OF contents ON items
   WHEN OLD.contents IS NOT NULL AND OLD.contents IS NOT NEW.contents
-  BEGIN INSERT OR IGNORE INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
+  BEGIN INSERT INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
 CREATE TRIGGER erased AFTER DELETE ON items WHEN OLD.contents IS NOT NULL
-  BEGIN INSERT OR IGNORE INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
+  BEGIN INSERT INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
 )"};
 static_assert(std::size(kMigrations) == kSchemaVersion);
 

@@ -54,6 +54,5 @@ struct Replica::Statements {
 
 /// What the item says, into the row; not its place. Local contents keep their size and date.
 void takeProperties(Row& row, const NSFileProviderItem& item);
-HostVersion hostVersion(const NSFileProviderItem& item);
 
 } // namespace brindlemar::replica
