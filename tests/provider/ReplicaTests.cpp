@@ -325,7 +325,7 @@ TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
     world.replica->failed(*world.sent, serverUnreachable());
     EXPECT_FALSE(world.next());
     EXPECT_EQ(world.replica->failures(9).size(), 1u);
-    EXPECT_EQ(world.replica->retry([](const NSError& error) { return error == userCancelled(); }), 0);
+    EXPECT_EQ(world.replica->retry(userCancelled()), 0);
     EXPECT_EQ(world.replica->retry(), 1);
     EXPECT_EQ(world.drain(), "create W/h");
 }

@@ -5,8 +5,8 @@
 
 namespace brindlemar {
 
-/// Shows it by the Desktop Notifications Specification (org.freedesktop.Notifications) where there is a session bus;
-/// else nothing happens. Waits a second at the most.
+/// Shows it through org.freedesktop.Notifications where there is a session bus; else nothing happens. Waits a second at
+/// the most.
 void notifyDesktop(const std::string& summary, const std::string& body);
 
 } // namespace brindlemar

@@ -15,6 +15,10 @@ timespec asTimespec(Timestamp time) {
 }
 } // namespace
 
+Timestamp timestampOf(const timespec& time) {
+    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
 unsigned allowedPermissions(const replica::Row& row) {
     return row.capabilities & Capability::writing ? 0777 : 0777 & ~kWriteBits;
 }

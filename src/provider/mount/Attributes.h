@@ -7,6 +7,8 @@
 
 namespace brindlemar {
 
+Timestamp timestampOf(const timespec& time);
+
 /// The permission bits that somebody may have on the item at the most: read, and write where its capabilities allow.
 unsigned allowedPermissions(const replica::Row& row);
 /// Those that it has: what was asked for within what is allowed, else 0600 and 0700 within what is allowed.

@@ -105,8 +105,7 @@ void Downloads::ended(replica::Inode inode, const std::optional<NSError>& error)
 std::vector<Transfer> Downloads::transfers() const {
     return state_.with([](const State& state) {
         std::vector<Transfer> all;
-        for (const auto& [inode, download] : state.downloads)
-            all.push_back({inode, download.progress ? download.progress->completedUnitCount() : 0, 100});
+        for (const auto& [inode, download] : state.downloads) all.push_back(transferOf(inode, download.progress));
         return all;
     });
 }
@@ -115,7 +114,7 @@ std::optional<Transfer> Downloads::transfer(replica::Inode inode) const {
     return state_.with([&](const State& state) -> std::optional<Transfer> {
         const auto entry = state.downloads.find(inode);
         if (entry == state.downloads.end()) return std::nullopt;
-        return Transfer{inode, entry->second.progress ? entry->second.progress->completedUnitCount() : 0, 100};
+        return transferOf(inode, entry->second.progress);
     });
 }
 

@@ -4,16 +4,11 @@
 #include "provider/FetchedFiles.h"
 #include "provider/mount/Contents.h"
 #include "provider/mount/Folders.h"
+#include "provider/mount/Transfer.h"
 
 #include <list>
 
 namespace brindlemar {
-
-/// Something on its way between the host and here, for people who ask.
-struct Transfer {
-    replica::Inode inode = 0;
-    std::int64_t completed = 0, total = 0;
-};
 
 /// Thread-safe.
 class Downloads : public std::enable_shared_from_this<Downloads> {

@@ -19,10 +19,6 @@ namespace {
 constexpr double kKernelRemembers = 300; // seconds
 constexpr long kLongestName = 255;
 
-Timestamp timestampOf(const timespec& time) {
-    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-}
-
 void answerText(fuse_req_t request, std::size_t size, const std::string& text) {
     if (size == 0)
         fuse_reply_xattr(request, text.size());

@@ -59,6 +59,8 @@ public:
 
     /// What was written is on the disk when it returns, with the news of it.
     void makeSafe(OpenFile& file) const;
+    /// The same where no program hears of a failure: the log does.
+    void makeSafeAtLast(OpenFile& file) const;
 
 private:
     struct Handle;
@@ -91,6 +93,7 @@ private:
     std::shared_ptr<LocalFile> localContents(const OpenFilePointer& file) const;
     void whenLocal(fuse_req_t request, const OpenFilePointer& file, Then then);
 
+    /// The same once the replica knows that they are about to change.
     std::shared_ptr<LocalFile> changeableContents(const OpenFilePointer& file) const;
     void mark(OpenFile& file) const;
     void replaceContents(OpenFile& file) const;

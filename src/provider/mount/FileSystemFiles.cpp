@@ -1,5 +1,8 @@
 #include "provider/mount/FileSystem.h"
 
+#include "provider/mount/Attributes.h"
+#include "support/Logger.h"
+
 #include <fcntl.h>
 
 #include <cerrno>
@@ -31,9 +34,6 @@ std::string wholeFile(const LocalFile& file, off_t size) {
     return bytes;
 }
 
-Timestamp dateOf(const timespec& time) {
-    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-}
 } // namespace
 
 /// What a program has open.
@@ -46,7 +46,7 @@ struct FileSystem::Handle {
 void FileSystem::openHandle(fuse_file_info& info, OpenFilePointer file) {
     auto handle = std::make_unique<Handle>();
     handle->writes = (info.flags & O_ACCMODE) != O_RDONLY;
-    if (handle->writes && file->writers.fetch_add(1) == 0) file->marked = false;
+    if (handle->writes) ++file->writers;
     handle->file = std::move(file);
     info.fh = reinterpret_cast<std::uint64_t>(handle.release());
 }
@@ -87,7 +87,7 @@ void FileSystem::open(fuse_req_t request, Inode inode, fuse_file_info& info) {
     if (info.flags & O_TRUNC) {
         replaceContents(*file);
         if (!writes && file->writers == 0) makeSafe(*file); // no close will
-    } else {
+    } else if (item.contents) {
         localContents(file); // they stay readable, whatever becomes of the item
     }
     info.keep_cache = 1;
@@ -190,6 +190,7 @@ void FileSystem::setSize(OpenFile& file, LocalFile& local, off_t size) const {
 void FileSystem::makeSafe(OpenFile& file) const {
     std::lock_guard lock(file.saving);
     if (!file.changed.exchange(false)) return;
+    file.marked = false; // what is written from now on is news again
     try {
         const auto local = file.local();
         const auto item = places_.common.replica.row(file.inode());
@@ -207,7 +208,7 @@ void FileSystem::makeSafe(OpenFile& file) const {
         const auto edit = [&](Row& row) {
             row.contents = local->name;
             row.size = static_cast<std::uint64_t>(now.st_size);
-            row.modified = dateOf(now.st_mtim);
+            row.modified = timestampOf(now.st_mtim);
         };
         places_.common.replica.change(file.inode(), edit, ItemField::contents | ItemField::contentModificationDate,
                                       replica::Safe::fromPowerLoss, bytes);
@@ -216,8 +217,17 @@ void FileSystem::makeSafe(OpenFile& file) const {
         file.changed = true; // not safe yet; the next save tries again
         throw;
     }
-    file.marked = false;
     places_.uploads.touched(file.inode());
+}
+
+void FileSystem::makeSafeAtLast(OpenFile& file) const {
+    try {
+        makeSafe(file);
+    } catch (const std::exception& error) { // the file keeps its mark; what was safe stays so
+        LogScope(Logger::shared(), "makeSafeAtLast(_:)").error(error.what());
+    } catch (const ErrorNumber& error) {
+        LogScope(Logger::shared(), "makeSafeAtLast(_:)").error(std::generic_category().message(error.number));
+    }
 }
 
 void FileSystem::save(fuse_req_t request, const fuse_file_info& info) {
@@ -229,11 +239,7 @@ void FileSystem::release(fuse_req_t request, const fuse_file_info& info) {
     const std::unique_ptr<Handle> handle(&Handle::of(info));
     const bool isLast = handle->writes && handle->file->writers.fetch_sub(1) == 1;
     if (isLast) {
-        try {
-            makeSafe(*handle->file);      // written through a mapping after the last flush
-        } catch (const std::exception&) { // the file keeps its mark; what was safe stays so
-        } catch (const ErrorNumber&) {
-        }
+        makeSafeAtLast(*handle->file); // written through a mapping after the last flush
         places_.uploads.look();
     }
     fuse_reply_err(request, 0);

@@ -47,7 +47,13 @@ Mount::Mount(const std::string& state, std::string path, const Places& places)
     recover();
 }
 
-Mount::~Mount() { hide(); }
+Mount::~Mount() {
+    hide();
+    orLog("~Mount()", [&] { // nothing comes any more: the next start may trust what lies there
+        const FileDescriptor directory(::open(contents_.directory().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (directory && ::syncfs(directory.get()) == 0) replica_.remember(kBoot, kSynced);
+    });
+}
 
 Folders::Places Mount::common() {
     return {replica_,        notices_,      places_.extension, places_.folders,
@@ -73,9 +79,10 @@ void Mount::recover() {
             return;
         }
         wanted.insert(name);
+        if (!isPending) return;
         const auto row = replica_.row(inode);
         const auto size = static_cast<std::uint64_t>(now.st_size);
-        if (!isPending || !row || row->size == size) return;
+        if (!row || row->size == size) return;
         const auto resize = [&](Row& changed) { changed.size = size; }; // written in place until the end
         replica_.change(inode, resize, ItemField::contents, replica::Safe::fromCrash);
     });
@@ -111,6 +118,7 @@ void Mount::lookForLost() {
 }
 
 void Mount::show() {
+    ParkedRequest::admit();
     auto mounted = fuse::FuseSession::mount(path_, FileSystem::operations(), &files_);
     session_.with([&](Session& session) {
         if (auto* why = std::get_if<std::string>(&mounted)) {
@@ -139,18 +147,10 @@ void Mount::hide() {
     session->stop();
     session.reset(); // nobody can write any more
     open_.each([this](OpenFile& file) {
-        try {
-            files_.makeSafe(file);
-        } catch (const std::exception& error) {
-            LogScope(Logger::shared(), "hide()").error(error.what());
-        } catch (const ErrorNumber&) {
-        }
+        files_.makeSafeAtLast(file);
         file.writers = 0; // whose closes do not come
     });
     uploads_->look();
-    const int directory = ::open(contents_.directory().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory >= 0 && ::syncfs(directory) == 0) replica_.remember(kBoot, kSynced);
-    if (directory >= 0) ::close(directory);
 }
 
 void Mount::stop() { uploads_->stop(); }
@@ -165,14 +165,12 @@ void Mount::apply(const ChangeSet& changes) {
         }
     std::vector<ItemIdentifier> gone = changes.deleted;
     std::erase_if(gone, [&](const ItemIdentifier& identifier) { return present.contains(identifier); });
-    try {
+    orLog("apply(_:)", [&] {
         for (const auto& [identifier, items] : byFolder)
             if (const auto folder = replica_.find(identifier))
                 notices_.tell(replica_.merge(folder->inode, items, places_.clock.now()));
         notices_.tell(replica_.remove(gone));
-    } catch (const sqlite::Error& error) {
-        LogScope(Logger::shared(), "apply(_:)").error(error.what());
-    }
+    });
     uploads_->hostIsBack();
     orLog("apply(_:)", [&] { lookForLost(); });
 }

@@ -93,6 +93,10 @@ void ParkedRequest::failAll(int error) {
     --depth;
 }
 
+void ParkedRequest::admit() {
+    parked().with([](Parked& all) { all.refusal = 0; });
+}
+
 void ParkedRequest::onInterruption(std::function<void()> handler) {
     handler_ = std::move(handler);
     const Answering lock;

@@ -34,6 +34,8 @@ public:
     void fail(int error);
     /// Answers all there are and will be, before their session ends.
     static void failAll(int error);
+    /// A session begins.
+    static void admit();
     bool isAnswered() const { return answered_; }
     /// Runs, on the queue, when the program does not wait any more: once at the most, before the answer EINTR. To be
     /// set before anybody else can answer.

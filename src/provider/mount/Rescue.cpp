@@ -1,5 +1,6 @@
 #include "provider/mount/Rescue.h"
 
+#include "provider/mount/Attributes.h"
 #include "provider/mount/Failures.h"
 
 #include <sys/stat.h>
@@ -53,7 +54,7 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
         --missing_;
         return;
     }
-    const Timestamp date(std::chrono::seconds(now.st_mtim.tv_sec) + std::chrono::nanoseconds(now.st_mtim.tv_nsec));
+    const Timestamp date = timestampOf(now.st_mtim);
     auto row = places_.replica.child(folder, name);
     if (!row || row->folder) {
         const std::string free = replica::freeName(

@@ -5,6 +5,7 @@
 #include "provider/ItemDraft.h"
 #include "provider/ServiceFiles.h"
 #include "provider/mount/Failures.h"
+
 #include <array>
 
 namespace brindlemar {
@@ -15,8 +16,6 @@ using replica::Job, replica::kContentsFields;
 constexpr std::size_t kAtOnce = 8;
 /// Programs write a new file beside an old one and rename it at once: both are told together.
 constexpr auto kSettling = std::chrono::milliseconds(250);
-
-bool isForWantOfHost(const NSError& error) { return error.code == FileProviderErrorCode::serverUnreachable; }
 
 ItemDraft draftOf(const Job& job) {
     ItemDraft draft;
@@ -57,7 +56,7 @@ void Uploads::look() {
 
 void Uploads::hostIsBack() {
     orLog("hostIsBack()", [&] {
-        places_.common.replica.retry(isForWantOfHost);
+        places_.common.replica.retry(serverUnreachable());
         places_.folders->identifyAll();
         refresh();
     });
@@ -133,12 +132,9 @@ bool Uploads::takeOne() {
     if (isFull || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
     const auto isHeld = [&](replica::Inode inode) {
-        const bool isRecent = state_.with([&](State& state) {
+        const bool isRecent = state_.with([&](const State& state) {
             const auto entry = state.touched.find(inode);
-            if (entry == state.touched.end()) return false;
-            if (now - entry->second < kSettling) return true;
-            state.touched.erase(entry);
-            return false;
+            return entry != state.touched.end() && now - entry->second < kSettling;
         });
         isUnsettled = isUnsettled || isRecent;
         return isRecent || places_.open.isWritten(inode);
@@ -249,8 +245,7 @@ void Uploads::finished(const Job& job) {
 std::vector<Transfer> Uploads::transfers() const {
     return state_.with([](const State& state) {
         std::vector<Transfer> all;
-        for (const auto& [inode, progress] : state.running)
-            all.push_back({inode, progress ? progress->completedUnitCount() : 0, 100});
+        for (const auto& [inode, progress] : state.running) all.push_back(transferOf(inode, progress));
         return all;
     });
 }

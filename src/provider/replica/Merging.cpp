@@ -6,6 +6,7 @@
 namespace brindlemar::replica {
 
 bool Replica::Merging::isPast(Inode folder, const NSFileProviderItem& item) const {
+    if (replica.past_.isEmpty()) return false; // as with most listings
     Row told;
     told.folder = item.contentType() == UTType::directory;
     told.host = hostVersion(item);

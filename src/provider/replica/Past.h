@@ -18,6 +18,7 @@ public:
     /// True when an item tells no more than what was so lately.
     bool knows(std::string_view identifier, const Row& told) const;
     void forget(Timestamp now);
+    bool isEmpty() const { return states_.empty(); }
 
 private:
     /// Longer than a listing takes and is cached.

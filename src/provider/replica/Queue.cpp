@@ -27,13 +27,13 @@ std::optional<Job> Replica::next(const std::function<bool(Inode)>& isHeld) {
         auto candidate = job(inode);
         if (!candidate || isInTheWay(*candidate)) return true;
         lap_ = at.integer(1);
-        found = send(std::move(*candidate));
+        found = std::move(candidate);
         return false;
     };
     changes_->ready.some(consider, lap_);
     if (!found && lap_ != 0) changes_->ready.some(consider, std::int64_t{0});
     if (!found && underWay_.empty()) found = untangle(isHeld);
-    return found;
+    return found ? std::optional(send(std::move(*found))) : std::nullopt;
 }
 
 std::optional<Job> Replica::job(Inode inode) {
@@ -111,7 +111,7 @@ std::optional<Job> Replica::untangle(const std::function<bool(Inode)>& isHeld) {
                changes_->inTheWay.first(Statements::readInode, item.parent, std::string_view(name), Inode{0});
     });
     item.pending = {.fields = ItemField::filename};
-    return send(std::move(*found));
+    return found;
 }
 
 std::int64_t Replica::waiting() {
@@ -199,15 +199,13 @@ std::int64_t Replica::failureCount() {
     return reader_.integer("SELECT count(*) FROM items WHERE errorDomain IS NOT NULL");
 }
 
-std::int64_t Replica::retry(const std::function<bool(const NSError&)>& concerns) {
+std::int64_t Replica::retry(const std::optional<NSError>& only) {
     std::int64_t count = 0;
     if (failureCount() == 0) return 0;
+    const auto domain = only ? std::optional<std::string_view>(only->domain) : std::nullopt;
     write([&] {
-        for (const Row& row : Statements::all(changes_->failed, std::int64_t{-1})) {
-            if (concerns && !concerns(*row.error)) continue;
-            changes_->forgive.run(row.inode);
-            ++count;
-        }
+        changes_->forgive.run(domain, std::int64_t{only ? only->code : 0});
+        count = writer_.changedRows();
     });
     return count;
 }

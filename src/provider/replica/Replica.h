@@ -112,8 +112,8 @@ public:
     /// The items that failed, some of the first.
     std::vector<Row> failures(std::size_t most);
     std::int64_t failureCount();
-    /// Failed ones may be told again; only those that `concerns`, if it is given. How many there are.
-    std::int64_t retry(const std::function<bool(const NSError&)>& concerns = nullptr);
+    /// Failed ones may be told again; those that failed for `only`, if it is given. How many there are.
+    std::int64_t retry(const std::optional<NSError>& only = std::nullopt);
     /// Folders that the host knows, with items in them that it has to tell the identifiers of.
     std::vector<Inode> foldersToIdentify();
     /// Folders that the host knows, with files in them that it is to make.

@@ -10,8 +10,7 @@ namespace {
 constexpr const char* kColumns =
     "inode,parent,identifier,name,folder,size,modified,used,mode,capabilities,flags,storageClass,decoration,"
     "hostModified,hostSize,sentModified,sentSize,hostParent,hostName,contents,listed,creation,deletion,fields,"
-    "generation,errorDomain,"
-    "errorCode,errorText";
+    "generation,errorDomain,errorCode,errorText";
 
 // Something else that waits has the place on the host where this one is to be.
 constexpr const char* kNameIsTaken =
@@ -27,8 +26,7 @@ constexpr const char* kIsKnown =
 constexpr const char* kCanGo =
     "item.identifier IS NOT NULL AND item.parent<>1 AND NOT EXISTS(SELECT 1 FROM items other INDEXED BY hostPlaces "
     "WHERE other.place IS NOT NULL AND other.hostParent>0 AND other.hostParent=item.inode AND (other.identifier IS NOT "
-    "NULL OR NOT "
-    "other.deletion))";
+    "NULL OR NOT other.deletion))";
 
 std::string queued(const char* columns) {
     return std::string("SELECT ") + columns +
@@ -93,20 +91,22 @@ Replica::Statements::Statements(sqlite::Database& database)
       inTheWay(database.prepare(selected("INDEXED BY hostPlaces WHERE place IS NOT NULL AND hostParent>0 AND "
                                          "hostParent=? AND hostName=? AND inode<>? LIMIT 1"))),
       failed(database.prepare(selected("WHERE errorDomain IS NOT NULL ORDER BY place LIMIT ?"))),
-      forgive(database.prepare("UPDATE items SET errorDomain=NULL, errorCode=NULL, errorText=NULL WHERE inode=?")),
+      forgive(
+          database.prepare("UPDATE items SET errorDomain=NULL, errorCode=NULL, errorText=NULL WHERE errorDomain IS NOT "
+                           "NULL AND (?1 IS NULL OR (errorDomain=?1 AND errorCode=?2))")),
       nameless(
           database.prepare("SELECT DISTINCT item.hostParent FROM items item INDEXED BY hostPlaces JOIN items folder ON "
                            "folder.inode=item.hostParent WHERE item.hostParent>0 AND item.identifier IS NULL AND "
-                           "item.creation=0 AND folder.identifier IS "
-                           "NOT NULL")),
+                           "item.creation=0 AND folder.identifier IS NOT NULL")),
       estrange(database.prepare("UPDATE items SET identifier=NULL WHERE parent=?1 AND hostParent=?1 AND creation=0")),
       estrangeMoved(database.prepare("UPDATE items INDEXED BY hostPlaces SET identifier=NULL WHERE place IS NOT NULL "
                                      "AND hostParent>0 AND hostParent=? AND creation=0")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
-      isThere(database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS ? AND parent=? AND name=? AND "
-                               "hostParent=? AND hostName IS ? AND contents IS ? AND deletion=? AND errorDomain IS ? "
-                               "AND (place IS NOT NULL)=?")),
+      isIndexedSo(
+          database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS ? AND parent=? AND name=? AND "
+                           "hostParent=? AND hostName IS ? AND contents IS ? AND deletion=? AND errorDomain IS ? "
+                           "AND (place IS NOT NULL)=?")),
       insertOrUpdate(database.prepare(writing().insertOrUpdate)), update(database.prepare(writing().update)),
       erase(database.prepare("DELETE FROM items WHERE inode=?")),
       keep(database.prepare("INSERT OR REPLACE INTO kept VALUES(?,?)")),
@@ -191,8 +191,9 @@ void Replica::Statements::put(Row& row) {
     };
     if (row.inode == 0)
         row.inode = ++lastInode;
-    else if (isThere.first(readInode, row.inode, row.identifier, row.parent, std::string_view(row.name), row.hostParent,
-                           hostName, row.contents, integer(row.pending.deletion), errorDomain, integer(waits)))
+    else if (isIndexedSo.first(readInode, row.inode, row.identifier, row.parent, std::string_view(row.name),
+                               row.hostParent, hostName, row.contents, integer(row.pending.deletion), errorDomain,
+                               integer(waits)))
         return write(update, std::nullopt);
     write(insertOrUpdate, waits ? std::optional(++lastPlace) : std::nullopt);
 }

@@ -42,13 +42,14 @@ struct Replica::Statements {
     sqlite::Statement jammed;       // those that only other ones' names are in the way of
     sqlite::Statement inTheWay;     // what waits and has a place on the host, but for one item
     sqlite::Statement failed;       // some of the first
-    sqlite::Statement forgive;      // one that failed
+    sqlite::Statement forgive;      // all that failed, or for one reason
     sqlite::Statement nameless;     // folders to list again, for identifiers
     sqlite::Statement estrange;     // those in a folder, when it has another identifier
     sqlite::Statement estrangeMoved;
     sqlite::Statement record; // what is being sent
     sqlite::Statement disown;
-    sqlite::Statement isThere, insertOrUpdate, update, erase;
+    sqlite::Statement isIndexedSo; // the row has these values in what an index is about
+    sqlite::Statement insertOrUpdate, update, erase;
     sqlite::Statement keep, unkeep;
 };
 
