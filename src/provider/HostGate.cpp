@@ -15,7 +15,8 @@ bool hostMayAnswer(DomainManager& manager, const std::string& connection) {
 }
 
 bool hostIsExpected(DomainManager& manager, const std::string& connection, Queue& tasks) {
-    if (connection.empty() || manager.isConnected() || BxMessages::sharedInstance().isReachable(connection)) return true;
+    if (connection.empty() || manager.isConnected() || BxMessages::sharedInstance().isReachable(connection))
+        return true;
     tasks.async([&manager, connection] { hostMayAnswer(manager, connection); });
     return false;
 }

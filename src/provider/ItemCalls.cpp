@@ -58,9 +58,7 @@ void modify(const Call& call, ItemDraft draft) {
     if (const auto time = call.time("mtime")) draft.modified = time;
     if (const auto time = call.time("atime")) draft.used = time;
     if (const auto flags = call.arguments["flags"].number()) draft.flags = flags->uint32Value();
-    const std::string domain = call.domain();
-    const std::function<bool()> isWanted = [&] { return call.output->isOpen(); };
-    const CopiesForCall copies(isWanted, domain);
+    const CopiesForCall copies([&] { return call.output->isOpen(); }, call.domain());
     const auto progress =
         call.places.extension->modifyItem({.item = std::make_shared<ItemDraft>(std::move(draft)),
                                            .changedFields = itemFields(call.text("fields")).value_or(0),
@@ -96,9 +94,7 @@ void callCreate(Call call) {
     draft.modified = call.time("mtime");
     const auto contents = call.file();
     if (!contents) draft.type = UTType::directory;
-    const std::string domain = call.domain();
-    const std::function<bool()> isWanted = [&] { return call.output->isOpen(); };
-    const CopiesForCall copies(isWanted, domain);
+    const CopiesForCall copies([&] { return call.output->isOpen(); }, call.domain());
     follow(call, call.places.extension->createItem({std::make_shared<ItemDraft>(std::move(draft)), contents},
                                                    changeHandler(call)));
 }

@@ -8,8 +8,9 @@ namespace {
 thread_local const CopiesForCall* call = nullptr;
 }
 
-CopiesForCall::CopiesForCall(const std::function<bool()>& isWanted, std::string domain)
-    : isWanted_(isWanted), domain_(std::move(domain)), wasReachable_(BxMessages::sharedInstance().isReachable(domain_)) {
+CopiesForCall::CopiesForCall(std::function<bool()> isWanted, std::string domain)
+    : isWanted_(std::move(isWanted)), domain_(std::move(domain)),
+      wasReachable_(BxMessages::sharedInstance().isReachable(domain_)) {
     call = this;
 }
 

@@ -22,10 +22,10 @@ private:
 };
 
 /// While it lives, what this thread copies is for somebody who may lose interest in it, and for the host of this
-/// connection. `isWanted` outlives it.
+/// connection.
 class CopiesForCall {
 public:
-    CopiesForCall(const std::function<bool()>& isWanted, std::string domain);
+    CopiesForCall(std::function<bool()> isWanted, std::string domain);
     ~CopiesForCall();
     CopiesForCall(const CopiesForCall&) = delete;
     CopiesForCall& operator=(const CopiesForCall&) = delete;
@@ -34,7 +34,7 @@ public:
     std::optional<NSError> ended() const;
 
 private:
-    const std::function<bool()>& isWanted_;
+    const std::function<bool()> isWanted_;
     const std::string domain_;
     const bool wasReachable_;
 };

@@ -126,7 +126,6 @@ int serve(const sigset_t& ends, const ServicePlaces& places) {
 int main(int argc, char** argv) {
     CLI::App app{"Shows the connections of host applications as files. Runs until SIGTERM or SIGINT; one a user."};
     app.set_version_flag("--version", BRINDLEMAR_VERSION);
-    ServicePlaces places;
     std::string mountPath;
     bool unmounted = false;
     app.add_option("--mount", mountPath,

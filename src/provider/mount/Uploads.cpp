@@ -174,7 +174,7 @@ void Uploads::sendUnlessConflict(const Job& job) {
 }
 
 void Uploads::send(const Job& job) {
-    const std::function<bool()> isWanted = [&] {
+    const auto isWanted = [&] {
         if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
         const auto now = places_.common.replica.row(job.item.inode);
         return now && now->generation == job.item.generation;
