@@ -94,11 +94,11 @@ struct World {
             replica->change(at(path), edit, kContentsFields, Safe::fromCrash, "bytes");
         } else if (verb == "move") {
             const auto [parent, name] = split(other);
-            replica->move(at(path), parent, name);
+            replica->move(at(path), parent, name, now);
         } else if (verb == "exchange") {
-            replica->exchange(at(path), at(other));
+            replica->exchange(at(path), at(other), now);
         } else if (verb == "remove") {
-            EXPECT_TRUE(replica->remove(at(path)));
+            EXPECT_TRUE(replica->remove(at(path), now));
         } else if (verb == "send") {
             sent = next();
         } else if (verb == "done") {
@@ -328,6 +328,11 @@ TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
     EXPECT_EQ(world.replica->retry(userCancelled()), 0);
     EXPECT_EQ(world.replica->retry(), 1);
     EXPECT_EQ(world.drain(), "create W/h");
+    world.acts("create i,send,remove i");
+    EXPECT_TRUE(world.replica->failed(*world.sent, userCancelled()));
+    EXPECT_EQ(world.replica->waiting(), 1) << "it may be there";
+    world.list(world.top, {}, true);
+    EXPECT_EQ(world.replica->waiting(), 0);
 }
 
 TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {
@@ -362,7 +367,7 @@ TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {
     world.act("folder F");
     const Inode folder = world.at("F");
     const auto isHeld = [&](Inode inode) { return inode == folder; };
-    for (int i = 0; i < 500; ++i)
+    for (int i = 0; i < 1200; ++i)
         world.replica->create(folder, std::to_string(i), "in" + std::to_string(i), {}, world.now);
     for (int i = 0; i < 500; ++i)
         world.replica->create(world.top, std::to_string(i), "c" + std::to_string(i), {}, world.now);
@@ -370,14 +375,40 @@ TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {
     for (; const auto job = world.replica->next(isHeld); ++count) world.answer(*job);
     EXPECT_EQ(count, 500) << "the others wait for their folder";
     for (; const auto job = world.next(); ++count) world.answer(*job);
-    EXPECT_EQ(count, 1001);
+    EXPECT_EQ(count, 1701);
+}
+
+TEST(ReplicaTests, AFolderHasTheDateOfItsLastEntry) {
+    World world;
+    const auto date = [&] { return wholeSecondsSince1970(world.replica->row(world.top)->modified); };
+    const auto host = [&](std::int64_t modified) { world.list(kRoot, {item("W", "Work", modified)}); };
+    for (const std::string step : {"create a", "move a b", "create c", "exchange b c", "remove b"}) {
+        world.now += 10s;
+        world.act(step);
+        EXPECT_EQ(date(), wholeSecondsSince1970(world.now)) << step;
+        host(5);
+    }
+    world.act("write c");
+    EXPECT_EQ(date(), wholeSecondsSince1970(world.now)) << "what the host does not renew is no news";
+    host(1042);
+    EXPECT_EQ(date(), 1042);
+}
+
+TEST(ReplicaTests, AnOldFileIsMigrated) {
+    World world;
+    world.acts("folder F,create F/a,remove F/a,create F/b");
+    world.replica->remember("boot", "one");
+    world.replica.reset();
+    sqlite::Database(world.place / "items.sqlite")
+        .execute("DROP INDEX nameless; DROP INDEX waiting; PRAGMA user_version=1");
+    world.reopen();
+    EXPECT_TRUE(world.said.empty());
+    EXPECT_EQ(world.replica->remembered("boot"), "one");
+    EXPECT_EQ(world.drain(), "create W/F, create N1/b");
 }
 
 TEST(ReplicaTests, ADamagedFileIsSetAside) {
     World world;
-    world.replica->remember("boot", "one");
-    world.reopen();
-    EXPECT_EQ(world.replica->remembered("boot"), "one");
     world.replica.reset();
     const std::string file = world.place / "items.sqlite";
     for (const std::string suffix : {"-wal", "-shm"}) std::filesystem::remove(file + suffix);

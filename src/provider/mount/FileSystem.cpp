@@ -17,7 +17,6 @@ using replica::Row;
 namespace {
 /// Kept true by notices; this is for the ones that come between an answer and its arrival in the kernel.
 constexpr double kKernelRemembers = 300; // seconds
-constexpr long kLongestName = 255;
 
 void answerText(fuse_req_t request, std::size_t size, const std::string& text) {
     if (size == 0)
@@ -155,7 +154,7 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
 void FileSystem::statistics(fuse_req_t request) const {
     struct statvfs all {};
     if (::statvfs(places_.contents.directory().c_str(), &all) != 0) throw ErrorNumber{errno};
-    all.f_namemax = kLongestName;
+    all.f_namemax = replica::kLongestName;
     fuse_reply_statfs(request, &all);
 }
 

@@ -14,8 +14,7 @@ using replica::Row;
 
 namespace {
 void checkName(const std::string& name) {
-    constexpr std::size_t longest = 255;
-    if (name.size() > longest) throw ErrorNumber{ENAMETOOLONG};
+    if (name.size() > replica::kLongestName) throw ErrorNumber{ENAMETOOLONG};
     if (!isValidUtf8(name)) throw ErrorNumber{EILSEQ}; // requests are JSON
 }
 } // namespace
@@ -76,7 +75,7 @@ void FileSystem::removeFile(fuse_req_t request, Inode parent, const std::string&
     const Row item = namedEntry(parent, name);
     if (item.folder) throw ErrorNumber{EISDIR};
     if (!(item.capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
-    places_.common.replica.remove(item.inode);
+    places_.common.replica.remove(item.inode, places_.common.clock.now());
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
 }
@@ -90,20 +89,31 @@ void FileSystem::removeFolder(fuse_req_t request, Inode parent, const std::strin
         return whenListed(request, item.inode, [this, parent, name](const auto& parked) {
             parked->answer([&](fuse_req_t waiting) { removeFolder(waiting, parent, name); });
         });
-    if (!places_.common.replica.remove(item.inode)) throw ErrorNumber{ENOTEMPTY};
+    if (!places_.common.replica.remove(item.inode, places_.common.clock.now())) throw ErrorNumber{ENOTEMPTY};
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
 }
 
 void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& name, Inode newParent,
                         const std::string& newName, unsigned flags) {
-    if (flags & ~unsigned{RENAME_NOREPLACE}) throw ErrorNumber{EINVAL};
+    const bool exchanges = flags == RENAME_EXCHANGE;
+    if (!exchanges && (flags & ~unsigned{RENAME_NOREPLACE})) throw ErrorNumber{EINVAL};
     changeableFolder(parent);
     const Row target = changeableFolder(newParent);
     checkName(newName);
     const Row item = namedEntry(parent, name);
     if (!(item.capabilities & Capability::renaming)) throw ErrorNumber{EACCES};
     if (connectionOf(item) != connectionOf(target)) throw ErrorNumber{EXDEV}; // programs copy then
+    const Timestamp now = places_.common.clock.now();
+    if (exchanges) {
+        const Row other = namedEntry(newParent, newName);
+        if (!(other.capabilities & Capability::renaming)) throw ErrorNumber{EACCES};
+        places_.common.replica.exchange(item.inode, other.inode, now);
+        places_.uploads.touched(other.inode);
+        places_.uploads.touched(item.inode);
+        fuse_reply_err(request, 0);
+        return;
+    }
     if (const auto victim = places_.common.replica.child(newParent, newName); victim && victim->inode != item.inode) {
         if (flags & RENAME_NOREPLACE) throw ErrorNumber{EEXIST};
         if (victim->folder != item.folder) throw ErrorNumber{victim->folder ? EISDIR : ENOTDIR};
@@ -117,7 +127,7 @@ void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& nam
             places_.common.replica.children(victim->inode, 0, [&](const Row&) { return isEmpty = false; });
         if (!isEmpty) throw ErrorNumber{ENOTEMPTY};
     }
-    places_.common.replica.move(item.inode, newParent, newName);
+    places_.common.replica.move(item.inode, newParent, newName, now);
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
 }

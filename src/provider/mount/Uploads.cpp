@@ -164,7 +164,7 @@ void Uploads::sendUnlessConflict(const Job& job) {
         if (!item || !replica.isConflict(job, *item))
             return self->places_.common.tasks.async([self, job] { self->send(job); });
         orLog("sendUnlessConflict(_:)", [&] {
-            replica.failed(job, std::nullopt); // else the item would be left alone
+            self->putBack(job, std::nullopt); // else the item would be left alone
             self->places_.common.notices.tell(
                 replica.merge(job.item.hostParent, std::array{item}, self->places_.common.clock.now()));
         });
@@ -210,20 +210,20 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
     replica::Replica& replica = places_.common.replica;
     try {
         if (error && *error == userCancelled()) {
-            replica.failed(job, std::nullopt);
+            putBack(job, std::nullopt);
         } else if (error && !BxMessages::sharedInstance().isReachable(connectionOf(job))) {
-            replica.failed(job, serverUnreachable());
+            putBack(job, serverUnreachable());
         } else if (error && error->code == FileProviderErrorCode::noSuchItem && job.item.identifier) {
             // Gone on the host: what was changed here since is made anew, what was deleted is.
             if (job.item.pending.deletion) {
                 places_.common.notices.tell(replica.succeeded(job, nullptr, places_.common.clock.now()));
             } else {
-                replica.failed(job, std::nullopt);
+                putBack(job, std::nullopt);
                 places_.common.notices.tell(replica.remove(std::vector{*job.item.identifier}));
             }
         } else if (error) {
             LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());
-            replica.failed(job, error);
+            putBack(job, error);
         } else {
             places_.common.notices.tell(replica.succeeded(job, item.get(), places_.common.clock.now()));
             const bool isRenamed = item && job.item.identifier && item->itemIdentifier() != *job.item.identifier;
@@ -235,6 +235,10 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
         LogScope(Logger::shared(), "ended(_:)").error(failure.what());
     }
     finished(job);
+}
+
+void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
+    if (places_.common.replica.failed(job, error)) places_.folders->list(job.item.parent, nullptr);
 }
 
 void Uploads::finished(const Job& job) {

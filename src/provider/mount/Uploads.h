@@ -50,6 +50,7 @@ private:
     void run(const replica::Job& job);
     void sendUnlessConflict(const replica::Job& job);
     void send(const replica::Job& job);
+    void putBack(const replica::Job& job, const std::optional<NSError>& error);
     void finished(const replica::Job& job);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                const std::optional<NSError>& error);

@@ -23,7 +23,10 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     row.pending.creation = true;
     row.generation = 1;
     if (row.folder) row.listed = now; // there is nothing in it on the host
-    write([&] { changes_->put(row); });
+    write([&] {
+        changes_->put(row);
+        stamp(parent, now);
+    });
     return row;
 }
 
@@ -47,12 +50,14 @@ std::optional<Row> Replica::change(Inode inode, const std::function<void(Row&)>&
     return now;
 }
 
-void Replica::move(Inode inode, Inode parent, std::string_view name) {
+void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp now) {
     write([&] {
         auto row = changes_->get(inode);
         const auto victim = changes_->shown(parent, name);
         if (!row || row->pending.deletion || row->parent == kRoot || parent == kRoot) return;
         if (victim && victim->inode == inode) return;
+        stamp(row->parent, now);
+        stamp(parent, now);
         const bool isKnown = victim && (!victim->pending.creation || sent(victim->inode));
         if (isKnown && !victim->folder && !row->folder && row->contents) {
             // One modification of the old item, whatever the new contents were called while they were written.
@@ -67,10 +72,12 @@ void Replica::move(Inode inode, Inode parent, std::string_view name) {
     });
 }
 
-void Replica::exchange(Inode one, Inode other) {
+void Replica::exchange(Inode one, Inode other, Timestamp now) {
     write([&] {
         auto first = changes_->get(one), second = changes_->get(other);
         if (!first || !second || one == other || first->parent == kRoot || second->parent == kRoot) return;
+        stamp(first->parent, now);
+        stamp(second->parent, now);
         Row away = *first;
         away.name.clear();
         changes_->put(away);
@@ -80,13 +87,14 @@ void Replica::exchange(Inode one, Inode other) {
     });
 }
 
-bool Replica::remove(Inode inode) {
+bool Replica::remove(Inode inode, Timestamp now) {
     bool isEmpty = true;
     write([&] {
         auto row = changes_->get(inode);
         if (!row || row->pending.deletion || row->parent == kRoot) return;
         isEmpty = !changes_->entries.first(Statements::readInode, inode, std::int64_t{0}, std::int64_t{1});
         if (!isEmpty) return;
+        stamp(row->parent, now);
         if (!row->folder && row->hostParent != 0) {
             auto heir = changes_->shown(row->hostParent, row->hostName);
             if (heir && heir->pending.creation && heir->contents && !sent(heir->inode)) {
@@ -131,6 +139,8 @@ void Replica::relocate(Row& row, Inode parent, std::string_view name) {
     row.name = name;
     note(row, LocalChange::modification, fields);
 }
+
+void Replica::stamp(Inode folder, Timestamp now) { changes_->stamp.run(folder, now.time_since_epoch().count()); }
 
 /// What the host knows as `from`, which goes, has the contents of `to` from now on.
 void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name) {

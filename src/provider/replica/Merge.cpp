@@ -6,10 +6,6 @@
 
 namespace brindlemar::replica {
 
-namespace {
-constexpr std::size_t kLongestName = 255; // bytes
-}
-
 MergeAction chooseMerge(const std::optional<LocalSide>& local, const HostVersion& remote) {
     if (!local) return MergeAction::insert;
     if (local->deleted || local->isSent) return MergeAction::leave;

@@ -36,6 +36,8 @@ struct LocalSide {
 /// `local`: none when the identifier is not known here.
 MergeAction chooseMerge(const std::optional<LocalSide>& local, const HostVersion& remote);
 
+inline constexpr std::size_t kLongestName = 255; // bytes, of a file's name
+
 /// "NAME (remote copy DATE).EXT", the date as 2026-11-23 in UTC.
 std::string remoteCopyName(std::string_view name, Timestamp date);
 

@@ -2,11 +2,14 @@
 #include "provider/replica/Merging.h"
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace brindlemar::replica {
 
 namespace {
 constexpr int kLongestCycle = 64;
+constexpr std::int64_t kStretch = 1000; // of the queue; others get their turn between
 
 bool contains(const std::vector<Inode>& inodes, Inode inode) {
     return std::ranges::find(inodes, inode) != inodes.end();
@@ -19,20 +22,34 @@ Replica::Sent* Replica::sent(Inode owner) {
 }
 
 std::optional<Job> Replica::next(const std::function<bool(Inode)>& isHeld) {
-    std::lock_guard lock(writing_);
     std::optional<Job> found;
+    std::vector<Inode> jammed;
     const auto consider = [&](const sqlite::Statement& at) {
         const Inode inode = at.integer(0);
         if (underWay_.contains(inode) || sent(inode) || isHeld(inode)) return true;
+        if (at.integer(2) != 0) {
+            jammed.push_back(inode);
+            return true;
+        }
         auto candidate = job(inode);
         if (!candidate || isInTheWay(*candidate)) return true;
         lap_ = at.integer(1);
         found = std::move(candidate);
         return false;
     };
-    changes_->ready.some(consider, lap_);
-    if (!found && lap_ != 0) changes_->ready.some(consider, std::int64_t{0});
-    if (!found && underWay_.empty()) found = untangle(isHeld);
+    // From where the queue was last taken from to its end, and from its beginning.
+    std::unique_lock lock(writing_);
+    bool isFromBeginning = lap_ == 0;
+    for (std::int64_t from = lap_;;) {
+        const auto to = changes_->stretch.first(Statements::readInode, from, kStretch - 1);
+        changes_->ready.some(consider, from, to.value_or(std::numeric_limits<std::int64_t>::max()));
+        if (found) return send(std::move(*found));
+        if (!to && std::exchange(isFromBeginning, true)) break;
+        from = to.value_or(0);
+        lock.unlock();
+        lock.lock();
+    }
+    if (underWay_.empty()) found = untangle(jammed);
     return found ? std::optional(send(std::move(*found))) : std::nullopt;
 }
 
@@ -87,21 +104,18 @@ Job Replica::send(Job job) {
 }
 
 /// When items wait for each other's names, one of them goes out of the way.
-std::optional<Job> Replica::untangle(const std::function<bool(Inode)>& isHeld) {
-    std::optional<Job> found;
-    const auto consider = [&](const sqlite::Statement& entry) {
-        const Inode inode = entry.integer(0);
+std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
+    const auto isOfCycle = [&](Inode inode) {
         auto at = changes_->get(inode);
-        for (int steps = 0; at && !isHeld(inode) && steps < kLongestCycle; ++steps) {
+        for (int steps = 0; at && steps < kLongestCycle; ++steps) {
             at = changes_->inTheWay.first(Statements::read, at->parent, at->name, at->inode);
-            if (!at || at->pending.deletion || !at->identifier) return true;
-            if (at->inode != inode) continue;
-            found = job(inode);
-            return false;
+            if (!at || at->pending.deletion || !at->identifier) return false;
+            if (at->inode == inode) return true;
         }
-        return true;
+        return false;
     };
-    changes_->jammed.some(consider, std::int64_t{0});
+    const auto one = std::ranges::find_if(jammed, isOfCycle);
+    auto found = one == jammed.end() ? std::nullopt : job(*one);
     if (!found) return std::nullopt;
     Row& item = found->item;
     found->parent = found->formerParent;
@@ -173,20 +187,24 @@ bool Replica::isConflict(const Job& job, const NSFileProviderItem& now) {
     return told.host != job.item.host && told.host != job.item.sent && !past_.knows(now.itemIdentifier(), told);
 }
 
-void Replica::failed(const Job& job, const std::optional<NSError>& error) {
+bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
+    bool isUncertain = false;
     write([&] {
         const auto entry = underWay_.extract(job.item.inode);
         const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
         auto row = changes_->get(way.owner);
         if (!row) return;
-        if (row->pending.creation && row->pending.deletion)
-            row->pending.creation = false; // a listing tells whether it is there
-        else if (error && way.changed == 0)
+        if (row->pending.creation && row->pending.deletion) {
+            row->pending.creation = false;
+            isUncertain = true;
+        } else if (error && way.changed == 0) {
             row->error = error;
-        else
+        } else {
             return;
+        }
         changes_->put(*row);
     });
+    return isUncertain;
 }
 
 std::vector<Row> Replica::failures(std::size_t most) {
@@ -214,7 +232,7 @@ std::vector<Inode> Replica::foldersOfCreations() {
     std::lock_guard lock(reading_);
     std::vector<Inode> folders;
     reader_
-        .prepare("SELECT DISTINCT item.parent FROM items item INDEXED BY queue JOIN items folder ON "
+        .prepare("SELECT DISTINCT item.parent FROM items item INDEXED BY waiting JOIN items folder ON "
                  "folder.inode=item.parent WHERE item.place IS NOT NULL AND item.errorDomain IS NULL AND item.creation "
                  "AND NOT item.folder AND folder.identifier IS NOT NULL")
         .each([&](const auto& at) { folders.push_back(at.integer(0)); });

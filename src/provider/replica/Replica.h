@@ -4,6 +4,7 @@
 #include "provider/replica/Past.h"
 #include "provider/replica/ReplicaFile.h"
 #include "provider/replica/Row.h"
+#include "support/TurnMutex.h"
 
 #include <memory>
 #include <mutex>
@@ -74,7 +75,7 @@ public:
     /// Forgets contents that the host has. False when it has not, or there are none.
     bool dropContents(Inode inode);
 
-    // What programs do.
+    // What programs do. A folder in which an entry comes or goes has the date `now`.
 
     /// An entry with that name must not be there. `contents`: the name of the file for them; none for a folder.
     Row create(Inode parent, std::string_view name, std::optional<std::string> contents, std::optional<unsigned> mode,
@@ -87,11 +88,11 @@ public:
                               std::optional<std::string_view> bytes = std::nullopt);
     /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
     /// identity with the host passes to the item: the host hears of new contents only.
-    void move(Inode inode, Inode parent, std::string_view name);
+    void move(Inode inode, Inode parent, std::string_view name, Timestamp now);
     /// Two items change places.
-    void exchange(Inode one, Inode other);
+    void exchange(Inode one, Inode other, Timestamp now);
     /// False for a folder that is not empty.
-    bool remove(Inode inode);
+    bool remove(Inode inode, Timestamp now);
     /// All that was changed so far is safe from power loss when it returns.
     void sync();
 
@@ -105,10 +106,11 @@ public:
     /// The host has carried out the job; `result` is the item as it has it now, if there is one. What is below a
     /// folder that has another identifier by now is known again after the folder's next listing.
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
-    /// With no error the job is to be taken again.
     /// True when the host's item is neither what was known of it nor what was sent: somebody else has changed it.
     bool isConflict(const Job& job, const NSFileProviderItem& now);
-    void failed(const Job& job, const std::optional<NSError>& error);
+    /// With no error the job is to be taken again. True when it was to make what was removed meanwhile: only a listing
+    /// of its folder tells whether the host has it.
+    bool failed(const Job& job, const std::optional<NSError>& error);
     /// The items that failed, some of the first.
     std::vector<Row> failures(std::size_t most);
     std::int64_t failureCount();
@@ -146,15 +148,17 @@ private:
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
     void note(Row& row, LocalChange change, ItemFields fields);
     void relocate(Row& row, Inode parent, std::string_view name);
+    void stamp(Inode folder, Timestamp now);
     void pass(const Row& from, Row& to, Inode parent, std::string_view name);
     void bury(const Row& row);
     Sent* sent(Inode owner);
     std::optional<Job> job(Inode inode);
-    std::optional<Job> untangle(const std::function<bool(Inode)>& isHeld);
+    std::optional<Job> untangle(const std::vector<Inode>& jammed);
     bool isInTheWay(const Job& job);
     Job send(Job job);
 
-    std::mutex writing_, reading_; // never both
+    TurnMutex writing_;  // long work lets others in between
+    std::mutex reading_; // never both
     sqlite::Database writer_, reader_;
     std::unique_ptr<Statements> changes_, looks_;
     // Under writing_:

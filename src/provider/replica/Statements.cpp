@@ -28,12 +28,6 @@ constexpr const char* kCanGo =
     "WHERE other.place IS NOT NULL AND other.hostParent>0 AND other.hostParent=item.inode AND (other.identifier IS NOT "
     "NULL OR NOT other.deletion))";
 
-std::string queued(const char* columns) {
-    return std::string("SELECT ") + columns +
-           " FROM items item INDEXED BY queue LEFT JOIN items folder ON folder.inode=item.parent WHERE item.place>? "
-           "AND item.errorDomain IS NULL AND ";
-}
-
 std::string selected(const std::string& from) { return std::string("SELECT ") + kColumns + " FROM items " + from; }
 
 struct Writing {
@@ -77,17 +71,21 @@ Replica::Statements::Statements(sqlite::Database& database)
       entries(database.prepare("SELECT inode,identifier,name,folder,size,modified,used,mode,capabilities,contents FROM "
                                "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
       below(database.prepare(selected("WHERE parent=?"))),
-      waitingBelow(database.prepare("SELECT inode FROM items WHERE parent=? AND place IS NOT NULL AND errorDomain IS "
-                                    "NULL LIMIT 1")),
+      waitingBelow(database.prepare("SELECT inode FROM items INDEXED BY waiting WHERE parent=? AND place IS NOT NULL "
+                                    "AND errorDomain IS NULL LIMIT 1")),
       onHost(database.prepare(selected("INDEXED BY hostPlaces WHERE (place IS NOT NULL OR identifier IS NULL) AND "
                                        "hostParent>0 AND hostParent=? AND creation=0"))),
       lost(database.prepare(selected(
           "INDEXED BY hostPlaces WHERE (place IS NOT NULL OR identifier IS NULL) AND hostParent>0 AND hostParent=? AND "
           "hostName=? AND identifier IS NULL AND creation=0"))),
-      ready(database.prepare(queued("item.inode, item.place") + "CASE WHEN item.deletion THEN " + kCanGo + " ELSE " +
-                             kIsKnown + " AND NOT " + kNameIsTaken + " END ORDER BY item.place")),
-      jammed(database.prepare(queued("item.inode") + "NOT item.deletion AND NOT item.creation AND " + kIsKnown +
-                              " AND " + kNameIsTaken + " ORDER BY item.place")),
+      ready(database.prepare(
+          std::string("SELECT item.inode, item.place, NOT item.deletion AND ") + kNameIsTaken +
+          " FROM items item INDEXED BY queue LEFT JOIN items folder ON folder.inode=item.parent WHERE item.place>? AND "
+          "item.place<=? AND item.errorDomain IS NULL AND CASE WHEN item.deletion THEN " +
+          kCanGo + " ELSE " + kIsKnown + " END ORDER BY item.place")),
+      stretch(
+          database.prepare("SELECT place FROM items INDEXED BY queue WHERE place>? AND errorDomain IS NULL ORDER BY "
+                           "place LIMIT 1 OFFSET ?")),
       inTheWay(database.prepare(selected("INDEXED BY hostPlaces WHERE place IS NOT NULL AND hostParent>0 AND "
                                          "hostParent=? AND hostName=? AND inode<>? LIMIT 1"))),
       failed(database.prepare(selected("WHERE errorDomain IS NOT NULL ORDER BY place LIMIT ?"))),
@@ -95,13 +93,14 @@ Replica::Statements::Statements(sqlite::Database& database)
           database.prepare("UPDATE items SET errorDomain=NULL, errorCode=NULL, errorText=NULL WHERE errorDomain IS NOT "
                            "NULL AND (?1 IS NULL OR (errorDomain=?1 AND errorCode=?2))")),
       nameless(
-          database.prepare("SELECT DISTINCT item.hostParent FROM items item INDEXED BY hostPlaces JOIN items folder ON "
+          database.prepare("SELECT DISTINCT item.hostParent FROM items item INDEXED BY nameless JOIN items folder ON "
                            "folder.inode=item.hostParent WHERE item.hostParent>0 AND item.identifier IS NULL AND "
                            "item.creation=0 AND folder.identifier IS NOT NULL")),
       estrange(database.prepare("UPDATE items SET identifier=NULL WHERE parent=?1 AND hostParent=?1 AND creation=0")),
       estrangeMoved(database.prepare("UPDATE items INDEXED BY hostPlaces SET identifier=NULL WHERE place IS NOT NULL "
                                      "AND hostParent>0 AND hostParent=? AND creation=0")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
+      stamp(database.prepare("UPDATE items SET modified=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
       isIndexedSo(
           database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS ? AND parent=? AND name=? AND "
@@ -219,9 +218,11 @@ HostVersion hostVersion(const NSFileProviderItem& item) {
 
 void takeProperties(Row& row, const NSFileProviderItem& item) {
     const HostVersion version = hostVersion(item);
-    // The host's dates may be whole seconds where those here are not.
-    const bool isSameDate =
-        wholeSecondsSince1970(row.modified) == version.modified && (row.host == version || row.contents);
+    // The host's dates may be whole seconds where those here are not; and a folder's that it does not renew is older
+    // than what came and went in it here.
+    const bool isSameSecond = wholeSecondsSince1970(row.modified) == version.modified;
+    const bool isSameDate = row.folder ? isSameSecond || (row.inode && row.host == version)
+                                       : isSameSecond && (row.host == version || row.contents);
     row.identifier = std::string(item.itemIdentifier());
     row.folder = item.contentType() == UTType::directory;
     if (!(row.pending.fields & ItemField::contents) && !row.contents) row.size = item.documentSize().value_or(0);

@@ -38,8 +38,8 @@ struct Replica::Statements {
     sqlite::Statement waitingBelow; // one in a folder that waits, here
     sqlite::Statement onHost;       // those in a folder on the host that wait or have no identifier
     sqlite::Statement lost;         // one without an identifier, by its place on the host
-    sqlite::Statement ready;        // the inodes and places in the queue behind a place that can be told
-    sqlite::Statement jammed;       // those that only other ones' names are in the way of
+    sqlite::Statement ready;        // of a stretch of the queue what can be told, or could but for another one's name
+    sqlite::Statement stretch;      // the place in the queue that is so many behind another
     sqlite::Statement inTheWay;     // what waits and has a place on the host, but for one item
     sqlite::Statement failed;       // some of the first
     sqlite::Statement forgive;      // all that failed, or for one reason
@@ -47,6 +47,7 @@ struct Replica::Statements {
     sqlite::Statement estrange;     // those in a folder, when it has another identifier
     sqlite::Statement estrangeMoved;
     sqlite::Statement record; // what is being sent
+    sqlite::Statement stamp;  // a folder, when an entry came or went
     sqlite::Statement disown;
     sqlite::Statement isIndexedSo; // the row has these values in what an index is about
     sqlite::Statement insertOrUpdate, update, erase;
