@@ -55,7 +55,8 @@ Finding runtimeDirectory(const Findings& found) {
     if (found.runtimeFault.empty()) return good("The run-time directory " + found.runtimePath + " can be used.");
     const std::string fault = found.runtimeFault.substr(0, found.runtimeFault.rfind("; "));
     return problem(fault + (fault.ends_with('.') ? "" : "."),
-                   "Set BRINDLEMAR_RUNTIME_DIR to a directory of your own, of mode 0700, and restart the service.");
+                   "Make it your own, of mode 0700, or set BRINDLEMAR_RUNTIME_DIR to one that is, and restart the "
+                   "service.");
 }
 
 Finding directory(const DirectoryFinding& found, const std::string& name, const std::string& variable) {
@@ -100,8 +101,7 @@ constexpr PlaceFault kPlaceFaults[] = {
     {MountPlace::occupied, "@ is not empty, so nothing can be mounted there.", "Move what is in it", kElsewhere},
     {MountPlace::noDirectory, "@ is no directory, so nothing can be mounted there.", "Move it away", kElsewhere},
     {MountPlace::closed, "@ cannot be looked into.", "Let your user read it and what is above it", kElsewhere},
-    {MountPlace::stale, "@ is the mount of a service that has ended.", "Take it away with \"fusermount3 -u @\"",
-     kRestart},
+    {MountPlace::stale, "@ is a mount whose program has ended.", "Take it away with \"fusermount3 -u @\"", kRestart},
     {MountPlace::silent, "@ does not answer.", "Take it away with \"fusermount3 -u -z @\"", kRestart},
 };
 
@@ -125,10 +125,10 @@ Answer mount(const Findings& found) {
                        "Restart the service.");
     if (isMounted)
         return problem("Something else is mounted at " + path + ".",
-                       "Take it away with \"fusermount3 -u " + path + "\", then restart the service.");
+                       std::string("Take it away and restart the service") + kElsewhere);
     if (told)
         return problem(path + " is not mounted" + because(told->error),
-                       "Put right what else is said here, then restart the service.");
+                       "Put that right unless it is what you want, then restart the service.");
     return good(path + " is free for the mount.");
 }
 

@@ -23,7 +23,8 @@ Failure reportedError(std::string_view domain, int code, const std::string& desc
     if (domain == NSFileProviderErrorDomain && code == FileProviderErrorCode::cannotSynchronize)
         return {Exit::failure, where + ": The host could not do this. Look at what it says, then try again."};
     const std::string reason = description.empty() ? stockErrorDescription(domain, code) : escaped(description);
-    return {Exit::failure, where + ": " + reason + " The service's log may say more."};
+    return {Exit::failure, where + ": " + reason + (reason.ends_with(".") || reason.ends_with(".)") ? "" : ".") +
+                               " The service's log may say more."};
 }
 
 Failure systemError(const std::string& what, const std::string& subject) {

@@ -50,9 +50,10 @@ std::string viewPath(Session& session, const std::string& path) {
 
 void evict(Session& session, const std::string& path) {
     ask(session, "evict", {{"path", viewPath(session, path)}}, path, [&](const Event& event) {
-        if (event.name == "evicted")
-            session.output.line("Freed " + counted(event.count("files"), "file") + ", " +
-                                byteCount(event.number("bytes")));
+        if (event.name != "evicted") return;
+        session.output.line("Freed " + counted(event.count("files"), "file") + ", " + byteCount(event.number("bytes")));
+        if (const auto kept = event.count("kept"); kept > 0)
+            session.notices.say(counted(kept, "file") + " kept: open, or with changes that the host does not have.");
     });
 }
 
@@ -87,12 +88,13 @@ void addMountCommands(CommandLine& line) {
     const auto wait = std::make_shared<bool>(false);
     const auto addPath = [&](const char* name, const char* description, void (*run)(Session&, const std::string&)) {
         line.add(line.app, name, description, [=](Session& session) { run(session, *path); })
-            .add_option("PATH", *path, "A path of the view, or one below the mount that begins with \"/\" or \".\"")
+            .add_option("PATH", *path,
+                        "A path of the view, or one below the mount that begins with \"/\", \"./\" or \"../\"")
             ->required();
     };
     addPath("evict", "Free the space of files that are kept here; they are brought again when they are opened", evict);
     addPath("fetch", "Bring files to be kept here, so that they open at once", fetch);
-    line.add(line.app, "retry", "Try again what failed to be brought or sent", retry);
+    line.add(line.app, "retry", "Try again what could not be sent", retry);
     line.add(line.app, "unmount", "Take the mount away", [=](Session& session) { unmount(session, *wait); })
         .add_flag("--wait", *wait, "First wait until the host has all changes");
 }

@@ -40,7 +40,10 @@ Exit parseAndRun(std::vector<std::string> arguments, const Surroundings& surroun
         line.app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
-            surroundings.notices.say(std::string(error.what()) + ". Try brindlemar --help.");
+            const std::vector<std::string> strange = line.app.remaining(true); // which the parser may not complain of
+            surroundings.notices.say(
+                (strange.empty() ? error.what() : "\"" + strange.front() + "\" is not expected here") +
+                ". Try brindlemar --help.");
             return Exit::usage;
         }
         std::ostringstream help;

@@ -3,6 +3,7 @@
 #include "provider/CallRows.h"
 #include "provider/EventText.h"
 #include "provider/HostGate.h"
+#include "provider/mount/Failures.h"
 
 #include <array>
 #include <charconv>
@@ -59,7 +60,13 @@ std::string Call::domain() const {
     return text("domain");
 }
 
-void Call::fail(const NSError& error) const { output->write(completionEvent(nullptr, error)); }
+void Call::fail(const NSError& error, std::string_view text) const {
+    output->write(completionEvent(nullptr, error, text));
+}
+
+void Call::guarded(void (*run)(Call call)) const {
+    if (const auto error = attempt("guarded(_:)", [&] { run(*this); })) fail(*error);
+}
 
 void runCall(const CallPlaces& places, std::string_view operation, const JSON& arguments,
              std::shared_ptr<LineOutput> output) {
@@ -67,7 +74,7 @@ void runCall(const CallPlaces& places, std::string_view operation, const JSON& a
     for (const CallRow& row : callRows()) {
         if (row.operation != operation) continue;
         if (row.needsHost && !hostMayAnswer(call.places.manager, call.domain())) return call.fail(serverUnreachable());
-        return row.run(std::move(call));
+        return call.guarded(row.run);
     }
     call.fail(featureUnsupported());
 }

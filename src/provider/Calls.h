@@ -20,6 +20,7 @@ struct CallPlaces {
     ChangeFeed& feed;
     FetchedFiles& fetched;
     OpenFolders& folders;
+    Clock& clock;
     class Mount* mount = nullptr; // none when the service shows none
 };
 
@@ -35,7 +36,10 @@ struct Call {
     std::optional<FileURL> file() const; // an absolute path under "file"
     /// Seconds since 1970, "12.5", under the key.
     std::optional<Timestamp> time(std::string_view key) const;
-    void fail(const NSError& error) const;
+    /// `text`: a sentence for people that tells more than the error.
+    void fail(const NSError& error, std::string_view text = {}) const;
+    /// run(*this); what it throws fails the call.
+    void guarded(void (*run)(Call call)) const;
 };
 
 /// An operation by its name. It writes its events to the output and lets go of it when there are no more.

@@ -17,6 +17,7 @@ struct ChangeSet {
     std::vector<ItemIdentifier> deleted{};
     std::optional<NSFileProviderSyncAnchor> anchor{};
     bool moreComing = false;
+    std::optional<Timestamp> began{}; // unless it tells of this moment
 };
 
 /// Tells new and changed items from those that are reported again as they were. Knows items by fingerprints, some 50

@@ -15,14 +15,14 @@ public:
     Listing(Call call, std::shared_ptr<NSFileProviderEnumerator> enumerator, std::int64_t pageSize,
             ChangeFeed* feed = nullptr, std::shared_ptr<const void> atEnd = nullptr)
         : call_(std::move(call)), enumerator_(std::move(enumerator)), pageSize_(pageSize), feed_(feed),
-          atEnd_(std::move(atEnd)) {}
+          atEnd_(std::move(atEnd)), began_(call_.places.clock.now()) {}
 
     void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
 
     std::int64_t suggestedPageSize() const override { return pageSize_; }
     void didEnumerateItems(ItemBatch items) override {
         call_.output->write(itemsEvent(items.items()));
-        if (feed_) feed_->apply({.updated = {std::move(items)}});
+        if (feed_) feed_->apply({.updated = {std::move(items)}, .began = began_});
     }
     void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
         if (call_.output->write(finishEvent(page)) && page) ask(std::move(*page));
@@ -39,6 +39,7 @@ private:
     const std::int64_t pageSize_;
     ChangeFeed* const feed_;
     const std::shared_ptr<const void> atEnd_;
+    const Timestamp began_;
 };
 
 /// An enumerator for this call alone, and what ends it; none when the call has failed.

@@ -158,10 +158,12 @@ std::string finishEvent(const std::optional<NSFileProviderPage>& page) {
     });
 }
 
-std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error) {
+std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error,
+                            std::string_view text) {
     return event("completion", [&](Members& members) {
         members.item(item);
         members.error(error);
+        if (!text.empty()) members.text("text", text);
     });
 }
 
@@ -201,10 +203,11 @@ std::string progressEvent(std::int64_t completed, std::int64_t total) {
     });
 }
 
-std::string evictedEvent(std::int64_t files, std::int64_t bytes) {
+std::string evictedEvent(std::int64_t files, std::int64_t bytes, std::int64_t kept) {
     return event("evicted", [&](Members& members) {
         members.number("files", files);
         members.number("bytes", bytes);
+        members.number("kept", kept);
     });
 }
 

@@ -14,7 +14,8 @@ std::string itemsEvent(std::span<const std::shared_ptr<NSFileProviderItem>> item
 /// {"event":"finish","page":BASE64 or null}
 std::string finishEvent(const std::optional<NSFileProviderPage>& page);
 /// {"event":"completion","item":ITEM or null,"error":ERROR or null}
-std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error);
+std::string completionEvent(const NSFileProviderItem* item, const std::optional<NSError>& error,
+                            std::string_view text = {}); // a sentence that tells more than the error
 /// {"event":"completion","url":URL or null,"item":ITEM or null,"error":ERROR or null}
 std::string fetchEvent(const std::optional<FileURL>& url, const NSFileProviderItem* item,
                        const std::optional<NSError>& error);
@@ -31,7 +32,7 @@ std::string deletedEvent(const std::vector<ItemIdentifier>& identifiers);
 std::string changesFinishEvent(const NSFileProviderSyncAnchor& anchor, bool moreComing);
 /// {"event":"progress","completed":N,"total":N}
 std::string progressEvent(std::int64_t completed, std::int64_t total);
-std::string evictedEvent(std::int64_t files, std::int64_t bytes);
+std::string evictedEvent(std::int64_t files, std::int64_t bytes, std::int64_t kept);
 /// An event that tells one number.
 std::string countEvent(std::string_view name, std::string_view key, std::int64_t count);
 

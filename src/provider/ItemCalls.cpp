@@ -4,6 +4,7 @@
 #include "provider/EventText.h"
 #include "provider/ItemDraft.h"
 #include "provider/ServiceFiles.h"
+#include "provider/mount/Mount.h"
 #include "support/ItemFieldNames.h"
 #include "support/Logger.h"
 
@@ -20,8 +21,19 @@ void follow(const Call& call, const std::shared_ptr<NSProgress>& progress) {
     });
 }
 
-NSFileProviderReplicatedExtension::ChangeHandler changeHandler(const Call& call) {
-    return [call](const auto& item, ItemFields pending, bool shouldFetchContent, const auto& error) {
+/// The mount shows at once what was done: the item as it is now, if there is one, and not by its former identifier.
+void showDone(const Call& call, const std::shared_ptr<NSFileProviderItem>& item, const ItemIdentifier& former) {
+    if (!call.places.mount) return;
+    ChangeSet changes;
+    if (item) changes.updated.emplace_back(std::make_shared<ItemList>(ItemList{item}));
+    if (!former.empty() && (!item || item->itemIdentifier() != former)) changes.deleted.push_back(former);
+    call.places.mount->apply(changes);
+}
+
+/// `former`: empty for a new item.
+NSFileProviderReplicatedExtension::ChangeHandler changeHandler(const Call& call, const ItemIdentifier& former) {
+    return [call, former](const auto& item, ItemFields pending, bool shouldFetchContent, const auto& error) {
+        if (!error) showDone(call, item, former);
         call.output->write(changeEvent(item.get(), pending, shouldFetchContent, error));
     };
 }
@@ -63,7 +75,7 @@ void modify(const Call& call, ItemDraft draft) {
         call.places.extension->modifyItem({.item = std::make_shared<ItemDraft>(std::move(draft)),
                                            .changedFields = itemFields(call.text("fields")).value_or(0),
                                            .contents = call.file()},
-                                          changeHandler(call));
+                                          changeHandler(call, call.id()));
     follow(call, progress);
 }
 } // namespace
@@ -75,8 +87,10 @@ void callItem(Call call) {
 }
 
 void callDelete(Call call) {
-    follow(call, call.places.extension->deleteItem(
-                     call.id(), [call](const auto& error) { call.output->write(completionEvent(nullptr, error)); }));
+    follow(call, call.places.extension->deleteItem(call.id(), [call](const auto& error) {
+        if (!error) showDone(call, nullptr, call.id());
+        call.output->write(completionEvent(nullptr, error));
+    }));
 }
 
 void callFetch(Call call) {
@@ -96,7 +110,7 @@ void callCreate(Call call) {
     if (!contents) draft.type = UTType::directory;
     const CopiesForCall copies([&] { return call.output->isOpen(); }, call.domain());
     follow(call, call.places.extension->createItem({std::make_shared<ItemDraft>(std::move(draft)), contents},
-                                                   changeHandler(call)));
+                                                   changeHandler(call, "")));
 }
 
 void callModify(Call call) {

@@ -8,7 +8,8 @@ namespace brindlemar {
 namespace {
 /// The mount, or none when the service shows none; the call has failed then.
 Mount* mountOf(const Call& call) {
-    if (!call.places.mount) call.fail(featureUnsupported());
+    if (!call.places.mount)
+        call.fail(featureUnsupported(), "The service shows no mount. Restart it without \"--no-mount\".");
     return call.places.mount;
 }
 
@@ -18,10 +19,11 @@ void succeed(const Call& call) { call.output->write(completionEvent(nullptr, std
 void callEvict(Call call) {
     Mount* const mount = mountOf(call);
     if (!mount) return;
-    const auto freed = mount->evict(call.text("path"));
-    if (!freed) return call.fail(noSuchItem());
-    call.output->write(evictedEvent(freed->files, freed->bytes));
-    succeed(call);
+    mount->evict(call.text("path"), [call](const Mount::Freed& freed, const auto& error) {
+        if (error) return call.fail(*error);
+        call.output->write(evictedEvent(freed.files, freed.bytes, freed.kept));
+        succeed(call);
+    });
 }
 
 void callBring(Call call) {
@@ -44,11 +46,17 @@ void callRetry(Call call) {
 void callUnmount(Call call) {
     Mount* const mount = mountOf(call);
     if (!mount) return;
-    const std::int64_t waiting = mount->waiting();
-    if (call.arguments["wait"].uInt16Value() && waiting > 0) {
+    const Mount::Waiting queue = mount->waiting();
+    if (call.arguments["wait"].uInt16Value() && queue.length > 0) {
+        if (queue.length == queue.failed)
+            return call.fail(cannotSynchronize(),
+                             std::to_string(queue.failed) +
+                                 " of the changes cannot be sent to the host; nothing is unmounted. "
+                                 "See why with \"brindlemar status\".");
+        if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
         constexpr auto look = std::chrono::milliseconds(200);
-        if (call.output->write(countEvent("queue", "length", waiting)))
-            call.places.tasks.after(look, [call] { callUnmount(call); });
+        if (call.output->write(countEvent("queue", "length", queue.length)))
+            call.places.tasks.after(look, [call] { call.guarded(callUnmount); });
         return;
     }
     mount->hide();

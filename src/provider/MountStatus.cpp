@@ -1,5 +1,7 @@
 #include "provider/MountStatus.h"
 
+#include "provider/mount/ErrorNumbers.h"
+
 namespace brindlemar {
 
 JSON::Members mountStatus(Mount* mount) {
@@ -14,15 +16,15 @@ JSON::Members mountStatus(Mount* mount) {
     for (const auto& [path, error] : status.failures)
         failures.push_back(
             JSON::object({{"path", JSON(path)},
-                          {"text", JSON(error.localizedDescription())},
+                          {"text", JSON(whyFailed(error))},
                           {"error", JSON::object({{"domain", JSON(error.domain)}, {"code", JSON(error.code)}})}}));
     return {{"mount", JSON::object({{"path", JSON(status.path)},
                                     {"mounted", JSON(status.error.empty())},
                                     {"error", status.error.empty() ? JSON() : JSON(status.error)}})},
-            {"queue", JSON::object({{"length", JSON(status.waiting)}})},
+            {"queue", JSON::object({{"length", JSON(status.waiting.length)}})},
             {"transfers", JSON::array(transfers)},
             {"failures", JSON::array(failures)},
-            {"failureCount", JSON(status.failed)}};
+            {"failureCount", JSON(status.waiting.failed)}};
 }
 
 } // namespace brindlemar

@@ -69,7 +69,7 @@ struct Service::Parts {
           xpc(directory, limited(logDiagnostic, timers)) {
         Platform::install({clock, mainQueue, backgroundQueue, tasks, ports, registry, xpc, files, stores, log});
         extension = BrindlemarFileProvider::make(registry.domain());
-        workingSet = std::make_shared<WorkingSet>(extension, tasks, registry.ownManager(), feed);
+        workingSet = std::make_shared<WorkingSet>(extension, tasks, registry.ownManager(), feed, clock);
         calls.extension = extension;
         if (places.isMounted) {
             mount = std::make_unique<Mount>(
@@ -168,7 +168,7 @@ struct Service::Parts {
     std::shared_ptr<BrindlemarFileProvider> extension;
     std::shared_ptr<WorkingSet> workingSet;
     OpenFolders folders{clock};
-    CallPlaces calls{nullptr, registry.ownManager(), callers, feed, fetched, folders};
+    CallPlaces calls{nullptr, registry.ownManager(), callers, feed, fetched, folders, clock};
     Guarded<std::deque<std::shared_ptr<NSFileProviderServiceSource>>> sources;
     std::unique_ptr<Mount> mount;
 };

@@ -25,7 +25,8 @@ void WorkingSet::enumerate() {
         });
     }
     now.enumerator->enumerateChanges(
-        std::make_shared<ChangeCollector>([self = shared_from_this()](const ChangeSet& changes) {
+        std::make_shared<ChangeCollector>([self = shared_from_this(), began = clock_.now()](ChangeSet changes) {
+            changes.began = began;
             self->feed_.apply(changes);
             self->finished(changes);
         }),

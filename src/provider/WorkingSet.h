@@ -1,6 +1,7 @@
 // The platform's one consumer of the working set.
 #pragma once
 
+#include "platform/Clock.h"
 #include "platform/Extension.h"
 #include "platform/Queue.h"
 #include "provider/ChangeFeed.h"
@@ -15,10 +16,10 @@ namespace brindlemar {
 /// Thread-safe.
 class WorkingSet : public std::enable_shared_from_this<WorkingSet> {
 public:
-    /// The queue, the manager and the feed outlive the working set's last enumeration.
+    /// The queue, the manager, the feed and the clock outlive the working set's last enumeration.
     WorkingSet(std::shared_ptr<NSFileProviderReplicatedExtension> extension, Queue& tasks, DomainManager& manager,
-               ChangeFeed& feed)
-        : extension_(std::move(extension)), tasks_(tasks), manager_(manager), feed_(feed) {}
+               ChangeFeed& feed, Clock& clock)
+        : extension_(std::move(extension)), tasks_(tasks), manager_(manager), feed_(feed), clock_(clock) {}
 
     /// To be called when there are signals, or the domain is connected again.
     void look();
@@ -39,6 +40,7 @@ private:
     Queue& tasks_;
     DomainManager& manager_;
     ChangeFeed& feed_;
+    Clock& clock_;
     Guarded<State> state_;
 };
 

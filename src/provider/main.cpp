@@ -1,10 +1,13 @@
 // brindlemard, the file-provider service of one user.
 #include "linux/queues/QueueTimers.h"
 #include "provider/Service.h"
+#include "support/Utf8.h"
 
 #include <CLI/CLI.hpp>
 #include <systemd/sd-daemon.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -42,10 +45,22 @@ void enterStateDirectory(const std::string& path) {
     if (error) throw std::runtime_error("The state directory " + path + " cannot be used: " + error.message() + ".");
 }
 
-/// The process ends within a second of being told to, even if a part of it hangs.
+/// Held as long as the service is: two of them would take each other's files for left over.
+FileDescriptor holdStateDirectory(const std::string& path) {
+    FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory || ::flock(directory.get(), LOCK_EX | LOCK_NB) != 0)
+        throw std::runtime_error(
+            errno == EWOULDBLOCK
+                ? "Another service keeps its state in " + path + ". End it, or set XDG_STATE_HOME to another directory."
+                : "The state directory " + path + " cannot be locked: " + std::generic_category().message(errno) + ".");
+    return directory;
+}
+
+/// The process ends within a second of being told to, even if a part of it hangs. What programs were told is safe is
+/// so.
 void limitTheEnd() {
     struct sigaction action {};
-    action.sa_handler = [](int) { ::_exit(kOK); };
+    action.sa_handler = [](int) { ::_exit(kFailure); };
     ::sigaction(SIGALRM, &action, nullptr);
     const itimerval limit{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 900'000}};
     ::setitimer(ITIMER_REAL, &limit, nullptr);
@@ -109,6 +124,7 @@ int serve(const sigset_t& ends, const ServicePlaces& places) {
         Gate& gate;
         ~Closing() { gate.close(); }
     } closing{gate};
+    const FileDescriptor state = holdStateDirectory(places.state);
     Service service(directory, places);
     gate.open(service);
     service.show();
@@ -124,26 +140,34 @@ int serve(const sigset_t& ends, const ServicePlaces& places) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Shows the connections of host applications as files. Runs until SIGTERM or SIGINT; one a user."};
-    app.set_version_flag("--version", BRINDLEMAR_VERSION);
+    CLI::App app{
+        "Shows the connections of host applications as files. Runs until SIGTERM, SIGINT or SIGHUP; one a user."};
+    app.set_version_flag("--version", std::string("brindlemard ") + BRINDLEMAR_VERSION);
     std::string mountPath;
     bool unmounted = false;
-    app.add_option("--mount", mountPath,
-                   "Show the connections in this directory, which is made unless it is there; "
-                   "~/Brindlemar unless given")
-        ->type_name("DIR");
-    app.add_flag("--no-mount", unmounted, "Show no directory; the command line works without");
+    const auto isPath = [](const std::string& path) {
+        return path.empty() ? "it is empty" : isValidUtf8(path) ? "" : "it is not valid UTF-8";
+    };
+    CLI::Option* const mount = app.add_option("--mount", mountPath,
+                                              "Show the connections in this directory, which is made unless it is "
+                                              "there; ~/Brindlemar unless given")
+                                   ->type_name("DIR")
+                                   ->check(isPath);
+    app.add_flag("--no-mount", unmounted, "Show no directory; the command line works without")->excludes(mount);
     app.footer("State is kept below $XDG_STATE_HOME/brindlemar, with the log in Logs/Brindlemar/FileProvider.log.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kOK : kUsage;
+        if (error.get_exit_code() == 0) return app.exit(error);
+        std::cerr << "brindlemard: " << error.what() << ". Try brindlemard --help.\n";
+        return kUsage;
     }
     // Before any thread is made, so that all inherit it: the signals that end the process are waited for.
     sigset_t ends;
     ::sigemptyset(&ends);
     ::sigaddset(&ends, SIGTERM);
     ::sigaddset(&ends, SIGINT);
+    ::sigaddset(&ends, SIGHUP); // of a terminal that closes
     ::pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN); // a write over the limit fails with EFBIG

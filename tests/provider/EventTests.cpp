@@ -94,7 +94,7 @@ TEST(CallTests, EveryEventInOrderToTheEnd) {
     FetchedFiles fetched(directory / "tmp", directory / "fetched", platform.tasks);
     DomainManager manager({}, platform.clock);
     OpenFolders folders(platform.clock);
-    const CallPlaces places{extension, manager, platform.tasks, feed, fetched, folders};
+    const CallPlaces places{extension, manager, platform.tasks, feed, fetched, folders, platform.clock};
     const std::atomic<bool> running{false};
     const auto call = [&](const std::string& operation, const JSON& arguments) {
         Pipe pipe;

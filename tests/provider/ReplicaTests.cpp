@@ -298,11 +298,11 @@ TEST(ReplicaTests, WhatIsGoneTakesAllWithItButLocalChanges) {
     world.list(world.at("E"), {item("z", "z")});
     world.acts("write D/x");
     const ItemIdentifier gone[] = {"D", "E", "a"}, connection[] = {"W"};
-    EXPECT_EQ(world.replica->remove(gone).size(), 4u) << "y, z, E and a";
+    EXPECT_EQ(world.replica->remove(gone, world.now).size(), 4u) << "y, z, E and a";
     EXPECT_EQ(world.shown(world.top), "D=-+");
     EXPECT_EQ(world.drain(), "create W/D, create N1/x");
     world.acts("write D/x,reopen");
-    EXPECT_TRUE(world.replica->remove(connection).empty());
+    EXPECT_TRUE(world.replica->remove(connection, world.now).empty());
     EXPECT_FALSE(world.next());
     world.list(kRoot, {item("W2", "Work")});
     world.list(world.top, {item("N3", "D")});

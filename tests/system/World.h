@@ -25,10 +25,10 @@ inline std::size_t count(std::string_view text, std::string_view part) {
     for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) ++found;
     return found;
 }
-/// False when it is not so within ten seconds.
+/// False when it is not so within half a minute.
 template <class Condition>
 bool eventually(Condition&& condition) {
-    for (const auto start = Clock::now(); secondsSince(start) < 10; ::poll(nullptr, 0, 10))
+    for (const auto start = Clock::now(); secondsSince(start) < 30; ::poll(nullptr, 0, 10))
         if (condition()) return true;
     return false;
 }

@@ -60,7 +60,10 @@ void FuseSession::serve() {
     while (!ending_) {
         const int size = fuse_session_receive_buf(session_, &buffer);
         if (size == -EINTR || size == -EAGAIN) continue;
-        if (size <= 0) break; // unmounted
+        if (size <= 0) { // unmounted
+            isOver_ = true;
+            break;
+        }
         fuse_session_process_buf(session_, &buffer);
     }
     std::free(buffer.mem);

@@ -24,6 +24,8 @@ public:
     ~FuseSession();
 
     void start(unsigned threads);
+    /// True once somebody else has unmounted it.
+    bool isOver() const { return isOver_; }
     /// No operation runs any more when it returns; the kernel's requests wait for the session's end. Not from an
     /// operation.
     void stop();
@@ -39,7 +41,7 @@ private:
     void serve();
 
     fuse_session* const session_;
-    std::atomic<bool> ending_{false};
+    std::atomic<bool> ending_{false}, isOver_{false};
     struct Worker {
         std::thread thread;
         std::shared_ptr<std::atomic<bool>> ended = std::make_shared<std::atomic<bool>>(false);

@@ -1,5 +1,7 @@
 #include "provider/mount/BringTree.h"
 
+#include "provider/mount/Failures.h"
+
 namespace brindlemar {
 
 using replica::Inode;
@@ -35,7 +37,7 @@ void BringTree::goOn() {
             listener_.end(error);
         }
         if (!next) return;
-        take(*next);
+        if (const auto failure = attempt("take(_:)", [&] { take(*next); })) finished(failure, 0);
     }
 }
 
@@ -65,8 +67,8 @@ void BringTree::addEntries(Inode folder) {
 void BringTree::list(Inode folder) {
     folders_.list(folder, [self = shared_from_this(), folder](bool more, const auto& error) {
         if (more) return self->list(folder);
-        if (!error) self->addEntries(folder);
-        self->finished(error, 0);
+        const auto failure = error ? error : attempt("list(_:)", [&] { self->addEntries(folder); });
+        self->finished(failure, 0);
         self->goOn();
     });
 }

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 
 #include <cerrno>
@@ -72,6 +73,12 @@ std::optional<UnsentNote> Contents::noteOf(const std::string& name) const {
     const auto path = json["path"].string();
     if (!path || path->empty()) return std::nullopt;
     return UnsentNote{std::string(*path), std::string(json["identifier"].string().value_or(""))};
+}
+
+bool Contents::hasRoomFor(std::uint64_t bytes) const {
+    struct statvfs disk {};
+    return ::statvfs(directory_.c_str(), &disk) != 0 ||
+           static_cast<std::uint64_t>(disk.f_bavail) * disk.f_frsize > bytes;
 }
 
 void Contents::each(const std::function<void(const std::string& name)>& body) const {

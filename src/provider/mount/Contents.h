@@ -49,6 +49,8 @@ public:
     void unmark(const std::string& name);
     std::optional<UnsentNote> noteOf(const std::string& name) const;
 
+    /// False when the disk has not so many bytes left.
+    bool hasRoomFor(std::uint64_t bytes) const;
     void each(const std::function<void(const std::string& name)>& body) const;
     const std::string& directory() const { return directory_; }
 

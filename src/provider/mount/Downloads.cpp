@@ -3,6 +3,7 @@
 #include "items/ItemIdentifiers.h"
 #include "messaging/BxMessages.h"
 #include "provider/mount/Failures.h"
+#include "support/Logger.h"
 
 #include <filesystem>
 
@@ -38,6 +39,10 @@ void Downloads::unwant(replica::Inode inode, Token token) {
 }
 
 void Downloads::start(replica::Inode inode, bool mayIdentify) {
+    if (const auto error = attempt("start(_:)", [&] { fetch(inode, mayIdentify); })) ended(inode, error);
+}
+
+void Downloads::fetch(replica::Inode inode, bool mayIdentify) {
     const auto row = places_.common.replica.row(inode);
     if (!row || row->pending.deletion) return ended(inode, noSuchItem());
     if (row->contents) return ended(inode, std::nullopt);
@@ -80,26 +85,32 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
         const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
         if (!places_.common.replica.setContents(inode, identifier, name, size, version)) places_.contents.remove(name);
     } catch (const std::exception& error) {
-        log.error(error.what());
-        return ended(inode, cocoaError(CocoaErrorCode::fileWriteUnknown));
+        return ended(inode, toldError("arrived(_:)", error));
     }
     places_.common.notices.attributesChanged(inode); // hosts tell the low 32 bits of a size
     ended(inode, std::nullopt);
 }
 
-void Downloads::failed(replica::Inode inode, const std::string& identifier, const NSError& error) {
+void Downloads::failed(replica::Inode inode, const std::string& identifier, NSError error) {
     const std::string connection(resolveIdentifier(identifier).domain);
     if (!BxMessages::sharedInstance().isReachable(connection)) return ended(inode, serverUnreachable());
-    if (error.code == FileProviderErrorCode::noSuchItem)
-        orLog("failed(_:)",
-              [&] { places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier})); });
+    orLog("failed(_:)", [&] {
+        const auto row = places_.common.replica.row(inode);
+        if (row && error == cannotSynchronize() && !places_.contents.hasRoomFor(row->size)) // the host cannot tell
+            error = cocoaError(CocoaErrorCode::fileWriteOutOfSpace);
+        if (error.code == FileProviderErrorCode::noSuchItem) {
+            const Timestamp now = places_.common.clock.now();
+            places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier}, now));
+        }
+    });
     ended(inode, error);
 }
 
 void Downloads::ended(replica::Inode inode, const std::optional<NSError>& error) {
     const auto download = state_.with([&](State& state) { return state.downloads.extract(inode); });
     if (download)
-        for (const auto& [token, handler] : download.mapped().waiting) handler(error);
+        for (const auto& [token, handler] : download.mapped().waiting)
+            orLog("ended(_:)", [&, &handler = handler] { handler(error); });
 }
 
 std::vector<Transfer> Downloads::transfers() const {

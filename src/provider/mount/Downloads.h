@@ -42,9 +42,10 @@ private:
         std::unordered_map<replica::Inode, Download> downloads;
     };
     void start(replica::Inode inode, bool mayIdentify);
+    void fetch(replica::Inode inode, bool mayIdentify);
     void arrived(replica::Inode inode, const std::string& identifier, const FileURL& file,
                  const NSFileProviderItem* item);
-    void failed(replica::Inode inode, const std::string& identifier, const NSError& error);
+    void failed(replica::Inode inode, const std::string& identifier, NSError error);
     void ended(replica::Inode inode, const std::optional<NSError>& error);
 
     const Places places_;

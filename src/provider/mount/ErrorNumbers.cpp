@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <string_view>
+#include <system_error>
 
 namespace brindlemar {
 
@@ -30,6 +31,13 @@ int errorNumber(const NSError& error) {
     for (const auto& row : table)
         if (row.domain == error.domain && row.code == error.code) return row.number;
     return EIO;
+}
+
+std::string whyFailed(const NSError& error) {
+    if (!error.description.empty()) return error.description;
+    if (error == serverUnreachable()) return "Please Launch Brindlemar to continue syncing.";
+    if (error == cannotSynchronize()) return "The host could not do this.";
+    return std::generic_category().message(errorNumber(error)) + ".";
 }
 
 } // namespace brindlemar

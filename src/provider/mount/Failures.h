@@ -1,22 +1,32 @@
-// Failures of the disk where nobody waits for a result.
+// Failures of the disk where nobody up the stack takes them.
 #pragma once
 
-#include "support/Logger.h"
+#include "platform/Errors.h"
 
 #include <exception>
+#include <optional>
+#include <string_view>
 
 namespace brindlemar {
 
-/// What a task throws would end the process: it is said in the log instead. False when something was thrown.
+/// Says in the log what was thrown, and what it means for whoever asked.
+NSError toldError(std::string_view where, const std::exception& error);
+
+/// What a task throws would end the process: it is told instead. The error, if something was thrown.
 template <class Body>
-bool orLog(std::string_view where, Body&& body) {
+std::optional<NSError> attempt(std::string_view where, Body&& body) {
     try {
         body();
-        return true;
+        return std::nullopt;
     } catch (const std::exception& error) {
-        LogScope(Logger::shared(), where).error(error.what());
-        return false;
+        return toldError(where, error);
     }
+}
+
+/// The same where nobody waits for a result. False when something was thrown.
+template <class Body>
+bool orLog(std::string_view where, Body&& body) {
+    return !attempt(where, body);
 }
 
 } // namespace brindlemar

@@ -44,10 +44,14 @@ Row FileSystem::makeEntry(Inode parent, const std::string& name, std::optional<s
 }
 
 void FileSystem::create(fuse_req_t request, Inode parent, const std::string& name, mode_t mode, fuse_file_info* info) {
-    changeableFolder(parent);
-    checkName(name);
     const auto local = places_.contents.create();
-    const Row made = makeEntry(parent, name, local->name, mode);
+    Row made;
+    try {
+        made = makeEntry(parent, name, local->name, mode);
+    } catch (...) {
+        places_.contents.remove(local->name);
+        throw;
+    }
     const auto file = places_.open.get(made);
     file->setLocal(local);
     file->setChanged(); // an empty file is one, too

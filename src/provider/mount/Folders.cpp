@@ -19,14 +19,22 @@ public:
                   std::string connection, std::shared_ptr<NSFileProviderEnumerator> enumerator)
         : folders_(std::move(folders)), folder_(folder), identifier_(std::move(identifier)),
           connection_(std::move(connection)), enumerator_(std::move(enumerator)),
-          since_(folders_->places_.manager.state().since) {}
+          since_(folders_->places_.manager.state().since), began_(folders_->places_.clock.now()) {}
 
     void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
     std::int64_t suggestedPageSize() const override { return pageSize_; }
     void didEnumerateItems(ItemBatch items) override {
-        if (folders_->isStill(folder_, identifier_) && !folders_->arrived(folder_, items)) isWritten_ = false;
+        const auto failure = attempt("didEnumerateItems(_:)", [&] {
+            if (folders_->isStill(folder_, identifier_)) folders_->arrived(folder_, items, began_);
+        });
+        if (failure) failure_.with([&](auto& first) { first = failure; });
     }
     void finishEnumeratingUpToPage(std::optional<NSFileProviderPage> page) override {
+        if (const auto error = attempt("finish(_:)", [&] { finish(std::move(page)); })) folders_->ended(folder_, error);
+    }
+
+private:
+    void finish(std::optional<NSFileProviderPage> page) {
         pageSize_ = kFurtherPages;
         if (page) {
             folders_->advanced(folder_);
@@ -37,11 +45,9 @@ public:
                                                       folders_->places_.manager.state().since == since_);
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
-        if (!isWritten_) return folders_->ended(folder_, cocoaError(CocoaErrorCode::fileWriteUnknown));
-        folders_->ended(folder_, isAnswer ? std::nullopt : std::optional(serverUnreachable()));
+        const auto failure = failure_.copy();
+        folders_->ended(folder_, failure || isAnswer ? failure : std::optional(serverUnreachable()));
     }
-
-private:
     void ask(NSFileProviderPage page) {
         folders_->places_.tasks.async(
             [self = shared_from_this(), page = std::move(page)] { self->enumerator_->enumerateItems(self, page); });
@@ -51,9 +57,9 @@ private:
     const ItemIdentifier identifier_;
     const std::string connection_;
     const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
-    const Timestamp since_;
+    const Timestamp since_, began_;
     std::atomic<std::int64_t> pageSize_{kFirstPage};
-    std::atomic<bool> isWritten_{true};
+    Guarded<std::optional<NSError>> failure_; // of what has arrived
 };
 
 void Folders::list(replica::Inode folder, Handler handler) {
@@ -83,11 +89,31 @@ void Folders::identify(const replica::Row& item, std::function<void(const std::o
     });
 }
 
+void Folders::walk(replica::Inode at, const std::string& path, bool isListed, const Found& found) {
+    std::optional<replica::Row> row, entry;
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const auto failure = attempt("walk(_:)", [&] {
+        row = places_.replica.row(at);
+        if (row && end > 0) entry = places_.replica.child(at, std::string_view(path).substr(0, end));
+    });
+    if (failure) return found(std::nullopt, failure);
+    if (row && path.empty()) return found(row, std::nullopt);
+    if (entry) return walk(entry->inode, path.substr(std::min(end + 1, path.size())), false, found);
+    if (!row || !row->folder || isListed) return found(std::nullopt, noSuchItem());
+    list(at, [self = shared_from_this(), at, path, found](bool more, const auto& error) {
+        return error ? found(std::nullopt, error) : self->walk(at, path, !more, found);
+    });
+}
+
 void Folders::identifyAll() {
     for (const replica::Inode folder : places_.replica.foldersToIdentify()) list(folder, nullptr);
 }
 
 void Folders::start(replica::Inode folder) {
+    if (const auto error = attempt("start(_:)", [&] { open(folder); })) ended(folder, error);
+}
+
+void Folders::open(replica::Inode folder) {
     const auto row = places_.replica.row(folder);
     if (!row || row->pending.deletion) return ended(folder, noSuchItem());
     if (row->identifier) return enumerate(folder, *row);
@@ -112,7 +138,9 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
     if (!stale || isRoot) return listing->start();
     enumerator->enumerateChanges(
         std::make_shared<ChangeCollector>([self = shared_from_this(), listing](const ChangeSet& changes) {
-            orLog("enumerate(_:)", [&] { self->places_.notices.tell(self->places_.replica.remove(changes.deleted)); });
+            orLog("enumerate(_:)", [&] {
+                self->places_.notices.tell(self->places_.replica.remove(changes.deleted, self->places_.clock.now()));
+            });
             listing->start();
         }),
         NSFileProviderSyncAnchor());
@@ -123,28 +151,30 @@ bool Folders::isStill(replica::Inode folder, const ItemIdentifier& identifier) c
     return row && row->identifier == identifier;
 }
 
-bool Folders::arrived(replica::Inode folder, const ItemBatch& items) {
-    return orLog("arrived(_:)",
-                 [&] { places_.notices.tell(places_.replica.merge(folder, items.items(), places_.clock.now())); });
+void Folders::arrived(replica::Inode folder, const ItemBatch& items, Timestamp began) {
+    places_.notices.tell(places_.replica.merge(folder, items.items(), began));
 }
 
 void Folders::advanced(replica::Inode folder) {
     const auto waiting = listings_.with([&](auto& listings) { return std::exchange(listings[folder].waiting, {}); });
-    for (const Handler& handler : waiting) handler(true, std::nullopt);
+    answer(waiting, true, std::nullopt);
+}
+
+void Folders::answer(const std::vector<Handler>& waiting, bool more, const std::optional<NSError>& error) const {
+    for (const Handler& handler : waiting) orLog("answer(_:)", [&] { handler(more, error); });
 }
 
 void Folders::ended(replica::Inode folder, std::optional<NSError> error) {
-    const bool isWritten = orLog("ended(_:)", [&] {
+    const auto failure = attempt("ended(_:)", [&] {
         if (!error && folder != replica::kRoot)
             places_.notices.tell(places_.replica.setListed(folder, places_.clock.now()));
         if (error && error->code == FileProviderErrorCode::noSuchItem)
             if (const auto row = places_.replica.row(folder); row && row->identifier && folder != replica::kRoot)
-                places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}));
+                places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}, places_.clock.now()));
     });
-    if (!isWritten) error = cocoaError(CocoaErrorCode::fileWriteUnknown);
+    if (failure) error = failure;
     const auto listing = listings_.with([&](auto& listings) { return listings.extract(folder); });
-    if (listing)
-        for (const Handler& handler : listing.mapped().waiting) handler(false, error);
+    if (listing) answer(listing.mapped().waiting, false, error);
 }
 
 } // namespace brindlemar

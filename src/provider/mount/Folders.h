@@ -38,6 +38,10 @@ public:
     void refresh(replica::Inode folder);
     /// Learns from the host by what identifier it knows the item; `known` is called once, on any thread.
     void identify(const replica::Row& item, std::function<void(const std::optional<NSError>& error)> known);
+    /// The item at a path of names, "Work/photos"; where a name is not known, its folder is listed. `found` is called
+    /// once, on any thread, with the item or with why there is none.
+    using Found = std::function<void(const std::optional<replica::Row>& item, const std::optional<NSError>& error)>;
+    void find(const std::string& path, const Found& found) { walk(replica::kRoot, path, false, found); }
     /// Lists what has to be listed before all that waits for the host can be told.
     void identifyAll();
     /// True when all that is in the folder is in the replica.
@@ -45,11 +49,14 @@ public:
 
 private:
     friend class FolderListing;
+    void walk(replica::Inode at, const std::string& path, bool isListed, const Found& found);
     void start(replica::Inode folder);
+    void open(replica::Inode folder);
     void enumerate(replica::Inode folder, const replica::Row& row);
     bool isStill(replica::Inode folder, const ItemIdentifier& identifier) const;
-    bool arrived(replica::Inode folder, const ItemBatch& items);
+    void arrived(replica::Inode folder, const ItemBatch& items, Timestamp began);
     void advanced(replica::Inode folder);
+    void answer(const std::vector<Handler>& waiting, bool more, const std::optional<NSError>& error) const;
     void ended(replica::Inode folder, std::optional<NSError> error);
 
     const Places places_;

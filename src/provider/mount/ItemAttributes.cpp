@@ -1,5 +1,7 @@
 #include "provider/mount/ItemAttributes.h"
 
+#include "provider/mount/ErrorNumbers.h"
+
 namespace brindlemar {
 
 namespace {
@@ -29,9 +31,7 @@ constexpr struct {
          return Value(std::to_string(source.transfer->completed * 100 / source.transfer->total));
      }},
     {"error",
-     [](const AttributeSource& source) {
-         return source.row.error ? Value(source.row.error->localizedDescription()) : Value();
-     }},
+     [](const AttributeSource& source) { return source.row.error ? Value(whyFailed(*source.row.error)) : Value(); }},
     {"connection",
      [](const AttributeSource& source) {
          if (source.row.inode != replica::kRoot) return Value();

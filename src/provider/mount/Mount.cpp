@@ -2,6 +2,7 @@
 
 #include "linux/dbus/DesktopNotification.h"
 #include "provider/mount/Failures.h"
+#include "support/Logger.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -138,7 +139,7 @@ void Mount::show() {
 
 void Mount::hide() {
     auto session = session_.with([](Session& current) {
-        current.error = "unmounted";
+        if (current.session) current.error = "unmounted";
         return std::move(current.session);
     });
     if (!session) return;
@@ -165,11 +166,12 @@ void Mount::apply(const ChangeSet& changes) {
         }
     std::vector<ItemIdentifier> gone = changes.deleted;
     std::erase_if(gone, [&](const ItemIdentifier& identifier) { return present.contains(identifier); });
+    const Timestamp now = places_.clock.now(), began = changes.began.value_or(now);
     orLog("apply(_:)", [&] {
         for (const auto& [identifier, items] : byFolder)
             if (const auto folder = replica_.find(identifier))
-                notices_.tell(replica_.merge(folder->inode, items, places_.clock.now()));
-        notices_.tell(replica_.remove(gone));
+                notices_.tell(replica_.merge(folder->inode, items, began));
+        notices_.tell(replica_.remove(gone, now));
     });
     uploads_->hostIsBack();
     orLog("apply(_:)", [&] { lookForLost(); });
@@ -177,12 +179,11 @@ void Mount::apply(const ChangeSet& changes) {
 
 void Mount::domainChanged() {
     const DomainManager::State domain = places_.manager.state();
-    const bool isNew = lastChange_.with([&](Change& last) {
-        const bool differs = last.since != domain.since || last.connected != domain.connected;
-        last = {domain.since, domain.connected};
-        return differs;
+    const Change last = lastChange_.with([&](Change& current) {
+        return std::exchange(current, {domain.since, domain.connected});
     });
-    if (!isNew) return;
+    if (last.since == domain.since && last.connected == domain.connected) return;
+    if (last.connected) uploads_->hostIsAway(); // for a moment at least, even when it is back
     places_.tasks.async([this, domain] {
         if (!domain.connected) return notifyDesktop("Brindlemar", domain.reason);
         uploads_->hostIsBack();
@@ -202,8 +203,10 @@ ChangeFeed::TopLevel Mount::topLevel() {
 Mount::Status Mount::status() {
     Status status;
     status.path = path_;
-    status.error = session_.with([](const Session& session) { return session.error; });
-    status.waiting = replica_.waiting();
+    status.error = session_.with([](const Session& current) {
+        return current.session && current.session->isOver() ? "unmounted by somebody else" : current.error;
+    });
+    status.waiting = waiting();
     const auto add = [&](const std::vector<Transfer>& transfers, bool fetch) {
         for (const Transfer& transfer : transfers)
             status.transfers.push_back(
@@ -213,13 +216,19 @@ Mount::Status Mount::status() {
     add(uploads_->transfers(), false);
     for (const Row& row : replica_.failures(kMostFailures))
         status.failures.emplace_back(replica_.path(row.inode).value_or(row.name), *row.error);
-    status.failed = replica_.failureCount();
     return status;
 }
 
-std::optional<Mount::Freed> Mount::evict(const std::string& path) {
-    const auto top = replica_.at(path);
-    if (!top) return std::nullopt;
+void Mount::evict(const std::string& path,
+                  std::function<void(const Freed& freed, const std::optional<NSError>& error)> ended) {
+    folders_->find(path, [this, ended = std::move(ended)](const auto& top, const auto& error) {
+        Freed freed;
+        const auto failure = top ? attempt("evict(_:)", [&] { freed = free(*top); }) : error;
+        ended(freed, failure);
+    });
+}
+
+Mount::Freed Mount::free(const Row& top) {
     Freed freed;
     const std::function<bool(const Row&)> free = [&](const Row& row) {
         if (row.folder) {
@@ -228,18 +237,21 @@ std::optional<Mount::Freed> Mount::evict(const std::string& path) {
             ++freed.files;
             freed.bytes += static_cast<std::int64_t>(row.size);
             notices_.tell({{.parent = row.parent, .name = row.name, .inode = row.inode, .contents = true}});
+        } else if (row.contents) {
+            ++freed.kept;
         }
         return true;
     };
-    free(*top);
+    free(top);
     for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
     return freed;
 }
 
 void Mount::bring(const std::string& path, BringTree::Listener listener) {
-    const auto top = replica_.at(path);
-    if (!top) return listener.end(noSuchItem());
-    std::make_shared<BringTree>(replica_, *folders_, *downloads_, std::move(listener))->start(top->inode);
+    folders_->find(path, [this, listener = std::move(listener)](const auto& top, const auto& error) {
+        if (!top) return listener.end(error);
+        std::make_shared<BringTree>(replica_, *folders_, *downloads_, listener)->start(top->inode);
+    });
 }
 
 } // namespace brindlemar

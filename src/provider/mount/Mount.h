@@ -40,9 +40,13 @@ public:
     ChangeFeed::TopLevel topLevel();
 
     // What people ask.
+    struct Waiting {
+        std::int64_t length = 0, failed = 0; // of it
+    };
+    Waiting waiting() { return {replica_.waiting(), replica_.failureCount()}; }
     struct Status {
         std::string path, error; // empty when it is mounted
-        std::int64_t waiting = 0, failed = 0;
+        Waiting waiting;
         struct Transfer {
             bool fetch = false;
             std::string path;
@@ -52,17 +56,19 @@ public:
         std::vector<std::pair<std::string, NSError>> failures; // by path
     };
     Status status();
-    std::int64_t waiting() { return replica_.waiting(); }
     std::int64_t retry() { return uploads_->retry(); }
     struct Freed {
         std::int64_t files = 0, bytes = 0;
+        std::int64_t kept = 0; // files that are open, or that the host does not have
     };
-    /// Frees what the host has of the item and all below it. None when there is no such item.
-    std::optional<Freed> evict(const std::string& path);
+    /// Frees what the host has of the item and all below it. `ended` is called once, on any thread.
+    void evict(const std::string& path,
+               std::function<void(const Freed& freed, const std::optional<NSError>& error)> ended);
     /// Makes the item and all below it local.
     void bring(const std::string& path, BringTree::Listener listener);
 
 private:
+    Freed free(const replica::Row& top);
     void recover();
     void putAside(const std::string& contents);
     void lookForLost();
@@ -87,7 +93,7 @@ private:
     Guarded<Session> session_;
     struct Change {
         Timestamp since{};
-        bool connected = true;
+        bool connected = false;
     };
     Guarded<Change> lastChange_; // of the domain, that was acted upon
 };

@@ -2,6 +2,7 @@
 
 #include "provider/mount/Attributes.h"
 #include "provider/mount/Failures.h"
+#include "support/Logger.h"
 
 #include <sys/stat.h>
 

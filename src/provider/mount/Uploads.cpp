@@ -5,6 +5,7 @@
 #include "provider/ItemDraft.h"
 #include "provider/ServiceFiles.h"
 #include "provider/mount/Failures.h"
+#include "support/Logger.h"
 
 #include <array>
 
@@ -54,6 +55,11 @@ void Uploads::look() {
     });
 }
 
+void Uploads::hostIsAway() {
+    const Timestamp now = places_.common.clock.now();
+    state_.with([&](State& state) { state.lastTold = now; });
+}
+
 void Uploads::hostIsBack() {
     orLog("hostIsBack()", [&] {
         places_.common.replica.retry(serverUnreachable());
@@ -66,14 +72,20 @@ void Uploads::hostIsBack() {
 /// What came up on the host while it was away is to meet what was made here, before that is sent.
 void Uploads::refresh() {
     const Timestamp since = places_.common.manager.state().since;
-    const bool isDue = state_.with([&](State& state) {
-        if (state.refreshing > 0 || (state.isRefreshed && state.refreshedSince == since)) return false;
+    const auto from = state_.with([&](State& state) -> std::optional<Timestamp> {
+        if (state.refreshing > 0 || (state.isRefreshed && state.refreshedSince == since)) return std::nullopt;
         state.refreshing = 1; // this look
         state.isRefreshed = true;
         state.refreshedSince = since;
-        return true;
+        return state.lastTold + OpenFolders::kFresh;
     });
-    if (!isDue) return;
+    const Timestamp now = places_.common.clock.now();
+    if (!from) return;
+    if (*from <= now) return refreshFolders();
+    places_.common.tasks.after(*from - now, [self = shared_from_this()] { self->refreshFolders(); });
+}
+
+void Uploads::refreshFolders() {
     const bool isRead = orLog("refresh()", [&] {
         const auto folders = places_.common.replica.foldersOfCreations();
         state_.with([&](State& state) { state.refreshing += folders.size(); });
@@ -161,12 +173,12 @@ void Uploads::sendUnlessConflict(const Job& job) {
         replica::Replica& replica = self->places_.common.replica;
         const bool isGone = error && error->code == FileProviderErrorCode::noSuchItem;
         if (isGone || (error && *error == serverUnreachable())) return self->ended(job, nullptr, error);
-        if (!item || !replica.isConflict(job, *item))
+        const Timestamp now = self->places_.common.clock.now();
+        if (!item || !replica.isConflict(job, *item, now))
             return self->places_.common.tasks.async([self, job] { self->send(job); });
         orLog("sendUnlessConflict(_:)", [&] {
             self->putBack(job, std::nullopt); // else the item would be left alone
-            self->places_.common.notices.tell(
-                replica.merge(job.item.hostParent, std::array{item}, self->places_.common.clock.now()));
+            self->places_.common.notices.tell(replica.merge(job.item.hostParent, std::array{item}, now));
         });
         self->finished(job);
     };
@@ -174,6 +186,10 @@ void Uploads::sendUnlessConflict(const Job& job) {
 }
 
 void Uploads::send(const Job& job) {
+    if (const auto error = attempt("send(_:)", [&] { call(job); })) ended(job, nullptr, error);
+}
+
+void Uploads::call(const Job& job) {
     const auto isWanted = [&] {
         if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
         const auto now = places_.common.replica.row(job.item.inode);
@@ -219,7 +235,8 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
                 places_.common.notices.tell(replica.succeeded(job, nullptr, places_.common.clock.now()));
             } else {
                 putBack(job, std::nullopt);
-                places_.common.notices.tell(replica.remove(std::vector{*job.item.identifier}));
+                places_.common.notices.tell(
+                    replica.remove(std::vector{*job.item.identifier}, places_.common.clock.now()));
             }
         } else if (error) {
             LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());
@@ -231,10 +248,12 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
             if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
                 places_.contents.unmark(*now->contents);
         }
-    } catch (const std::exception& failure) { // of the disk: the next start tells it again
-        LogScope(Logger::shared(), "ended(_:)").error(failure.what());
+        finished(job);
+    } catch (const std::exception& failure) { // of the disk: it is told again, but not at once
+        toldError("ended(_:)", failure);
+        state_.with([&](State& state) { state.running.erase(job.item.inode); });
+        look();
     }
-    finished(job);
 }
 
 void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {

@@ -24,7 +24,9 @@ public:
     void touched(replica::Inode inode);
     /// There may be something to do: a file was closed, a host has come back.
     void look();
-    /// What has failed for want of a host may be told again.
+    /// Nothing is told any more, until
+    void hostIsAway();
+    /// what has failed for want of a host may be told again.
     void hostIsBack();
     std::int64_t retry();
     /// Takes no jobs any more.
@@ -41,15 +43,18 @@ private:
         std::size_t refreshing = 0; // folders, and who looks for them
         bool isRefreshed = false;   // all of them, since
         Timestamp refreshedSince{}; // the domain was connected
+        Timestamp lastTold{};       // when a host went away: the extension's caches may tell what it said before
     };
     void pump();
     bool takeOne();
     void refresh();
+    void refreshFolders();
     void refresh(replica::Inode folder);
     void refreshed(bool succeeded);
     void run(const replica::Job& job);
     void sendUnlessConflict(const replica::Job& job);
     void send(const replica::Job& job);
+    void call(const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
     void finished(const replica::Job& job);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,

@@ -89,7 +89,7 @@ void Replica::exchange(Inode one, Inode other, Timestamp now) {
 
 bool Replica::remove(Inode inode, Timestamp now) {
     bool isEmpty = true;
-    write([&] {
+    free([&] {
         auto row = changes_->get(inode);
         if (!row || row->pending.deletion || row->parent == kRoot) return;
         isEmpty = !changes_->entries.first(Statements::readInode, inode, std::int64_t{0}, std::int64_t{1});

@@ -12,22 +12,22 @@ bool Replica::Merging::isPast(Inode folder, const NSFileProviderItem& item) cons
     told.host = hostVersion(item);
     told.hostParent = folder;
     told.hostName = item.filename();
-    return replica.past_.knows(item.itemIdentifier(), told);
+    return replica.past_.knows(item.itemIdentifier(), told, began);
 }
 
-void Replica::Merging::take(Inode folder, const NSFileProviderItem& item, Timestamp now) {
+void Replica::Merging::take(Inode folder, const NSFileProviderItem& item) {
     if (!isFileName(item.filename())) return; // no directory can show it
     if (isPast(folder, item)) return;
-    if (auto row = statements.known(item.itemIdentifier())) return meet(std::move(*row), folder, item, now);
+    if (auto row = statements.known(item.itemIdentifier())) return meet(std::move(*row), folder, item);
     const bool isFolder = item.contentType() == UTType::directory;
     const auto fits = [&](const std::optional<Row>& row) { return row && row->folder == isFolder; };
     if (auto row = statements.lost.first(Statements::read, folder, item.filename()); fits(row))
-        return meet(std::move(*row), folder, item, now);
-    insert(folder, item, now);
+        return meet(std::move(*row), folder, item);
+    insert(folder, item);
 }
 
 /// An item that has a row, found by its identifier, or by its place when it has lost it.
-void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& item, Timestamp now) {
+void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& item) {
     const HostVersion version = hostVersion(item);
     const Row before = row;
     const LocalSide here{.known = row.host,
@@ -38,7 +38,7 @@ void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& ite
     const MergeAction action = chooseMerge(here, version);
     switch (action) {
     case MergeAction::keepBoth:
-        return keepBoth(std::move(row), folder, item, now);
+        return keepBoth(std::move(row), folder, item);
     case MergeAction::insert:
     case MergeAction::leave:
         row.identifier = item.itemIdentifier();
@@ -89,7 +89,7 @@ static bool isThisOne(const Row& waiting, const Row& come) {
     return waiting.host == come.host || waiting.sent == come.host;
 }
 
-void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item, Timestamp now) {
+void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item) {
     const std::string name(item.filename());
     Row row;
     takeProperties(row, item);
@@ -101,18 +101,18 @@ void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item, Time
         if (isWanted && isThisOne(*same, row)) {           // and the answer that said so was lost
             if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
             same->pending.fields &= ~kPlaceFields;
-            return meet(std::move(*same), folder, item, now);
+            return meet(std::move(*same), folder, item);
         }
         const bool isTold = isWanted && folder != kRoot;
         if (isTold) row.pending.fields = ItemField::filename;
-        row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, now) : name);
+        row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, began) : name);
     }
     statements.put(row);
     effects.push_back({.parent = folder, .name = row.name, .inode = row.inode, .entry = true});
 }
 
 /// The local file is new to the host from now on; the host's own appears beside it.
-void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem& item, Timestamp now) {
+void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem& item) {
     mine.identifier.reset();
     mine.host = {};
     mine.sent.reset();
@@ -120,7 +120,7 @@ void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem
     mine.hostName.clear();
     mine.pending = {.creation = true};
     statements.put(mine);
-    insert(folder, item, now);
+    insert(folder, item);
 }
 
 void Replica::Merging::erase(const Row& row) {
@@ -160,23 +160,22 @@ bool Replica::Merging::forget(const Row& row, bool isConnection) {
     return false;
 }
 
-Effects Replica::merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp now) {
+Effects Replica::merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
     constexpr std::size_t kAtOnce = 1000; // others get their turn between
-    Merging merging(*this);
+    Merging merging(*this, began);
     while (!items.empty()) {
         const auto some = items.first(std::min(items.size(), kAtOnce));
         items = items.subspan(some.size());
         write([&] {
             if (!changes_->get(folder)) return; // gone meanwhile
-            past_.forget(now);
-            for (const auto& item : some) merging.take(folder, *item, now);
+            for (const auto& item : some) merging.take(folder, *item);
         });
     }
     return std::move(merging.effects);
 }
 
 Effects Replica::setListed(Inode folder, Timestamp now) {
-    Merging merging(*this);
+    Merging merging(*this, now);
     write([&] {
         auto row = changes_->get(folder);
         if (!row) return;
@@ -192,12 +191,15 @@ Effects Replica::setListed(Inode folder, Timestamp now) {
     return std::move(merging.effects);
 }
 
-Effects Replica::remove(std::span<const ItemIdentifier> identifiers) {
-    Merging merging(*this);
+Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp now) {
+    Merging merging(*this, now);
     write([&] {
-        for (const ItemIdentifier& identifier : identifiers)
-            if (const auto row = changes_->known(identifier); row && row->inode != kRoot)
-                merging.forget(*row, row->parent == kRoot);
+        for (const ItemIdentifier& identifier : identifiers) {
+            const auto row = changes_->known(identifier);
+            if (!row || row->inode == kRoot) continue;
+            past_.add(*row, now);
+            merging.forget(*row, row->parent == kRoot);
+        }
     });
     return std::move(merging.effects);
 }

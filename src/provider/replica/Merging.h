@@ -7,10 +7,11 @@ namespace brindlemar::replica {
 
 /// Within one transaction.
 struct Replica::Merging {
-    explicit Merging(Replica& replica) : replica(replica), statements(*replica.changes_) {}
+    /// `began`: when the listing did.
+    Merging(Replica& replica, Timestamp began) : began(began), replica(replica), statements(*replica.changes_) {}
 
     /// An item of a listing of the folder.
-    void take(Inode folder, const NSFileProviderItem& item, Timestamp now);
+    void take(Inode folder, const NSFileProviderItem& item);
     /// The host does not have this row's item any more. True when nothing of it stays, nor of what is below it.
     bool forget(const Row& row, bool isConnection = false);
     void erase(const Row& row);
@@ -23,10 +24,11 @@ struct Replica::Merging {
 
 private:
     bool isPast(Inode folder, const NSFileProviderItem& item) const;
-    void meet(Row row, Inode folder, const NSFileProviderItem& item, Timestamp now);
-    void insert(Inode folder, const NSFileProviderItem& item, Timestamp now);
-    void keepBoth(Row mine, Inode folder, const NSFileProviderItem& item, Timestamp now);
+    void meet(Row row, Inode folder, const NSFileProviderItem& item);
+    void insert(Inode folder, const NSFileProviderItem& item);
+    void keepBoth(Row mine, Inode folder, const NSFileProviderItem& item);
 
+    const Timestamp began;
     Replica& replica;
     Statements& statements;
 };

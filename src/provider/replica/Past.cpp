@@ -11,17 +11,20 @@ Past::State Past::stateOf(const Row& row) {
 void Past::add(const Row& before, Timestamp now) {
     forget(now);
     if (before.identifier && before.hostParent != 0)
-        entries_.push_back({now, states_.emplace(*before.identifier, stateOf(before))});
+        order_.push_back(entries_.emplace(*before.identifier, Entry{stateOf(before), now}));
 }
 
-bool Past::knows(std::string_view identifier, const Row& told) const {
-    const auto [first, last] = states_.equal_range(std::string(identifier));
-    return std::any_of(first, last, [&](const auto& entry) { return entry.second == stateOf(told); });
+bool Past::knows(std::string_view identifier, const Row& told, Timestamp began) const {
+    const auto [first, last] = entries_.equal_range(std::string(identifier));
+    return std::any_of(first, last, [&](const auto& entry) {
+        const Entry& past = entry.second;
+        return began < past.until + kCached && past.state == stateOf(told);
+    });
 }
 
 void Past::forget(Timestamp now) {
-    for (; !entries_.empty() && now - entries_.front().since > kLately; entries_.pop_front())
-        states_.erase(entries_.front().state);
+    for (; !order_.empty() && now - order_.front()->second.until > kKept; order_.pop_front())
+        entries_.erase(order_.front());
 }
 
 } // namespace brindlemar::replica

@@ -9,20 +9,20 @@
 
 namespace brindlemar::replica {
 
-/// Listings that were under way meanwhile, or come from a cache, may still tell it; it is no news. For one thread at a
-/// time.
+/// Listings that began before, or that a cache answers from before, may still tell it; it is no news. For one thread at
+/// a time.
 class Past {
 public:
     /// The row is as the host had it until now.
     void add(const Row& before, Timestamp now);
-    /// True when an item tells no more than what was so lately.
-    bool knows(std::string_view identifier, const Row& told) const;
+    /// True when a listing that began then tells of an item no more than what was so.
+    bool knows(std::string_view identifier, const Row& told, Timestamp began) const;
     void forget(Timestamp now);
-    bool isEmpty() const { return states_.empty(); }
+    bool isEmpty() const { return entries_.empty(); }
 
 private:
-    /// Longer than a listing takes and is cached.
-    static constexpr auto kLately = std::chrono::seconds(30);
+    static constexpr auto kCached = std::chrono::seconds(10); // as long as the extension's caches answer
+    static constexpr auto kKept = std::chrono::minutes(2);    // longer than a listing takes
     struct State {
         Inode parent;
         std::string name;
@@ -31,11 +31,12 @@ private:
     };
     static State stateOf(const Row& row);
     struct Entry {
-        Timestamp since;
-        std::unordered_multimap<std::string, State>::const_iterator state;
+        State state;
+        Timestamp until;
     };
-    std::unordered_multimap<std::string, State> states_; // by identifier
-    std::deque<Entry> entries_;                          // the oldest first
+    using Entries = std::unordered_multimap<std::string, Entry>; // by identifier
+    Entries entries_;
+    std::deque<Entries::const_iterator> order_; // the oldest first
 };
 
 } // namespace brindlemar::replica

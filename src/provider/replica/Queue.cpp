@@ -136,7 +136,7 @@ std::int64_t Replica::waiting() {
 }
 
 Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now) {
-    Merging merging(*this);
+    Merging merging(*this, now);
     write([&] {
         const auto entry = underWay_.extract(job.item.inode);
         const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
@@ -180,11 +180,11 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
     return std::move(merging.effects);
 }
 
-bool Replica::isConflict(const Job& job, const NSFileProviderItem& now) {
+bool Replica::isConflict(const Job& job, const NSFileProviderItem& item, Timestamp now) {
     std::lock_guard lock(writing_);
     Row told = job.item;
-    told.host = hostVersion(now);
-    return told.host != job.item.host && told.host != job.item.sent && !past_.knows(now.itemIdentifier(), told);
+    told.host = hostVersion(item);
+    return told.host != job.item.host && told.host != job.item.sent && !past_.knows(item.itemIdentifier(), told, now);
 }
 
 bool Replica::failed(const Job& job, const std::optional<NSError>& error) {

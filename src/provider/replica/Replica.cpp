@@ -12,14 +12,20 @@ constexpr std::size_t kBatch = 512; // rows that are read at once; what is done 
 
 Replica::Replica(const std::string& directory, const std::function<void(const std::string&)>& say)
     : writer_(openReplicaFile(directory, say)), reader_(openReplicaReader(directory)),
-      changes_(std::make_unique<Statements>(writer_)), looks_(std::make_unique<Statements>(reader_)) {
+      changes_(std::make_unique<Statements>(writer_)), looks_(std::make_unique<Statements>(reader_)),
+      ballast_(directory + "/ballast") {
     write([&] {
+        // Of what waits, by the indexes: the table may be long.
+        const std::string waits = "inode IN (SELECT inode FROM items INDEXED BY queue WHERE place IS NOT NULL AND "
+                                  "errorDomain IS NULL UNION ALL SELECT inode FROM items INDEXED BY failures WHERE "
+                                  "errorDomain IS NOT NULL)";
         // Removed while it was created, and then the service ended: a listing tells whether it is there.
-        writer_.execute("UPDATE items SET creation=0 WHERE place IS NOT NULL AND creation AND deletion");
+        writer_.execute("UPDATE items SET creation=0 WHERE creation AND deletion AND " + waits);
         // Contents that were begun anew and never saved.
         writer_
-            .prepare("UPDATE items SET fields=fields & ~?1, place=CASE WHEN fields & ~?1 THEN place END WHERE place IS "
-                     "NOT NULL AND contents IS NULL AND NOT folder AND NOT creation AND NOT deletion")
+            .prepare("UPDATE items SET fields=fields & ~?1, place=CASE WHEN fields & ~?1 THEN place END WHERE contents "
+                     "IS NULL AND NOT folder AND NOT creation AND NOT deletion AND " +
+                     waits)
             .run(static_cast<std::int64_t>(ItemField::contents));
         if (changes_->get(kRoot)) return;
         Row root;
@@ -36,6 +42,16 @@ Replica::~Replica() = default;
 void Replica::write(const std::function<void()>& body, Safe safe) {
     std::lock_guard lock(writing_);
     commit(body, safe);
+}
+
+void Replica::free(const std::function<void()>& body, Safe safe) {
+    std::lock_guard lock(writing_);
+    try {
+        commit(body, safe);
+    } catch (const sqlite::Error& error) {
+        if (!error.isFull() || !ballast_.release()) throw;
+        commit(body, safe);
+    }
 }
 
 void Replica::commit(const std::function<void()>& body, Safe safe) {
@@ -132,7 +148,7 @@ bool Replica::setContents(Inode inode, std::string_view identifier, const std::s
 
 bool Replica::dropContents(Inode inode) {
     bool isDropped = false;
-    write([&] {
+    free([&] {
         auto row = changes_->get(inode);
         if (!row || !row->contents || row->pending.creation || row->pending.fields & ItemField::contents) return;
         row->contents.reset();
@@ -144,18 +160,23 @@ bool Replica::dropContents(Inode inode) {
 
 std::vector<std::string> Replica::takeDiscarded() {
     {
+        std::lock_guard lock(writing_);
+        ballast_.restore();
+    }
+    {
         std::lock_guard lock(reading_);
         if (!reader_.integer("SELECT EXISTS(SELECT 1 FROM discarded)")) return {};
     }
     std::vector<std::string> names;
     const auto collect = [&] {
+        names.clear();
         writer_
             .prepare("SELECT DISTINCT contents FROM discarded WHERE NOT EXISTS(SELECT 1 FROM items WHERE "
                      "items.inode=discarded.inode AND items.contents=discarded.contents)")
             .each([&](const auto& at) { names.emplace_back(at.text(0)); });
         writer_.execute("DELETE FROM discarded");
     };
-    write(collect, Safe::fromPowerLoss);
+    free(collect, Safe::fromPowerLoss);
     return names;
 }
 

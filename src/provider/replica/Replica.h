@@ -1,6 +1,7 @@
 // Everything that is known of the domain's items, on the disk.
 #pragma once
 
+#include "provider/replica/Ballast.h"
 #include "provider/replica/Past.h"
 #include "provider/replica/ReplicaFile.h"
 #include "provider/replica/Row.h"
@@ -61,13 +62,14 @@ public:
 
     // What the host tells.
 
-    /// The items of a listing of this folder, or some of them. What is as it was is not written.
-    Effects merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp now);
+    /// The items of a listing of this folder, or some of them. What is as it was is not written, nor what was so before
+    /// a change of ours that the listing cannot know yet.
+    Effects merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began);
     /// The folder was listed to its end, by a host that is there: what is still without an identifier in it is not on
     /// the host any more.
     Effects setListed(Inode folder, Timestamp now);
     /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
-    Effects remove(std::span<const ItemIdentifier> identifiers);
+    Effects remove(std::span<const ItemIdentifier> identifiers, Timestamp now);
     /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
     /// gone. `size` in bytes; `version`: what the host had when it gave them, if it said.
     bool setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size,
@@ -107,7 +109,7 @@ public:
     /// folder that has another identifier by now is known again after the folder's next listing.
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
     /// True when the host's item is neither what was known of it nor what was sent: somebody else has changed it.
-    bool isConflict(const Job& job, const NSFileProviderItem& now);
+    bool isConflict(const Job& job, const NSFileProviderItem& item, Timestamp now);
     /// With no error the job is to be taken again. True when it was to make what was removed meanwhile: only a listing
     /// of its folder tells whether the host has it.
     bool failed(const Job& job, const std::optional<NSError>& error);
@@ -145,6 +147,7 @@ private:
         std::vector<Inode> above{}; // the folders around it
     };
     void write(const std::function<void()>& body, Safe safe = Safe::fromCrash);
+    void free(const std::function<void()>& body, Safe safe = Safe::fromCrash);   // what makes room, also on a full disk
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
     void note(Row& row, LocalChange change, ItemFields fields);
     void relocate(Row& row, Inode parent, std::string_view name);
@@ -162,6 +165,7 @@ private:
     sqlite::Database writer_, reader_;
     std::unique_ptr<Statements> changes_, looks_;
     // Under writing_:
+    Ballast ballast_;
     Safe safe_ = Safe::fromPowerLoss;          // the writer's setting
     bool isSynced_ = false;                    // all that was committed is safe from power loss
     std::unordered_map<Inode, Sent> underWay_; // by the inode in the job

@@ -62,7 +62,11 @@ Timestamp timestamp(std::int64_t ticks) { return Timestamp(std::chrono::nanoseco
 } // namespace
 
 Replica::Statements::Statements(sqlite::Database& database)
-    : database(database), lastPlace(database.integer("SELECT max(place) FROM items WHERE place IS NOT NULL")),
+    : database(database),
+      lastPlace(
+          std::max(database.integer(
+                       "SELECT max(place) FROM items INDEXED BY queue WHERE place IS NOT NULL AND errorDomain IS NULL"),
+                   database.integer("SELECT max(place) FROM items INDEXED BY failures WHERE errorDomain IS NOT NULL"))),
       lastInode(std::max(kRoot, database.integer("SELECT max(inode) FROM items"))),
       byInode(database.prepare(selected("WHERE inode=?"))),
       byIdentifier(database.prepare(selected("WHERE identifier=?"))),
