@@ -22,6 +22,8 @@ Failure reportedError(std::string_view domain, int code, const std::string& desc
         return {Exit::notFound, "There is no " + where + ". See what there is with \"brindlemar ls\"."};
     if (domain == NSFileProviderErrorDomain && code == FileProviderErrorCode::cannotSynchronize)
         return {Exit::failure, where + ": The host could not do this. Look at what it says, then try again."};
+    if (domain == NSCocoaErrorDomain && code == CocoaErrorCode::fileWriteOutOfSpace && description.empty())
+        return {Exit::failure, where + ": There is no room left on the disk. Free some with \"brindlemar evict\"."};
     const std::string reason = description.empty() ? stockErrorDescription(domain, code) : escaped(description);
     return {Exit::failure, where + ": " + reason + (reason.ends_with(".") || reason.ends_with(".)") ? "" : ".") +
                                " The service's log may say more."};

@@ -90,8 +90,10 @@ TEST_F(CommandsTest, ErrorsOfTheServiceBecomeExitStatuses) {
         {error(-1005), R"(exit 3: There is no "c7|x")" + kMissing},
         {error(-1004), kLaunch},
         {error(-2005), R"(exit 1: "c7|x": The host could not do this. Look at what it says, then try again.)"},
-        {error(640, "NSCocoaErrorDomain"), "exit 1: \"c7|x\": The operation couldn\u2019t be completed. "
-                                           "(NSCocoaErrorDomain error 640.) The service's log may say more."},
+        {error(640, "NSCocoaErrorDomain"),
+         R"(exit 1: "c7|x": There is no room left on the disk. Free some with "brindlemar evict".)"},
+        {error(642, "NSCocoaErrorDomain"), "exit 1: \"c7|x\": The operation couldn\u2019t be completed. "
+                                           "(NSCocoaErrorDomain error 642.) The service's log may say more."},
         {"", broken},
         {"garbage\n[]\n{\"event\":7}\n", broken},
     };
