@@ -60,9 +60,10 @@ struct World {
         replica.emplace(place.path(), [this](const std::string& text) { said.push_back(text); });
     }
     Effects list(Inode folder, std::initializer_list<std::shared_ptr<ItemDraft>> items, bool toTheEnd = false) {
-        Effects effects = replica->merge(folder, ItemList(items.begin(), items.end()), now);
+        const std::string identifier = replica->row(folder)->identifier.value_or("");
+        Effects effects = replica->merge(folder, identifier, ItemList(items.begin(), items.end()), now);
         if (toTheEnd)
-            for (Effect& each : replica->setListed(folder, now)) effects.push_back(std::move(each));
+            for (Effect& each : replica->setListed(folder, identifier, now)) effects.push_back(std::move(each));
         return effects;
     }
     Inode at(const std::string& path) {
@@ -90,6 +91,7 @@ struct World {
                 row.contents = "c" + std::to_string(++written);
                 row.size = 3;
                 row.modified = now;
+                return true;
             };
             replica->change(at(path), edit, kContentsFields, Safe::fromCrash, "bytes");
         } else if (verb == "move") {
@@ -101,6 +103,7 @@ struct World {
             EXPECT_TRUE(replica->remove(at(path), now));
         } else if (verb == "send") {
             sent = next();
+            replica->sending(*sent, std::nullopt);
         } else if (verb == "done") {
             answer(*sent);
         } else if (verb == "drain") {
@@ -231,7 +234,8 @@ TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
         {"write a,move a b", {item("a", "a", 6)}, "a=a b=-/c1+", "create W/b"},
         {"move a b", {item("a", "a", 6)}, "b=a+", "place a W/b"},
         {"move a b", {item("b", "b", 6)}, "b=a+ " + copy("b") + "=b+", "place b W/" + copy("b") + ", place a W/b"},
-        {"remove a", {item("a", "a", 6)}, "", "delete a "},
+        {"remove a", {item("a", "a")}, "", "delete a "},
+        {"remove a", {item("a", "a", 6)}, "a=a", ""},
         {"create f", {item("f", "f")}, "a=a f=-/c1+ " + copy("f") + "=f+", "place f W/" + copy("f") + ", create W/f"},
         {"create f,send", {item("f", "f")}, "a=a f=-/c1+", ""},
         {"folder F,create F/f", {item("F", "F")}, "F=F a=a", "create F/f"},
@@ -245,10 +249,10 @@ TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
         World world;
         world.list(world.top, {item("a", "a")});
         world.acts(test.steps);
-        world.replica->merge(world.top, ItemList(test.listed.begin(), test.listed.end()), world.now);
+        world.replica->merge(world.top, "W", ItemList(test.listed.begin(), test.listed.end()), world.now);
         EXPECT_EQ(world.shown(world.top), test.shown);
         EXPECT_TRUE(
-            world.replica->merge(world.top, ItemList(test.listed.begin(), test.listed.end()), world.now).empty());
+            world.replica->merge(world.top, "W", ItemList(test.listed.begin(), test.listed.end()), world.now).empty());
         EXPECT_EQ(world.sent ? "" : world.drain(), test.told);
     }
 }
@@ -263,7 +267,7 @@ TEST(ReplicaTests, AListingFromBeforeAChangeIsNoNews) {
     for (const auto& [steps, shown] : cases) {
         SCOPED_TRACE(steps);
         World world;
-        world.list(world.top, {item("a", "a")});
+        world.list(world.top, {item("a", "a")}, true);
         world.acts(steps);
         EXPECT_TRUE(world.list(world.top, {item("a", "a")}).empty());
         EXPECT_EQ(world.shown(world.top), shown);
@@ -360,6 +364,74 @@ TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {
     EXPECT_EQ(kept(), "");
     world.act("remove b");
     EXPECT_EQ(world.replica->takeDiscarded(), std::vector<std::string>{"c2"});
+}
+
+TEST(ReplicaTests, AFolderThatSomebodyFillsIsNotRemoved) {
+    World world;
+    world.list(world.top, {item("D", "D")}, true);
+    world.list(world.at("D"), {item("E", "E")}, true);
+    const Inode inner = world.at("D/E");
+    world.list(inner, {item("a", "a")}, true);
+    world.acts("remove D/E/a,remove D/E,remove D,folder D");
+    EXPECT_EQ(world.list(inner, {item("a", "a"), item("b", "b")}).size(), 3u) << "E, D and b";
+    EXPECT_EQ(world.shown(world.top), "D=-+ D (2)=D+");
+    EXPECT_EQ(world.shown(inner), "b=b");
+    EXPECT_EQ(world.drain(), "delete a , place D W/D (2), create W/D");
+}
+
+TEST(ReplicaTests, AnAnswerMayTellOfOtherContents) {
+    for (const auto& [steps, shown] : std::map<std::string, std::string>{
+             {"move a b,send", "b=a"}, {"move a b,send,write b", "b=a/c1+"}, {"move a b", "b=a"}}) {
+        SCOPED_TRACE(steps);
+        World world;
+        world.list(world.top, {item("a", "a")});
+        ASSERT_TRUE(world.replica->setContents(world.at("a"), "a", "fetched", 3));
+        world.acts(steps);
+        if (!world.sent) world.act("send");
+        world.replica->succeeded(*world.sent, item("a", "b", 6).get(), world.now);
+        EXPECT_EQ(world.shown(world.top), shown);
+        if (world.replica->row(world.at("b"))->contents) {
+            const auto job = world.next();
+            EXPECT_TRUE(world.replica->isConflict(*job, *item("a", "b", 6), world.now + 1min));
+        }
+    }
+}
+
+TEST(ReplicaTests, BelowANamelessFolderNothingIsTold) {
+    World world;
+    world.list(world.top, {item("A", "A"), item("B", "B")});
+    for (const std::string name : {"A", "B"}) {
+        world.list(world.at(name), {item(name + "/S", "S")}, true);
+        world.list(world.at(name + "/S"), {item(name + "/S/T", "T")}, true);
+        world.list(world.at(name + "/S/T"), {item("f" + name, "f")}, true);
+    }
+    // They change places, and what is in them has the other's paths until it is listed, level by level.
+    world.act("exchange A B");
+    while (const auto job = world.next())
+        world.replica->succeeded(*job, item(job->item.name, job->item.name).get(), world.now);
+    world.act("remove B/S/T/f");
+    EXPECT_FALSE(world.next()) << "whose identifier may be the other one's";
+    EXPECT_EQ(world.replica->outermostNameless(world.at("B/S/T"))->inode, world.at("B/S"));
+    world.list(world.at("B"), {item("B/S", "S")}, true);
+    EXPECT_FALSE(world.next());
+    world.list(world.at("B/S"), {item("B/S/T", "T")}, true);
+    EXPECT_FALSE(world.next());
+    world.list(world.at("B/S/T"), {item("fA", "f")}, true);
+    EXPECT_EQ(world.drain(), "delete fA ");
+}
+
+TEST(ReplicaTests, AListingOfAnotherTimeChangesNothing) {
+    World world;
+    world.list(world.top, {item("D", "D")});
+    const Inode folder = world.at("D");
+    world.list(folder, {item("D/a", "a")}, true);
+    world.acts("move D E,send,write E/a");
+    world.replica->succeeded(*world.sent, item("E", "E").get(), world.now);
+    world.replica->merge(folder, "D", ItemList{item("D/a", "a"), item("D/b", "b")}, world.now);
+    world.replica->setListed(folder, "D", world.now);
+    EXPECT_EQ(world.shown(folder), "a=-/c1+");
+    world.list(folder, {item("E/a", "a")}, true);
+    EXPECT_EQ(world.drain(), "contents E/a E/a");
 }
 
 TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {

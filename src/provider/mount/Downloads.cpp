@@ -46,6 +46,10 @@ void Downloads::fetch(replica::Inode inode, bool mayIdentify) {
     const auto row = places_.common.replica.row(inode);
     if (!row || row->pending.deletion) return ended(inode, noSuchItem());
     if (row->contents) return ended(inode, std::nullopt);
+    if (const auto stale = places_.common.replica.outermostNameless(inode))
+        return places_.folders->identify(*stale, [self = shared_from_this(), inode, mayIdentify](const auto& error) {
+            return error ? self->ended(inode, error) : self->start(inode, mayIdentify);
+        });
     if (!row->identifier) {
         if (!mayIdentify) return ended(inode, noSuchItem());
         return places_.folders->identify(*row, [self = shared_from_this(), inode](const auto& error) {
@@ -83,7 +87,13 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
     try {
         const std::string name = places_.contents.adopt(std::get<FileURL>(taken).path);
         const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
-        if (!places_.common.replica.setContents(inode, identifier, name, size, version)) places_.contents.remove(name);
+        if (!places_.common.replica.setContents(inode, identifier, name, size, version)) {
+            const auto file = places_.open.find(inode);
+            const auto row = places_.common.replica.row(inode);
+            const bool isRemoved = !row || row->pending.deletion; // but still to be read by who has it open
+            if (file && isRemoved && !file->local()) file->setLocal(places_.contents.open(name));
+            places_.contents.remove(name);
+        }
     } catch (const std::exception& error) {
         return ended(inode, toldError("arrived(_:)", error));
     }

@@ -4,6 +4,7 @@
 #include "provider/FetchedFiles.h"
 #include "provider/mount/Contents.h"
 #include "provider/mount/Folders.h"
+#include "provider/mount/OpenFiles.h"
 #include "provider/mount/Transfer.h"
 
 #include <list>
@@ -19,6 +20,7 @@ public:
         std::shared_ptr<Folders> folders;
         FetchedFiles& fetched;
         Contents& contents;
+        OpenFiles& open;
     };
     explicit Downloads(const Places& places) : places_(places) {}
 
@@ -26,7 +28,7 @@ public:
     using Handler = std::function<void(const std::optional<NSError>& error)>;
     using Token = std::uint64_t;
     Token want(replica::Inode inode, Handler handler);
-    /// Nobody waits any more: a fetch that is for nobody else ends.
+    /// Nobody waits any more: a fetch that is for nobody else is cancelled, which the host may not heed.
     void unwant(replica::Inode inode, Token token);
 
     std::vector<Transfer> transfers() const;

@@ -69,6 +69,7 @@ Row FileSystem::row(Inode inode) const {
 }
 
 void FileSystem::lookup(fuse_req_t request, Inode parent, const std::string& name) {
+    if (name.size() > replica::kLongestName) throw ErrorNumber{ENAMETOOLONG};
     const auto folder = places_.common.replica.row(parent);
     if (!folder) throw ErrorNumber{ENOENT};
     const bool isKnown = Folders::isKnown(*folder);
@@ -127,6 +128,7 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
         if (which & (FUSE_SET_ATTR_ATIME | FUSE_SET_ATTR_ATIME_NOW))
             row.used = which & FUSE_SET_ATTR_ATIME_NOW ? now : timestampOf(wanted.st_atim);
         if (isDated) row.modified = which & FUSE_SET_ATTR_MTIME_NOW ? now : timestampOf(wanted.st_mtim);
+        return true;
     };
     if (isDated) {
         if (!(item.capabilities & Capability::writing)) throw ErrorNumber{EACCES};

@@ -95,7 +95,7 @@ private:
 
     /// The same once the replica knows that they are about to change.
     std::shared_ptr<LocalFile> changeableContents(const OpenFilePointer& file) const;
-    void mark(OpenFile& file) const;
+    void mark(OpenFile& file, const std::function<bool(const replica::Row&)>& fits) const;
     void replaceContents(OpenFile& file) const;
     void setSize(OpenFile& file, LocalFile& local, off_t size) const;
 

@@ -91,8 +91,9 @@ void FileSystem::open(fuse_req_t request, Inode inode, fuse_file_info& info) {
         localContents(file); // they stay readable, whatever becomes of the item
     }
     info.keep_cache = 1;
-    // The size may be known by its low 32 bits only: reads have to come here to find out.
-    info.direct_io = !writes && !item.contents && !file->local();
+    // The size may be known by its low 32 bits only: reads have to come here to find out. And a page that the kernel
+    // waits for would hold up whoever looks at the file.
+    info.direct_io = !item.contents && !file->local();
     openHandle(info, file);
     if (fuse_reply_open(request, &info) != 0) dropHandle(info); // interrupted
 }
@@ -154,31 +155,31 @@ std::shared_ptr<LocalFile> FileSystem::changeableContents(const OpenFilePointer&
     std::lock_guard lock(file->saving);
     local = file->local();
     if (!local || file->marked) return local;
-    const auto item = places_.common.replica.row(file->inode());
-    if (item && !item->pending.deletion && !file->unsaved && item->contents != local->name) {
-        file->setLocal(nullptr); // out of date since a moment
-        return nullptr;
-    }
-    mark(*file);
-    return local;
+    bool isOutOfDate = false; // since a moment
+    mark(*file, [&](const Row& item) { return !(isOutOfDate = !file->unsaved && item.contents != local->name); });
+    if (!isOutOfDate) return local;
+    file->setLocal(nullptr);
+    return nullptr;
 }
 
-void FileSystem::mark(OpenFile& file) const {
-    places_.common.replica.change(
-        file.inode(), [](Row&) {}, ItemField::contents, replica::Safe::fromCrash);
-    file.marked = true;
+/// Unless the item as it is now does not fit.
+void FileSystem::mark(OpenFile& file, const std::function<bool(const Row&)>& fits) const {
+    bool isMarked = true;
+    const auto look = [&](const Row& item) { return isMarked = fits(item); };
+    places_.common.replica.change(file.inode(), look, ItemField::contents, replica::Safe::fromCrash);
+    file.marked = isMarked;
 }
 
 void FileSystem::replaceContents(OpenFile& file) const {
     std::lock_guard lock(file.saving);
     const auto local = file.local();
     const auto item = places_.common.replica.row(file.inode());
-    if (local && item && item->contents != local->name) { // begun anew already
+    if (local && (!item || item->contents != local->name)) { // begun anew already, or removed
         if (::ftruncate(local->fd(), 0) != 0) failWithErrno();
     } else {
         file.setLocal(places_.contents.create()); // the old ones stay until the new ones are safe
     }
-    mark(file);
+    mark(file, [](const Row&) { return true; });
     file.setChanged();
 }
 
@@ -209,6 +210,7 @@ void FileSystem::makeSafe(OpenFile& file) const {
             row.contents = local->name;
             row.size = static_cast<std::uint64_t>(now.st_size);
             row.modified = timestampOf(now.st_mtim);
+            return true;
         };
         places_.common.replica.change(file.inode(), edit, ItemField::contents | ItemField::contentModificationDate,
                                       replica::Safe::fromPowerLoss, bytes);

@@ -25,7 +25,8 @@ public:
     std::int64_t suggestedPageSize() const override { return pageSize_; }
     void didEnumerateItems(ItemBatch items) override {
         const auto failure = attempt("didEnumerateItems(_:)", [&] {
-            if (folders_->isStill(folder_, identifier_)) folders_->arrived(folder_, items, began_);
+            folders_->places_.notices.tell(
+                folders_->places_.replica.merge(folder_, identifier_, items.items(), began_));
         });
         if (failure) failure_.with([&](auto& first) { first = failure; });
     }
@@ -46,7 +47,8 @@ private:
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
         const auto failure = failure_.copy();
-        folders_->ended(folder_, failure || isAnswer ? failure : std::optional(serverUnreachable()));
+        if (failure || !isAnswer) return folders_->ended(folder_, failure.value_or(serverUnreachable()));
+        folders_->completed(folder_, identifier_);
     }
     void ask(NSFileProviderPage page) {
         folders_->places_.tasks.async(
@@ -75,18 +77,19 @@ void Folders::refresh(replica::Inode folder) {
     const Timestamp now = places_.clock.now();
     const bool isDue = checked_.with([&](auto& checked) {
         const auto entry = checked.find(folder);
-        return entry == checked.end() || now - entry->second >= OpenFolders::kFresh;
+        return entry == checked.end() || now - entry->second.began >= OpenFolders::kFresh;
     });
     if (isDue && places_.manager.isConnected()) list(folder, nullptr);
 }
 
 void Folders::identify(const replica::Row& item, std::function<void(const std::optional<NSError>& error)> known) {
-    list(item.parent, [self = shared_from_this(), item, known = std::move(known)](bool more, const auto& error) {
-        const auto now = self->places_.replica.row(item.inode);
-        if (now && now->identifier) return known(std::nullopt);
-        if (more) return self->identify(item, known);
-        known(error.value_or(noSuchItem()));
-    });
+    list(item.hostParent ? item.hostParent : item.parent,
+         [self = shared_from_this(), item, known = std::move(known)](bool more, const auto& error) {
+             const auto now = self->places_.replica.row(item.inode);
+             if (now && now->identifier) return known(std::nullopt);
+             if (more) return self->identify(item, known);
+             known(error.value_or(noSuchItem()));
+         });
 }
 
 void Folders::walk(replica::Inode at, const std::string& path, bool isListed, const Found& found) {
@@ -115,7 +118,11 @@ void Folders::start(replica::Inode folder) {
 
 void Folders::open(replica::Inode folder) {
     const auto row = places_.replica.row(folder);
-    if (!row || row->pending.deletion) return ended(folder, noSuchItem());
+    if (!row) return ended(folder, cocoaError(CocoaErrorCode::fileReadNoSuchFile));
+    if (const auto stale = places_.replica.outermostNameless(folder))
+        return identify(*stale, [self = shared_from_this(), folder](const auto& error) {
+            return error ? self->ended(folder, error) : self->start(folder);
+        });
     if (row->identifier) return enumerate(folder, *row);
     if (row->pending.creation) return ended(folder, std::nullopt); // all of it is here
     identify(*row, [self = shared_from_this(), folder](const auto& error) {
@@ -129,10 +136,13 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
     const std::string connection(resolveIdentifier(*row.identifier).domain);
     const bool isRoot = folder == replica::kRoot;
     if (!isRoot && !places_.hostIsExpected(connection)) return ended(folder, serverUnreachable());
+    const Timestamp now = places_.clock.now(), from = askableFrom(folder, *row.identifier, now);
+    if (now < from)
+        return places_.tasks.after(from - now, [self = shared_from_this(), folder] { self->start(folder); });
     auto opened = places_.folders.open(*places_.extension, *row.identifier);
     if (const auto* error = std::get_if<NSError>(&opened)) return ended(folder, *error);
     const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
-    checked_.with([&](auto& checked) { checked[folder] = places_.clock.now(); });
+    checked_.with([&](auto& checked) { checked[folder] = {.began = now}; });
     const auto listing = std::make_shared<FolderListing>(shared_from_this(), folder, *row.identifier,
                                                          isRoot ? "" : connection, enumerator);
     if (!stale || isRoot) return listing->start();
@@ -146,13 +156,25 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
         NSFileProviderSyncAnchor());
 }
 
+/// Where identifiers are paths, another folder may have had this one a moment ago, whose listing the extension would
+/// give once more.
+Timestamp Folders::askableFrom(replica::Inode folder, const ItemIdentifier& identifier, Timestamp now) {
+    constexpr std::size_t many = 1000;
+    return asked_.with([&](auto& asked) {
+        if (asked.size() > many)
+            std::erase_if(asked, [&](const auto& each) { return now - each.second.at > OpenFolders::kFresh; });
+        const auto [entry, isNew] = asked.try_emplace(identifier, Asked{folder, now});
+        Asked& last = entry->second;
+        if (!isNew && last.folder != folder && now < last.at + OpenFolders::kFresh)
+            return last.at + OpenFolders::kFresh;
+        last = {folder, now};
+        return now;
+    });
+}
+
 bool Folders::isStill(replica::Inode folder, const ItemIdentifier& identifier) const {
     const auto row = places_.replica.row(folder);
     return row && row->identifier == identifier;
-}
-
-void Folders::arrived(replica::Inode folder, const ItemBatch& items, Timestamp began) {
-    places_.notices.tell(places_.replica.merge(folder, items.items(), began));
 }
 
 void Folders::advanced(replica::Inode folder) {
@@ -164,10 +186,30 @@ void Folders::answer(const std::vector<Handler>& waiting, bool more, const std::
     for (const Handler& handler : waiting) orLog("answer(_:)", [&] { handler(more, error); });
 }
 
+void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier) {
+    const Timestamp now = places_.clock.now();
+    if (folder != replica::kRoot) places_.notices.tell(places_.replica.setListed(folder, identifier, now));
+    checked_.with([&](auto& checked) { checked[folder].completed = now; });
+    ended(folder, std::nullopt);
+    if (places_.replica.hasMoreToIdentify()) identifyAll();
+}
+
+bool Folders::isFresh(replica::Inode folder, Timestamp notBefore) const {
+    const Timestamp from = std::max(notBefore, places_.manager.state().since);
+    const Timestamp until = places_.clock.now() - OpenFolders::kFresh;
+    return checked_.with([&](const auto& checked) {
+        const auto entry = checked.find(folder);
+        return entry != checked.end() && entry->second.began >= from && entry->second.completed >= until;
+    });
+}
+
+void Folders::setNew(replica::Inode folder) {
+    const Timestamp now = places_.clock.now();
+    checked_.with([&](auto& checked) { checked[folder] = {now, now}; });
+}
+
 void Folders::ended(replica::Inode folder, std::optional<NSError> error) {
     const auto failure = attempt("ended(_:)", [&] {
-        if (!error && folder != replica::kRoot)
-            places_.notices.tell(places_.replica.setListed(folder, places_.clock.now()));
         if (error && error->code == FileProviderErrorCode::noSuchItem)
             if (const auto row = places_.replica.row(folder); row && row->identifier && folder != replica::kRoot)
                 places_.notices.tell(places_.replica.remove(std::vector{*row->identifier}, places_.clock.now()));

@@ -36,6 +36,11 @@ public:
     void list(replica::Inode folder, Handler handler);
     /// Looks for changes in a folder that was shown before, at most every ten seconds.
     void refresh(replica::Inode folder);
+    /// True when the folder was listed to its end, by the host that is there, in the last ten seconds, in a listing
+    /// that began no earlier.
+    bool isFresh(replica::Inode folder, Timestamp notBefore) const;
+    /// The host has just made the folder: there is nothing else in it.
+    void setNew(replica::Inode folder);
     /// Learns from the host by what identifier it knows the item; `known` is called once, on any thread.
     void identify(const replica::Row& item, std::function<void(const std::optional<NSError>& error)> known);
     /// The item at a path of names, "Work/photos"; where a name is not known, its folder is listed. `found` is called
@@ -53,10 +58,11 @@ private:
     void start(replica::Inode folder);
     void open(replica::Inode folder);
     void enumerate(replica::Inode folder, const replica::Row& row);
+    Timestamp askableFrom(replica::Inode folder, const ItemIdentifier& identifier, Timestamp now);
     bool isStill(replica::Inode folder, const ItemIdentifier& identifier) const;
-    void arrived(replica::Inode folder, const ItemBatch& items, Timestamp began);
     void advanced(replica::Inode folder);
     void answer(const std::vector<Handler>& waiting, bool more, const std::optional<NSError>& error) const;
+    void completed(replica::Inode folder, const ItemIdentifier& identifier);
     void ended(replica::Inode folder, std::optional<NSError> error);
 
     const Places places_;
@@ -64,7 +70,15 @@ private:
         std::vector<Handler> waiting;
     };
     Guarded<std::unordered_map<replica::Inode, Listing>> listings_;
-    Guarded<std::unordered_map<replica::Inode, Timestamp>> checked_; // when each was last listed in this run
+    struct Check {
+        Timestamp began{}, completed{};
+    };
+    Guarded<std::unordered_map<replica::Inode, Check>> checked_; // the last listing of each in this run
+    struct Asked {
+        replica::Inode folder = 0;
+        Timestamp at{};
+    };
+    Guarded<std::unordered_map<ItemIdentifier, Asked>> asked_; // lately, and which folder had the identifier
 };
 
 } // namespace brindlemar

@@ -40,7 +40,7 @@ Mount::Mount(const std::string& state, std::string path, const Places& places)
     : path_(std::move(path)), places_(places), contents_(state + "/contents"),
       replica_(directory(state + "/replica"), [this](const std::string& text) { said_.push_back(text); }),
       folders_(std::make_shared<Folders>(common())),
-      downloads_(std::make_shared<Downloads>(Downloads::Places{common(), folders_, places.fetched, contents_})),
+      downloads_(std::make_shared<Downloads>(Downloads::Places{common(), folders_, places.fetched, contents_, open_})),
       uploads_(std::make_shared<Uploads>(Uploads::Places{common(), folders_, contents_, open_})),
       rescue_(std::make_shared<Rescue>(Rescue::Places{replica_, contents_, folders_})),
       files_({common(), *folders_, *downloads_, *uploads_, contents_, open_}) {
@@ -84,13 +84,14 @@ void Mount::recover() {
         const auto row = replica_.row(inode);
         const auto size = static_cast<std::uint64_t>(now.st_size);
         if (!row || row->size == size) return;
-        const auto resize = [&](Row& changed) { changed.size = size; }; // written in place until the end
+        const auto resize = [&](Row& changed) { // written in place until the end
+            changed.size = size;
+            return true;
+        };
         replica_.change(inode, resize, ItemField::contents, replica::Safe::fromCrash);
     });
     for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
-    // Until all of it has its place again, also at the next starts.
-    const bool rescues = !said_.empty() || replica_.remembered(kRescuing).value_or("") == "yes";
-    if (rescues) replica_.remember(kRescuing, "yes");
+    const bool rescues = isRescuing();
     contents_.each([&](const std::string& name) {
         if (wanted.contains(name)) return;
         if (!rescues) return contents_.remove(name);
@@ -103,6 +104,9 @@ void Mount::recover() {
     replica_.retry();
 }
 
+/// A new replica knows nothing of contents that lie here, until all of them have their places again.
+bool Mount::isRescuing() { return replica_.remembered(kRescuing).value_or("") == "yes"; }
+
 void Mount::putAside(const std::string& contents) {
     const std::string place = directory(contents_.directory() + ".aside");
     std::filesystem::rename(contents_.pathOf(contents), place + "/" + contents);
@@ -110,7 +114,7 @@ void Mount::putAside(const std::string& contents) {
 
 void Mount::lookForLost() {
     if (rescue_->isDone()) {
-        if (replica_.remembered(kRescuing).value_or("") == "yes") replica_.remember(kRescuing, "");
+        if (isRescuing()) replica_.remember(kRescuing, "");
         return;
     }
     rescue_->look([uploads = std::weak_ptr(uploads_)](Inode inode) {
@@ -170,7 +174,7 @@ void Mount::apply(const ChangeSet& changes) {
     orLog("apply(_:)", [&] {
         for (const auto& [identifier, items] : byFolder)
             if (const auto folder = replica_.find(identifier))
-                notices_.tell(replica_.merge(folder->inode, items, began));
+                notices_.tell(replica_.merge(folder->inode, identifier, items, began));
         notices_.tell(replica_.remove(gone, now));
     });
     uploads_->hostIsBack();

@@ -72,6 +72,7 @@ private:
     void recover();
     void putAside(const std::string& contents);
     void lookForLost();
+    bool isRescuing();
     Folders::Places common();
 
     const std::string path_;

@@ -57,7 +57,8 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
     }
     const Timestamp date = timestampOf(now.st_mtim);
     auto row = places_.replica.child(folder, name);
-    if (!row || row->folder) {
+    const bool isTaken = row && (row->folder || row->pending.creation || row->pending.fields & ItemField::contents);
+    if (!row || isTaken) { // what a program has written meanwhile is newer
         const std::string free = replica::freeName(
             name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
         row = places_.replica.create(folder, free, lost.contents, std::nullopt, date);
@@ -66,6 +67,7 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
         changed.contents = lost.contents;
         changed.size = static_cast<std::uint64_t>(now.st_size);
         changed.modified = date;
+        return true;
     };
     places_.replica.change(row->inode, edit, ItemField::contents | ItemField::contentModificationDate,
                            replica::Safe::fromPowerLoss);

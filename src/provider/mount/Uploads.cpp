@@ -7,12 +7,14 @@
 #include "provider/mount/Failures.h"
 #include "support/Logger.h"
 
+#include <sys/stat.h>
+
 #include <array>
 
 namespace brindlemar {
 
 namespace {
-using replica::Job, replica::kContentsFields;
+using replica::Job, replica::Pending, replica::kContentsFields;
 
 constexpr std::size_t kAtOnce = 8;
 /// Programs write a new file beside an old one and rename it at once: both are told together.
@@ -57,53 +59,13 @@ void Uploads::look() {
 
 void Uploads::hostIsAway() {
     const Timestamp now = places_.common.clock.now();
-    state_.with([&](State& state) { state.lastTold = now; });
+    state_.with([&](State& state) { state.notBefore = now + OpenFolders::kFresh; });
 }
 
 void Uploads::hostIsBack() {
     orLog("hostIsBack()", [&] {
         places_.common.replica.retry(serverUnreachable());
         places_.folders->identifyAll();
-        refresh();
-    });
-    look();
-}
-
-/// What came up on the host while it was away is to meet what was made here, before that is sent.
-void Uploads::refresh() {
-    const Timestamp since = places_.common.manager.state().since;
-    const auto from = state_.with([&](State& state) -> std::optional<Timestamp> {
-        if (state.refreshing > 0 || (state.isRefreshed && state.refreshedSince == since)) return std::nullopt;
-        state.refreshing = 1; // this look
-        state.isRefreshed = true;
-        state.refreshedSince = since;
-        return state.lastTold + OpenFolders::kFresh;
-    });
-    const Timestamp now = places_.common.clock.now();
-    if (!from) return;
-    if (*from <= now) return refreshFolders();
-    places_.common.tasks.after(*from - now, [self = shared_from_this()] { self->refreshFolders(); });
-}
-
-void Uploads::refreshFolders() {
-    const bool isRead = orLog("refresh()", [&] {
-        const auto folders = places_.common.replica.foldersOfCreations();
-        state_.with([&](State& state) { state.refreshing += folders.size(); });
-        for (const replica::Inode folder : folders) refresh(folder);
-    });
-    refreshed(isRead);
-}
-
-void Uploads::refresh(replica::Inode folder) {
-    places_.folders->list(folder, [self = shared_from_this(), folder](bool more, const auto& error) {
-        return more ? self->refresh(folder) : self->refreshed(!error);
-    });
-}
-
-void Uploads::refreshed(bool succeeded) {
-    state_.with([&](State& state) {
-        if (!succeeded) state.isRefreshed = false; // once more, when a host is there
-        --state.refreshing;
     });
     look();
 }
@@ -139,9 +101,14 @@ void Uploads::pump() {
 
 bool Uploads::takeOne() {
     const Timestamp now = places_.common.clock.now();
-    const bool isFull =
-        state_.with([](const State& state) { return state.refreshing > 0 || state.running.size() >= kAtOnce; });
+    const auto [isFull, notBefore] = state_.with([](const State& state) {
+        return std::pair(state.refreshing > 0 || state.running.size() >= kAtOnce, state.notBefore);
+    });
     if (isFull || !places_.common.manager.isConnected()) return false;
+    if (now < notBefore) {
+        places_.common.tasks.after(notBefore - now, [self = shared_from_this()] { self->look(); });
+        return false;
+    }
     bool isUnsettled = false;
     const auto isHeld = [&](replica::Inode inode) {
         const bool isRecent = state_.with([&](const State& state) {
@@ -164,7 +131,27 @@ bool Uploads::takeOne() {
 void Uploads::run(const Job& job) {
     if (!places_.common.hostIsExpected(connectionOf(job))) return ended(job, nullptr, serverUnreachable());
     const bool replaces = job.item.identifier && job.item.pending.fields & ItemField::contents;
-    return replaces ? sendUnlessConflict(job) : send(job);
+    if (replaces) return sendUnlessConflict(job);
+    const Timestamp notBefore = state_.with([](const State& state) { return state.notBefore; });
+    const Pending& pending = job.item.pending;
+    const replica::Inode folder = pending.deletion && job.item.folder ? job.item.inode : job.parent.inode;
+    const bool mayHarm = pending.creation || pending.deletion;
+    if (!mayHarm || places_.folders->isFresh(folder, notBefore)) return send(job, std::nullopt);
+    state_.with([](State& state) { ++state.refreshing; });
+    orLog("run(_:)", [&] { putBack(job, std::nullopt); }); // to meet what a listing brings
+    finished(job);
+    refresh(job, folder);
+}
+
+/// What came up on the host by the name of what was made here, and what was written to what was removed here, or into
+/// it, is to be known before that is sent.
+void Uploads::refresh(const Job& job, replica::Inode folder) {
+    places_.folders->list(folder, [self = shared_from_this(), job, folder](bool more, const auto& error) {
+        if (more) return self->refresh(job, folder);
+        if (error) orLog("refresh(_:)", [&] { self->putBack(job, error); });
+        self->state_.with([](State& state) { --state.refreshing; });
+        self->look();
+    });
 }
 
 /// What somebody else has written since is not to be written over.
@@ -175,21 +162,25 @@ void Uploads::sendUnlessConflict(const Job& job) {
         if (isGone || (error && *error == serverUnreachable())) return self->ended(job, nullptr, error);
         const Timestamp now = self->places_.common.clock.now();
         if (!item || !replica.isConflict(job, *item, now))
-            return self->places_.common.tasks.async([self, job] { self->send(job); });
+            return self->places_.common.tasks.async(
+                [self, job, seen = item ? std::optional(replica::hostVersion(*item)) : std::nullopt] {
+                    self->send(job, seen);
+                });
         orLog("sendUnlessConflict(_:)", [&] {
             self->putBack(job, std::nullopt); // else the item would be left alone
-            self->places_.common.notices.tell(replica.merge(job.item.hostParent, std::array{item}, now));
+            self->places_.common.notices.tell(
+                replica.merge(job.parent.inode, *job.parent.identifier, std::array{item}, now));
         });
         self->finished(job);
     };
     places_.common.extension->item(*job.item.identifier, found);
 }
 
-void Uploads::send(const Job& job) {
-    if (const auto error = attempt("send(_:)", [&] { call(job); })) ended(job, nullptr, error);
+void Uploads::send(const Job& job, const std::optional<replica::HostVersion>& seen) {
+    if (const auto error = attempt("send(_:)", [&] { call(job, seen); })) ended(job, nullptr, error);
 }
 
-void Uploads::call(const Job& job) {
+void Uploads::call(const Job& job, const std::optional<replica::HostVersion>& seen) {
     const auto isWanted = [&] {
         if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
         const auto now = places_.common.replica.row(job.item.inode);
@@ -201,11 +192,15 @@ void Uploads::call(const Job& job) {
     const bool sendsContents =
         !job.item.folder && (job.item.pending.creation || job.item.pending.fields & ItemField::contents);
     std::optional<FileURL> contents;
-    if (sendsContents && job.item.contents) contents = FileURL{places_.contents.pathOf(*job.item.contents)};
+    if (sendsContents && job.item.contents) {
+        contents = FileURL{places_.contents.pathOf(*job.item.contents)};
+        if (resize(job)) return ended(job, nullptr, userCancelled()); // and again with that
+    }
     const auto changed = [self = shared_from_this(), job](const auto& item, ItemFields, bool, const auto& error) {
         self->ended(job, item, error);
     };
     if (!isWanted()) return ended(job, nullptr, userCancelled());
+    places_.common.replica.sending(job, seen);
     std::shared_ptr<NSProgress> progress;
     if (job.item.pending.deletion)
         progress = extension.deleteItem(draft->identifier, [self = shared_from_this(), job](const auto& error) {
@@ -219,6 +214,19 @@ void Uploads::call(const Job& job) {
         const auto entry = state.running.find(job.item.inode);
         if (entry != state.running.end()) entry->second = progress;
     });
+}
+
+/// After a close that failed on a full disk the file may be longer than was told. True when it was.
+bool Uploads::resize(const Job& job) {
+    struct stat now {};
+    if (::stat(places_.contents.pathOf(*job.item.contents).c_str(), &now) != 0) return false;
+    const auto edit = [&](replica::Row& row) {
+        const bool isSame = row.size == static_cast<std::uint64_t>(now.st_size) || row.contents != job.item.contents;
+        row.size = static_cast<std::uint64_t>(now.st_size);
+        return !isSame;
+    };
+    const auto fields = replica::kContentsFields;
+    return places_.common.replica.change(job.item.inode, edit, fields, replica::Safe::fromCrash).has_value();
 }
 
 void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,
@@ -238,13 +246,15 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
                 places_.common.notices.tell(
                     replica.remove(std::vector{*job.item.identifier}, places_.common.clock.now()));
             }
+        } else if (error && *error == cannotSynchronize() && job.item.pending.creation) {
+            return unlessParentIsGone(job);
         } else if (error) {
             LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());
             putBack(job, error);
         } else {
             places_.common.notices.tell(replica.succeeded(job, item.get(), places_.common.clock.now()));
-            const bool isRenamed = item && job.item.identifier && item->itemIdentifier() != *job.item.identifier;
-            if (job.item.folder && isRenamed) places_.folders->identifyAll();
+            if (places_.common.replica.hasMoreToIdentify()) places_.folders->identifyAll();
+            if (job.item.folder && job.item.pending.creation) places_.folders->setNew(job.item.inode);
             if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
                 places_.contents.unmark(*now->contents);
         }
@@ -254,6 +264,23 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
         state_.with([&](State& state) { state.running.erase(job.item.inode); });
         look();
     }
+}
+
+/// The host may have refused because it has not the folder any more, which is made anew then.
+void Uploads::unlessParentIsGone(const Job& job) {
+    const ItemIdentifier parent = job.parent.identifier.value_or("");
+    places_.common.extension->item(parent, [self = shared_from_this(), job, parent](const auto&, const auto& error) {
+        const bool isGone = error && error->code == FileProviderErrorCode::noSuchItem;
+        orLog("unlessParentIsGone(_:)", [&] {
+            LogScope(Logger::shared(), "ended(_:)")
+                .warning(job.item.name, ": ", cannotSynchronize().localizedDescription());
+            self->putBack(job, isGone ? std::nullopt : std::optional(cannotSynchronize()));
+            if (isGone)
+                self->places_.common.notices.tell(
+                    self->places_.common.replica.remove(std::vector{parent}, self->places_.common.clock.now()));
+        });
+        self->finished(job);
+    });
 }
 
 void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {

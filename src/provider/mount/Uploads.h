@@ -40,21 +40,18 @@ private:
         std::unordered_map<replica::Inode, std::shared_ptr<NSProgress>> running;
         bool isScheduled = false;
         bool isPumping = false, again = false;
-        std::size_t refreshing = 0; // folders, and who looks for them
-        bool isRefreshed = false;   // all of them, since
-        Timestamp refreshedSince{}; // the domain was connected
-        Timestamp lastTold{};       // when a host went away: the extension's caches may tell what it said before
+        std::size_t refreshing = 0; // folders
+        Timestamp notBefore{};      // until then the extension's caches may tell what a host said before it went away
     };
     void pump();
     bool takeOne();
-    void refresh();
-    void refreshFolders();
-    void refresh(replica::Inode folder);
-    void refreshed(bool succeeded);
+    void refresh(const replica::Job& job, replica::Inode folder);
     void run(const replica::Job& job);
     void sendUnlessConflict(const replica::Job& job);
-    void send(const replica::Job& job);
-    void call(const replica::Job& job);
+    void send(const replica::Job& job, const std::optional<replica::HostVersion>& seen);
+    void call(const replica::Job& job, const std::optional<replica::HostVersion>& seen);
+    bool resize(const replica::Job& job);
+    void unlessParentIsGone(const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
     void finished(const replica::Job& job);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,

@@ -30,14 +30,13 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     return row;
 }
 
-std::optional<Row> Replica::change(Inode inode, const std::function<void(Row&)>& edit, ItemFields fields, Safe safe,
+std::optional<Row> Replica::change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Safe safe,
                                    std::optional<std::string_view> bytes) {
     std::optional<Row> now;
     const auto apply = [&] {
         now = changes_->get(inode);
-        if (now && now->pending.deletion) now.reset();
+        if (now && (now->pending.deletion || !edit(*now))) now.reset();
         if (!now) return;
-        edit(*now);
         // What is put into a folder changes its date: that is told by itself, at the end.
         if (now->folder && now->pending.creation) now->pending.fields |= fields & ItemField::contentModificationDate;
         note(*now, LocalChange::modification, now->parent == kRoot ? 0 : fields);

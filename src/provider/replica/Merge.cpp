@@ -8,8 +8,10 @@ namespace brindlemar::replica {
 
 MergeAction chooseMerge(const std::optional<LocalSide>& local, const HostVersion& remote) {
     if (!local) return MergeAction::insert;
-    if (local->deleted || local->isSent) return MergeAction::leave;
-    if (local->known == remote || local->uploading == remote) return MergeAction::refresh;
+    if (local->isSent) return MergeAction::leave;
+    const bool isSame = local->known == remote || local->uploading == remote;
+    if (local->deleted) return isSame ? MergeAction::leave : MergeAction::restore;
+    if (isSame) return MergeAction::refresh;
     return local->contentsChanged ? MergeAction::keepBoth : MergeAction::drop;
 }
 

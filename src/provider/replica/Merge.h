@@ -22,6 +22,7 @@ enum class MergeAction {
     refresh,  // the same contents; names and properties as the host has them
     drop,     // other contents: what is local is out of date, and fetched again when it is read
     keepBoth, // other contents under a local change: they appear as an item of their own
+    restore,  // other contents than those that were deleted here: they are shown
     leave,    // deleted here, or on its way: the host's answer to that counts
 };
 

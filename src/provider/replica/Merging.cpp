@@ -15,22 +15,32 @@ bool Replica::Merging::isPast(Inode folder, const NSFileProviderItem& item) cons
     return replica.past_.knows(item.itemIdentifier(), told, began);
 }
 
-void Replica::Merging::take(Inode folder, const NSFileProviderItem& item) {
+/// Below a folder whose identifier is not known any more; this one is another item's by now.
+bool Replica::Merging::isDead(const Row& row) {
+    if (!hasNameless) hasNameless = statements.anyNameless.first(Statements::readInode).has_value();
+    return *hasNameless && replica.isStale(statements.above(row.hostParent, true));
+}
+
+void Replica::Merging::take(const Row& around, const NSFileProviderItem& item) {
     if (!isFileName(item.filename())) return; // no directory can show it
+    const Inode folder = around.inode;
     if (isPast(folder, item)) return;
-    if (auto row = statements.known(item.itemIdentifier())) return meet(std::move(*row), folder, item);
+    if (auto row = statements.known(item.itemIdentifier())) {
+        if (!isDead(*row)) return meet(std::move(*row), around, item);
+        statements.disown.run(row->inode);
+    }
     const bool isFolder = item.contentType() == UTType::directory;
     const auto fits = [&](const std::optional<Row>& row) { return row && row->folder == isFolder; };
     if (auto row = statements.lost.first(Statements::read, folder, item.filename()); fits(row))
-        return meet(std::move(*row), folder, item);
-    insert(folder, item);
+        return meet(std::move(*row), around, item);
+    insert(around, item);
 }
 
 /// An item that has a row, found by its identifier, or by its place when it has lost it.
-void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& item) {
+void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem& item) {
     const HostVersion version = hostVersion(item);
     const Row before = row;
-    const LocalSide here{.known = row.host,
+    const LocalSide here{.known = row.folder ? version : row.host, // that of a folder changes with what is in it
                          .contentsChanged = (row.pending.fields & ItemField::contents) != 0,
                          .uploading = row.sent,
                          .deleted = row.pending.deletion,
@@ -38,7 +48,10 @@ void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& ite
     const MergeAction action = chooseMerge(here, version);
     switch (action) {
     case MergeAction::keepBoth:
-        return keepBoth(std::move(row), folder, item);
+        return keepBoth(std::move(row), around, item);
+    case MergeAction::restore:
+        statements.erase.run(row.inode);
+        return insert(around, item);
     case MergeAction::insert:
     case MergeAction::leave:
         row.identifier = item.itemIdentifier();
@@ -51,11 +64,8 @@ void Replica::Merging::meet(Row row, Inode folder, const NSFileProviderItem& ite
         break;
     }
     takeProperties(row, item);
-    show(row, folder, item.filename());
-    if (row.folder && row.identifier != before.identifier) {
-        statements.estrange.run(row.inode);
-        statements.estrangeMoved.run(row.inode);
-    }
+    show(row, around.inode, item.filename());
+    if (row.folder && row.identifier != before.identifier) replica.estrange(row.inode);
     update(before, row, action == MergeAction::drop && !row.folder);
 }
 
@@ -89,7 +99,8 @@ static bool isThisOne(const Row& waiting, const Row& come) {
     return waiting.host == come.host || waiting.sent == come.host;
 }
 
-void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item) {
+void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item) {
+    const Inode folder = around.inode;
     const std::string name(item.filename());
     Row row;
     takeProperties(row, item);
@@ -101,18 +112,33 @@ void Replica::Merging::insert(Inode folder, const NSFileProviderItem& item) {
         if (isWanted && isThisOne(*same, row)) {           // and the answer that said so was lost
             if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
             same->pending.fields &= ~kPlaceFields;
-            return meet(std::move(*same), folder, item);
+            return meet(std::move(*same), around, item);
         }
         const bool isTold = isWanted && folder != kRoot;
         if (isTold) row.pending.fields = ItemField::filename;
         row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, began) : name);
     }
     statements.put(row);
-    effects.push_back({.parent = folder, .name = row.name, .inode = row.inode, .entry = true});
+    // Before it is listed the kernel remembers neither all its entries nor names that it has not; and who looks for one
+    // holds what a notice would wait for.
+    if (around.listed) effects.push_back({.parent = folder, .name = row.name, .inode = row.inode, .entry = true});
+    if (around.pending.deletion) revive(folder);
+}
+
+/// A folder that was removed here is not: somebody has put something into it.
+void Replica::Merging::revive(Inode folder) {
+    auto row = statements.get(folder);
+    while (row && row->pending.deletion && !replica.sent(row->inode)) {
+        row->name = statements.freeNameFor(*row, row->parent, row->name);
+        row->pending = {.fields = row->name != row->hostName ? ItemField::filename : 0};
+        statements.put(*row);
+        effects.push_back({.parent = row->parent, .name = row->name, .inode = row->inode, .entry = true});
+        row = statements.get(row->parent);
+    }
 }
 
 /// The local file is new to the host from now on; the host's own appears beside it.
-void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem& item) {
+void Replica::Merging::keepBoth(Row mine, const Row& around, const NSFileProviderItem& item) {
     mine.identifier.reset();
     mine.host = {};
     mine.sent.reset();
@@ -120,7 +146,7 @@ void Replica::Merging::keepBoth(Row mine, Inode folder, const NSFileProviderItem
     mine.hostName.clear();
     mine.pending = {.creation = true};
     statements.put(mine);
-    insert(folder, item);
+    insert(around, item);
 }
 
 void Replica::Merging::erase(const Row& row) {
@@ -142,7 +168,8 @@ bool Replica::Merging::forget(const Row& row, bool isConnection) {
         isEmpty = !isElsewhere && (forget(each, isConnection) || each.parent != row.inode) && isEmpty;
     }
     const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
-                           (isConnection || row.folder || row.contents); // else there is nothing to make it from
+                           (isConnection || row.folder || row.contents || row.pending.fields & ItemField::contents);
+    // else there is nothing to make it from
     if (isEmpty && !isChanged) return erase(row), true;
     if (Sent* const way = replica.sent(row.inode))
         way->changed |= kContentsFields; // its answer is not about this any more
@@ -160,25 +187,27 @@ bool Replica::Merging::forget(const Row& row, bool isConnection) {
     return false;
 }
 
-Effects Replica::merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
+Effects Replica::merge(Inode folder, std::string_view identifier,
+                       std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
     constexpr std::size_t kAtOnce = 1000; // others get their turn between
     Merging merging(*this, began);
     while (!items.empty()) {
         const auto some = items.first(std::min(items.size(), kAtOnce));
         items = items.subspan(some.size());
         write([&] {
-            if (!changes_->get(folder)) return; // gone meanwhile
-            for (const auto& item : some) merging.take(folder, *item);
+            const auto row = changes_->get(folder);
+            if (!row || row->identifier != identifier) return;
+            for (const auto& item : some) merging.take(*row, *item);
         });
     }
     return std::move(merging.effects);
 }
 
-Effects Replica::setListed(Inode folder, Timestamp now) {
+Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp now) {
     Merging merging(*this, now);
     write([&] {
         auto row = changes_->get(folder);
-        if (!row) return;
+        if (!row || row->identifier != identifier) return;
         if (!row->listed) {
             row->listed = now;
             changes_->put(*row);

@@ -11,7 +11,7 @@ struct Replica::Merging {
     Merging(Replica& replica, Timestamp began) : began(began), replica(replica), statements(*replica.changes_) {}
 
     /// An item of a listing of the folder.
-    void take(Inode folder, const NSFileProviderItem& item);
+    void take(const Row& around, const NSFileProviderItem& item);
     /// The host does not have this row's item any more. True when nothing of it stays, nor of what is below it.
     bool forget(const Row& row, bool isConnection = false);
     void erase(const Row& row);
@@ -23,12 +23,15 @@ struct Replica::Merging {
     Effects effects;
 
 private:
+    bool isDead(const Row& row);
     bool isPast(Inode folder, const NSFileProviderItem& item) const;
-    void meet(Row row, Inode folder, const NSFileProviderItem& item);
-    void insert(Inode folder, const NSFileProviderItem& item);
-    void keepBoth(Row mine, Inode folder, const NSFileProviderItem& item);
+    void meet(Row row, const Row& around, const NSFileProviderItem& item);
+    void insert(const Row& around, const NSFileProviderItem& item);
+    void revive(Inode folder);
+    void keepBoth(Row mine, const Row& around, const NSFileProviderItem& item);
 
     const Timestamp began;
+    std::optional<bool> hasNameless; // at the first look
     Replica& replica;
     Statements& statements;
 };

@@ -21,7 +21,7 @@ public:
     bool isEmpty() const { return entries_.empty(); }
 
 private:
-    static constexpr auto kCached = std::chrono::seconds(10); // as long as the extension's caches answer
+    static constexpr auto kCached = std::chrono::seconds(15); // longer than the extension's caches answer
     static constexpr auto kKept = std::chrono::minutes(2);    // longer than a listing takes
     struct State {
         Inode parent;

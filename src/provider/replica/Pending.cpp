@@ -5,9 +5,6 @@ namespace brindlemar::replica {
 std::optional<Pending> afterLocalChange(const Pending& before, LocalChange change, ItemFields fields, bool isSent) {
     Pending after = before;
     switch (change) {
-    case LocalChange::creation:
-        after.creation = true;
-        break;
     case LocalChange::modification:
         if (!after.creation || isSent) after.fields |= fields; // a creation takes the item as it is by then
         break;

@@ -21,7 +21,7 @@ struct Pending {
     bool operator==(const Pending&) const = default;
 };
 
-enum class LocalChange { creation, modification, deletion };
+enum class LocalChange { modification, deletion };
 
 /// What waits after one more change. None when the item need never be known to the host: it was made and removed
 /// before the host has heard of it. `isSent`: its creation is on its way, so it may be there.

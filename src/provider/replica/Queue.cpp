@@ -3,13 +3,20 @@
 
 #include <algorithm>
 #include <limits>
+#include <unordered_set>
 #include <utility>
 
 namespace brindlemar::replica {
 
 namespace {
-constexpr int kLongestCycle = 64;
 constexpr std::int64_t kStretch = 1000; // of the queue; others get their turn between
+
+/// Somebody else has changed the contents: they are not as before, and `told` did not change them.
+bool isOtherVersion(const HostVersion& before, const HostVersion& now, const Pending& told) {
+    if (told.creation || told.fields & ItemField::contents) return false;
+    return now.size != before.size ||
+           (now.modified != before.modified && !(told.fields & ItemField::contentModificationDate));
+}
 
 bool contains(const std::vector<Inode>& inodes, Inode inode) {
     return std::ranges::find(inodes, inode) != inodes.end();
@@ -72,7 +79,9 @@ std::optional<Job> Replica::job(Inode inode) {
 bool Replica::isInTheWay(const Job& job) {
     const Inode inode = job.item.inode;
     const bool isMove = (job.item.pending.fields & ItemField::parentItemIdentifier) != 0;
-    if (job.item.folder && isMove && contains(changes_->above(job.parent.inode, true), inode)) return true;
+    const auto around = changes_->above(job.parent.inode, true);
+    if (isStale(around) || (isMove && isStale(changes_->above(job.formerParent.inode, true)))) return true;
+    if (job.item.folder && isMove && contains(around, inode)) return true;
     const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
     if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
     if (underWay_.empty()) return false;
@@ -93,30 +102,40 @@ Job Replica::send(Job job) {
     way.above = changes_->above(job.parent.inode);
     if (job.formerParent.inode != job.parent.inode)
         for (const Inode inode : changes_->above(job.formerParent.inode)) way.above.push_back(inode);
-    const Row& item = job.item;
-    if (!item.folder && (item.pending.creation || item.pending.fields & kContentsFields))
-        commit([&] {
-            changes_->record.run(item.inode, wholeSecondsSince1970(item.modified),
-                                 static_cast<std::int64_t>(static_cast<std::uint32_t>(item.size)));
-        });
-    underWay_[item.inode] = std::move(way);
+    underWay_[job.item.inode] = std::move(way);
     return job;
 }
 
-/// When items wait for each other's names, one of them goes out of the way.
+void Replica::sending(const Job& job, const std::optional<HostVersion>& seen) {
+    const Row& item = job.item;
+    if (item.folder || !(item.pending.creation || item.pending.fields & kContentsFields)) return;
+    write([&] {
+        const auto integer = [](std::uint64_t size) { return std::int64_t{static_cast<std::uint32_t>(size)}; };
+        if (seen && seen == item.sent) // whose answer was lost
+            changes_->note.run(item.inode, seen->modified, integer(seen->size));
+        changes_->record.run(item.inode, wholeSecondsSince1970(item.modified), integer(item.size));
+    });
+}
+
+/// When items wait for each other's names, or a folder for one that is in it, one of them goes out of the way.
 std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
-    const auto isOfCycle = [&](Inode inode) {
-        auto at = changes_->get(inode);
-        for (int steps = 0; at && steps < kLongestCycle; ++steps) {
-            at = changes_->inTheWay.first(Statements::read, at->parent, at->name, at->inode);
-            if (!at || at->pending.deletion || !at->identifier) return false;
-            if (at->inode == inode) return true;
+    std::unordered_set<Inode> seen;
+    const auto toMove = [&](Inode first) -> Inode {
+        std::unordered_set<Inode> chain;
+        auto at = changes_->get(first);
+        while (at && !at->pending.deletion && at->identifier && seen.insert(at->inode).second) {
+            chain.insert(at->inode);
+            auto next = changes_->inTheWay.first(Statements::read, at->parent, at->name, at->inode);
+            if (next && chain.contains(next->inode)) return next->inode;
+            if (!next && at->folder && contains(changes_->above(at->parent, true), at->inode)) return at->inode;
+            at = std::move(next);
         }
-        return false;
+        return 0;
     };
-    const auto one = std::ranges::find_if(jammed, isOfCycle);
-    auto found = one == jammed.end() ? std::nullopt : job(*one);
-    if (!found) return std::nullopt;
+    Inode one = 0;
+    for (std::size_t index = 0; index < jammed.size() && one == 0; ++index) one = toMove(jammed[index]);
+    auto found = one == 0 || underWay_.contains(one) ? std::nullopt : job(one);
+    if (!found || isStale(changes_->above(found->formerParent.inode, true))) return std::nullopt;
     Row& item = found->item;
     found->parent = found->formerParent;
     item.parent = item.hostParent;
@@ -167,15 +186,19 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
             if (row->name != row->hostName) row->pending.fields |= ItemField::filename;
         }
         takeProperties(*row, *result);
+        const bool isOther = isOtherVersion(before.host, row->host, told);
+        if (isOther && row->pending.fields & ItemField::contents) row->host = before.host; // seen before they are sent
+        const bool isOutOfDate = isOther && row->host != before.host && row->contents;
+        if (isOutOfDate) {
+            row->contents.reset();
+            row->size = result->documentSize().value_or(0);
+        }
         row->sent.reset();
         if (isFileName(result->filename()) && row->hostName != result->filename() && !row->pending.deletion)
             merging.show(*row, row->hostParent, result->filename());
         row->error.reset();
-        if (row->folder && !told.creation && row->identifier != before.identifier) {
-            changes_->estrange.run(row->inode);
-            changes_->estrangeMoved.run(row->inode);
-        }
-        merging.update(before, *row);
+        if (row->folder && !told.creation && row->identifier != before.identifier) estrange(row->inode);
+        merging.update(before, *row, isOutOfDate);
     });
     return std::move(merging.effects);
 }
@@ -228,15 +251,23 @@ std::int64_t Replica::retry(const std::optional<NSError>& only) {
     return count;
 }
 
-std::vector<Inode> Replica::foldersOfCreations() {
+bool Replica::isStale(const std::vector<Inode>& around) {
+    return std::ranges::any_of(
+        around, [&](Inode inode) { return changes_->isNameless.first(Statements::readInode, inode).has_value(); });
+}
+
+std::optional<Row> Replica::outermostNameless(Inode inode) {
     std::lock_guard lock(reading_);
-    std::vector<Inode> folders;
-    reader_
-        .prepare("SELECT DISTINCT item.parent FROM items item INDEXED BY waiting JOIN items folder ON "
-                 "folder.inode=item.parent WHERE item.place IS NOT NULL AND item.errorDomain IS NULL AND item.creation "
-                 "AND NOT item.folder AND folder.identifier IS NOT NULL")
-        .each([&](const auto& at) { folders.push_back(at.integer(0)); });
-    return folders;
+    std::optional<Row> found;
+    for (const Inode folder : looks_->above(inode, true))
+        if (folder != inode && looks_->isNameless.first(Statements::readInode, folder)) found = looks_->get(folder);
+    return found;
+}
+
+void Replica::estrange(Inode folder) {
+    changes_->estrange.run(folder);
+    changes_->estrangeMoved.run(folder);
+    isEstranged_ = true;
 }
 
 std::vector<Inode> Replica::foldersToIdentify() {

@@ -22,6 +22,8 @@ Replica::Replica(const std::string& directory, const std::function<void(const st
         // Removed while it was created, and then the service ended: a listing tells whether it is there.
         writer_.execute("UPDATE items SET creation=0 WHERE creation AND deletion AND " + waits);
         // Contents that were begun anew and never saved.
+        writer_.execute("DELETE FROM items WHERE contents IS NULL AND NOT folder AND creation AND NOT deletion AND " +
+                        waits);
         writer_
             .prepare("UPDATE items SET fields=fields & ~?1, place=CASE WHEN fields & ~?1 THEN place END WHERE contents "
                      "IS NULL AND NOT folder AND NOT creation AND NOT deletion AND " +

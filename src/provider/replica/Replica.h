@@ -7,6 +7,7 @@
 #include "provider/replica/Row.h"
 #include "support/TurnMutex.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -62,12 +63,15 @@ public:
 
     // What the host tells.
 
+    // A listing is of an identifier; nothing happens once the folder has another.
+
     /// The items of a listing of this folder, or some of them. What is as it was is not written, nor what was so before
     /// a change of ours that the listing cannot know yet.
-    Effects merge(Inode folder, std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began);
+    Effects merge(Inode folder, std::string_view identifier, std::span<const std::shared_ptr<NSFileProviderItem>> items,
+                  Timestamp began);
     /// The folder was listed to its end, by a host that is there: what is still without an identifier in it is not on
     /// the host any more.
-    Effects setListed(Inode folder, Timestamp now);
+    Effects setListed(Inode folder, std::string_view identifier, Timestamp now);
     /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
     Effects remove(std::span<const ItemIdentifier> identifiers, Timestamp now);
     /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
@@ -82,11 +86,11 @@ public:
     /// An entry with that name must not be there. `contents`: the name of the file for them; none for a folder.
     Row create(Inode parent, std::string_view name, std::optional<std::string> contents, std::optional<unsigned> mode,
                Timestamp now);
-    /// New contents, or new properties: edit(row) changes size, dates, mode and contents of the row as it is now,
-    /// `fields` tells what of it concerns the host. `bytes`: the whole contents, which the database keeps until the
-    /// host has them; without them contents that are to be safe from power loss are so already. The row afterwards;
-    /// none, and nothing happens, when the item was removed meanwhile.
-    std::optional<Row> change(Inode inode, const std::function<void(Row&)>& edit, ItemFields fields, Safe safe,
+    /// New contents, or new properties: edit(row) changes size, dates, mode and contents of the row as it is now, or
+    /// gives false; `fields` tells what of it concerns the host. `bytes`: the whole contents, which the database keeps
+    /// until the host has them; without them contents that are to be safe from power loss are so already. The row
+    /// afterwards; none, and nothing happens, when edit() gave false or the item was removed meanwhile.
+    std::optional<Row> change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Safe safe,
                               std::optional<std::string_view> bytes = std::nullopt);
     /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
     /// identity with the host passes to the item: the host hears of new contents only.
@@ -105,6 +109,8 @@ public:
     /// for it. A change of place is told before a change of contents, each by itself.
     std::optional<Job> next(const std::function<bool(Inode)>& isHeld);
     std::int64_t waiting();
+    /// The job goes to the host now, which had `seen`, if somebody has looked.
+    void sending(const Job& job, const std::optional<HostVersion>& seen);
     /// The host has carried out the job; `result` is the item as it has it now, if there is one. What is below a
     /// folder that has another identifier by now is known again after the folder's next listing.
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
@@ -120,8 +126,11 @@ public:
     std::int64_t retry(const std::optional<NSError>& only = std::nullopt);
     /// Folders that the host knows, with items in them that it has to tell the identifiers of.
     std::vector<Inode> foldersToIdentify();
-    /// Folders that the host knows, with files in them that it is to make.
-    std::vector<Inode> foldersOfCreations();
+    /// True when there have come more of these since the last call.
+    bool hasMoreToIdentify() { return isEstranged_.exchange(false); }
+    /// The outermost of the folders around the item, where the host has it, that it has to tell the identifier of:
+    /// until then those of all below may be of another place.
+    std::optional<Row> outermostNameless(Inode inode);
 
     // Contents.
 
@@ -152,6 +161,7 @@ private:
     void note(Row& row, LocalChange change, ItemFields fields);
     void relocate(Row& row, Inode parent, std::string_view name);
     void stamp(Inode folder, Timestamp now);
+    void estrange(Inode folder); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name);
     void bury(const Row& row);
     Sent* sent(Inode owner);
@@ -159,6 +169,7 @@ private:
     std::optional<Job> untangle(const std::vector<Inode>& jammed);
     bool isInTheWay(const Job& job);
     Job send(Job job);
+    bool isStale(const std::vector<Inode>& around);
 
     TurnMutex writing_;  // long work lets others in between
     std::mutex reading_; // never both
@@ -171,6 +182,7 @@ private:
     std::unordered_map<Inode, Sent> underWay_; // by the inode in the job
     std::int64_t lap_ = 0;                     // where the queue was last taken from
     Past past_;
+    std::atomic<bool> isEstranged_{false};
 };
 
 } // namespace brindlemar::replica

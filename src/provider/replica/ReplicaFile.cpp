@@ -57,10 +57,11 @@ CREATE TRIGGER overwritten AFTER UPDATE OF contents ON items
   BEGIN INSERT INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
 CREATE TRIGGER erased AFTER DELETE ON items WHEN OLD.contents IS NOT NULL
   BEGIN INSERT INTO discarded VALUES(OLD.inode, OLD.contents); DELETE FROM kept WHERE inode = OLD.inode; END;
+INSERT INTO remembered VALUES('rescuing', 'yes');
 )",
                                        R"(
 CREATE INDEX nameless ON items(hostParent) WHERE identifier IS NULL AND creation = 0 AND hostParent>0;
-CREATE INDEX waiting ON items(parent, creation, folder) WHERE place IS NOT NULL AND errorDomain IS NULL;
+CREATE INDEX waiting ON items(parent) WHERE place IS NOT NULL AND errorDomain IS NULL;
 )"};
 static_assert(std::size(kMigrations) == kSchemaVersion);
 

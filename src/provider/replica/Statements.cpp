@@ -96,6 +96,9 @@ Replica::Statements::Statements(sqlite::Database& database)
       forgive(
           database.prepare("UPDATE items SET errorDomain=NULL, errorCode=NULL, errorText=NULL WHERE errorDomain IS NOT "
                            "NULL AND (?1 IS NULL OR (errorDomain=?1 AND errorCode=?2))")),
+      anyNameless(
+          database.prepare("SELECT inode FROM items INDEXED BY nameless WHERE identifier IS NULL AND creation=0 "
+                           "AND hostParent>0 LIMIT 1")),
       nameless(
           database.prepare("SELECT DISTINCT item.hostParent FROM items item INDEXED BY nameless JOIN items folder ON "
                            "folder.inode=item.hostParent WHERE item.hostParent>0 AND item.identifier IS NULL AND "
@@ -103,6 +106,8 @@ Replica::Statements::Statements(sqlite::Database& database)
       estrange(database.prepare("UPDATE items SET identifier=NULL WHERE parent=?1 AND hostParent=?1 AND creation=0")),
       estrangeMoved(database.prepare("UPDATE items INDEXED BY hostPlaces SET identifier=NULL WHERE place IS NOT NULL "
                                      "AND hostParent>0 AND hostParent=? AND creation=0")),
+      isNameless(database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS NULL AND creation=0")),
+      note(database.prepare("UPDATE items SET hostModified=?2, hostSize=?3 WHERE inode=?1")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
       stamp(database.prepare("UPDATE items SET modified=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
@@ -229,7 +234,9 @@ void takeProperties(Row& row, const NSFileProviderItem& item) {
                                        : isSameSecond && (row.host == version || row.contents);
     row.identifier = std::string(item.itemIdentifier());
     row.folder = item.contentType() == UTType::directory;
-    if (!(row.pending.fields & ItemField::contents) && !row.contents) row.size = item.documentSize().value_or(0);
+    const bool isSameSize = row.inode && row.host == version && static_cast<std::uint32_t>(row.size) == version.size;
+    if (!(row.pending.fields & ItemField::contents) && !row.contents && !isSameSize) // items have its low 32 bits
+        row.size = item.documentSize().value_or(0);
     if (!isSameDate && !(row.pending.fields & ItemField::contentModificationDate))
         row.modified = item.contentModificationDate().value_or(Timestamp());
     row.used = std::max(row.used, item.lastUsedDate().value_or(row.inode ? row.used : row.modified));

@@ -43,11 +43,14 @@ struct Replica::Statements {
     sqlite::Statement inTheWay;     // what waits and has a place on the host, but for one item
     sqlite::Statement failed;       // some of the first
     sqlite::Statement forgive;      // all that failed, or for one reason
+    sqlite::Statement anyNameless;  // one that the host has to tell the identifier of
     sqlite::Statement nameless;     // folders to list again, for identifiers
     sqlite::Statement estrange;     // those in a folder, when it has another identifier
     sqlite::Statement estrangeMoved;
-    sqlite::Statement record; // what is being sent
-    sqlite::Statement stamp;  // a folder, when an entry came or went
+    sqlite::Statement isNameless; // the item is one that the host has to tell the identifier of
+    sqlite::Statement note;       // what the host has
+    sqlite::Statement record;     // what is being sent
+    sqlite::Statement stamp;      // a folder, when an entry came or went
     sqlite::Statement disown;
     sqlite::Statement isIndexedSo; // the row has these values in what an index is about
     sqlite::Statement insertOrUpdate, update, erase;
