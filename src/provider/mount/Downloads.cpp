@@ -101,10 +101,30 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
     ended(inode, std::nullopt);
 }
 
+/// A rename around the item may have been carried out before the answer that says so.
+bool Downloads::triesAgain(replica::Inode inode, const std::string& identifier) {
+    constexpr int most = 10;
+    constexpr auto pause = std::chrono::milliseconds(300);
+    replica::Replica& replica = places_.common.replica;
+    const auto row = replica.row(inode);
+    const bool isOther =
+        row && (row->identifier != identifier || replica.isMoving(inode) || replica.outermostNameless(inode));
+    if (!isOther) return false;
+    const bool may = state_.with([&](State& state) {
+        const auto entry = state.downloads.find(inode);
+        return entry != state.downloads.end() && !entry->second.waiting.empty() && ++entry->second.tries <= most;
+    });
+    if (may) places_.common.tasks.after(pause, [self = shared_from_this(), inode] { self->start(inode, true); });
+    return may;
+}
+
 void Downloads::failed(replica::Inode inode, const std::string& identifier, NSError error) {
     const std::string connection(resolveIdentifier(identifier).domain);
     if (!BxMessages::sharedInstance().isReachable(connection)) return ended(inode, serverUnreachable());
+    bool isPutOff = false;
     orLog("failed(_:)", [&] {
+        isPutOff = error == cannotSynchronize() && triesAgain(inode, identifier);
+        if (isPutOff) return;
         const auto row = places_.common.replica.row(inode);
         if (row && error == cannotSynchronize() && !places_.contents.hasRoomFor(row->size)) // the host cannot tell
             error = cocoaError(CocoaErrorCode::fileWriteOutOfSpace);
@@ -113,7 +133,7 @@ void Downloads::failed(replica::Inode inode, const std::string& identifier, NSEr
             places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier}, now));
         }
     });
-    ended(inode, error);
+    if (!isPutOff) ended(inode, error);
 }
 
 void Downloads::ended(replica::Inode inode, const std::optional<NSError>& error) {

@@ -38,6 +38,7 @@ private:
     struct Download {
         std::list<std::pair<Token, Handler>> waiting;
         std::shared_ptr<NSProgress> progress;
+        int tries = 0;
     };
     struct State {
         Token last = 0;
@@ -47,6 +48,7 @@ private:
     void fetch(replica::Inode inode, bool mayIdentify);
     void arrived(replica::Inode inode, const std::string& identifier, const FileURL& file,
                  const NSFileProviderItem* item);
+    bool triesAgain(replica::Inode inode, const std::string& identifier);
     void failed(replica::Inode inode, const std::string& identifier, NSError error);
     void ended(replica::Inode inode, const std::optional<NSError>& error);
 

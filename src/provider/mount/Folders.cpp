@@ -157,15 +157,16 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
 }
 
 /// Where identifiers are paths, another folder may have had this one a moment ago, whose listing the extension would
-/// give once more.
+/// give once more; or this one, with less in it.
 Timestamp Folders::askableFrom(replica::Inode folder, const ItemIdentifier& identifier, Timestamp now) {
     constexpr std::size_t many = 1000;
+    const bool hasNameless = places_.replica.hasNameless(folder);
     return asked_.with([&](auto& asked) {
         if (asked.size() > many)
             std::erase_if(asked, [&](const auto& each) { return now - each.second.at > OpenFolders::kFresh; });
         const auto [entry, isNew] = asked.try_emplace(identifier, Asked{folder, now});
         Asked& last = entry->second;
-        if (!isNew && last.folder != folder && now < last.at + OpenFolders::kFresh)
+        if (!isNew && (hasNameless || last.folder != folder) && now < last.at + OpenFolders::kFresh)
             return last.at + OpenFolders::kFresh;
         last = {folder, now};
         return now;

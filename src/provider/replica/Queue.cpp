@@ -264,6 +264,19 @@ std::optional<Row> Replica::outermostNameless(Inode inode) {
     return found;
 }
 
+bool Replica::hasNameless(Inode folder) {
+    std::lock_guard lock(reading_);
+    return looks_->namelessIn.first(Statements::readInode, folder).has_value();
+}
+
+bool Replica::isMoving(Inode inode) {
+    std::lock_guard lock(reading_);
+    return std::ranges::any_of(looks_->above(inode, true), [&](Inode folder) {
+        const auto row = looks_->get(folder);
+        return row && row->pending.fields & kPlaceFields;
+    });
+}
+
 void Replica::estrange(Inode folder) {
     changes_->estrange.run(folder);
     changes_->estrangeMoved.run(folder);

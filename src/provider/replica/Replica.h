@@ -131,6 +131,10 @@ public:
     /// The outermost of the folders around the item, where the host has it, that it has to tell the identifier of:
     /// until then those of all below may be of another place.
     std::optional<Row> outermostNameless(Inode inode);
+    /// True when there is an item in the folder, on the host, that it has to tell the identifier of.
+    bool hasNameless(Inode folder);
+    /// True when a folder around the item is to have another place on the host: its identifier changes with that.
+    bool isMoving(Inode inode);
 
     // Contents.
 
