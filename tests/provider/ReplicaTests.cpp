@@ -63,7 +63,7 @@ struct World {
         const std::string identifier = replica->row(folder)->identifier.value_or("");
         Effects effects = replica->merge(folder, identifier, ItemList(items.begin(), items.end()), now);
         if (toTheEnd)
-            for (Effect& each : replica->setListed(folder, identifier, now)) effects.push_back(std::move(each));
+            for (Effect& each : replica->setListed(folder, identifier, now, now)) effects.push_back(std::move(each));
         return effects;
     }
     Inode at(const std::string& path) {
@@ -287,6 +287,9 @@ TEST(ReplicaTests, AFolderWithANewIdentifierIsKnownAgainByNames) {
     world.acts("remove D2/c,move D2/b b");
     EXPECT_FALSE(world.next()) << "nothing can be told without identifiers";
     EXPECT_EQ(world.replica->foldersToIdentify(), std::vector<Inode>{folder});
+    EXPECT_TRUE(world.list(folder, {}, true).empty()) << "may be from before";
+    EXPECT_TRUE(world.replica->hasNameless(folder));
+    world.now += 16s;
     EXPECT_EQ(
         world.list(folder, {item("D2/a", "a"), item("D2/b", "b"), item("D2/c", "c"), item("D2/e", "e")}, true).size(),
         0u);
@@ -428,7 +431,7 @@ TEST(ReplicaTests, AListingOfAnotherTimeChangesNothing) {
     world.acts("move D E,send,write E/a");
     world.replica->succeeded(*world.sent, item("E", "E").get(), world.now);
     world.replica->merge(folder, "D", ItemList{item("D/a", "a"), item("D/b", "b")}, world.now);
-    world.replica->setListed(folder, "D", world.now);
+    world.replica->setListed(folder, "D", world.now, world.now);
     EXPECT_EQ(world.shown(folder), "a=-/c1+");
     world.list(folder, {item("E/a", "a")}, true);
     EXPECT_EQ(world.drain(), "contents E/a E/a");

@@ -48,7 +48,7 @@ private:
             return folders_->start(folder_); // renamed: all its identifiers differ
         const auto failure = failure_.copy();
         if (failure || !isAnswer) return folders_->ended(folder_, failure.value_or(serverUnreachable()));
-        folders_->completed(folder_, identifier_);
+        folders_->completed(folder_, identifier_, began_);
     }
     void ask(NSFileProviderPage page) {
         folders_->places_.tasks.async(
@@ -187,9 +187,12 @@ void Folders::answer(const std::vector<Handler>& waiting, bool more, const std::
     for (const Handler& handler : waiting) orLog("answer(_:)", [&] { handler(more, error); });
 }
 
-void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier) {
+void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier, Timestamp began) {
     const Timestamp now = places_.clock.now();
-    if (folder != replica::kRoot) places_.notices.tell(places_.replica.setListed(folder, identifier, now));
+    if (folder != replica::kRoot) places_.notices.tell(places_.replica.setListed(folder, identifier, began, now));
+    if (places_.replica.hasNameless(folder))
+        places_.tasks.after(replica::Past::kCached,
+                            [self = shared_from_this(), folder] { self->list(folder, nullptr); });
     checked_.with([&](auto& checked) { checked[folder].completed = now; });
     ended(folder, std::nullopt);
     if (places_.replica.hasMoreToIdentify()) identifyAll();

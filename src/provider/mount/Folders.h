@@ -62,7 +62,7 @@ private:
     bool isStill(replica::Inode folder, const ItemIdentifier& identifier) const;
     void advanced(replica::Inode folder);
     void answer(const std::vector<Handler>& waiting, bool more, const std::optional<NSError>& error) const;
-    void completed(replica::Inode folder, const ItemIdentifier& identifier);
+    void completed(replica::Inode folder, const ItemIdentifier& identifier, Timestamp began);
     void ended(replica::Inode folder, std::optional<NSError> error);
 
     const Places places_;

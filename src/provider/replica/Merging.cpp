@@ -65,7 +65,7 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
     }
     takeProperties(row, item);
     show(row, around.inode, item.filename());
-    if (row.folder && row.identifier != before.identifier) replica.estrange(row.inode);
+    if (row.folder && row.identifier != before.identifier) replica.estrange(row.inode, began);
     update(before, row, action == MergeAction::drop && !row.folder);
 }
 
@@ -203,7 +203,7 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
     return std::move(merging.effects);
 }
 
-Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp now) {
+Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {
     Merging merging(*this, now);
     write([&] {
         auto row = changes_->get(folder);
@@ -212,7 +212,9 @@ Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp 
             row->listed = now;
             changes_->put(*row);
         }
-        if (folder == kRoot) return;
+        const auto estranged = estranged_.find(folder);
+        if (estranged != estranged_.end() && began < estranged->second + Past::kCached) return;
+        if (estranged != estranged_.end()) estranged_.erase(estranged);
         std::vector<Row> lost = Statements::all(changes_->onHost, folder);
         for (const Row& each : lost)
             if (!each.identifier && !sent(each.inode)) merging.forget(each);

@@ -13,6 +13,7 @@ namespace brindlemar::replica {
 /// a time.
 class Past {
 public:
+    static constexpr auto kCached = std::chrono::seconds(15); // longer than the extension's caches answer
     /// The row is as the host had it until now.
     void add(const Row& before, Timestamp now);
     /// True when a listing that began then tells of an item no more than what was so.
@@ -21,8 +22,7 @@ public:
     bool isEmpty() const { return entries_.empty(); }
 
 private:
-    static constexpr auto kCached = std::chrono::seconds(15); // longer than the extension's caches answer
-    static constexpr auto kKept = std::chrono::minutes(2);    // longer than a listing takes
+    static constexpr auto kKept = std::chrono::minutes(2); // longer than a listing takes
     struct State {
         Inode parent;
         std::string name;

@@ -197,7 +197,7 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if (isFileName(result->filename()) && row->hostName != result->filename() && !row->pending.deletion)
             merging.show(*row, row->hostParent, result->filename());
         row->error.reset();
-        if (row->folder && !told.creation && row->identifier != before.identifier) estrange(row->inode);
+        if (row->folder && !told.creation && row->identifier != before.identifier) estrange(row->inode, now);
         merging.update(before, *row, isOutOfDate);
     });
     return std::move(merging.effects);
@@ -277,7 +277,8 @@ bool Replica::isMoving(Inode inode) {
     });
 }
 
-void Replica::estrange(Inode folder) {
+void Replica::estrange(Inode folder, Timestamp now) {
+    estranged_[folder] = now;
     changes_->estrange.run(folder);
     changes_->estrangeMoved.run(folder);
     isEstranged_ = true;

@@ -70,8 +70,8 @@ public:
     Effects merge(Inode folder, std::string_view identifier, std::span<const std::shared_ptr<NSFileProviderItem>> items,
                   Timestamp began);
     /// The folder was listed to its end, by a host that is there: what is still without an identifier in it is not on
-    /// the host any more.
-    Effects setListed(Inode folder, std::string_view identifier, Timestamp now);
+    /// the host any more, unless the extension may have answered from before the folder had this identifier.
+    Effects setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now);
     /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
     Effects remove(std::span<const ItemIdentifier> identifiers, Timestamp now);
     /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
@@ -165,7 +165,7 @@ private:
     void note(Row& row, LocalChange change, ItemFields fields);
     void relocate(Row& row, Inode parent, std::string_view name);
     void stamp(Inode folder, Timestamp now);
-    void estrange(Inode folder); // it has another identifier
+    void estrange(Inode folder, Timestamp now); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name);
     void bury(const Row& row);
     Sent* sent(Inode owner);
@@ -186,6 +186,7 @@ private:
     std::unordered_map<Inode, Sent> underWay_; // by the inode in the job
     std::int64_t lap_ = 0;                     // where the queue was last taken from
     Past past_;
+    std::unordered_map<Inode, Timestamp> estranged_; // folders, in this run
     std::atomic<bool> isEstranged_{false};
 };
 
