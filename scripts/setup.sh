@@ -2,6 +2,7 @@
 packages_build=(g++ cmake ninja-build pkg-config libboost-json1.81-dev libutf8proc-dev libsystemd-dev libsqlite3-dev libcli11-dev libfuse3-dev fuse3)
 packages_test=(libgtest-dev)
 packages_fuzz=(clang libclang-rt-14-dev)
+packages_system=(python3 attr fio git rsync sqlite3 stress-ng unzip zip)
 
 # need PACKAGE…: installs those that are missing; says what is missing when it cannot.
 need() {

@@ -143,6 +143,10 @@ TEST_F(MountTests, WhatIsRefused) {
     for (std::size_t index = 0; index < calls.size(); ++index)
         EXPECT_EQ(errnoOf(calls[index].second()), calls[index].first) << "call " << index;
     EXPECT_EQ(contentsOf(at("Work/b.txt")), "x");
+    const std::string reserved = at("Work/.brindlemar-" + std::string(32, '0') + ".part"); // a name of the host's own
+    EXPECT_EQ(write(reserved, "x"), 0);
+    EXPECT_TRUE(eventually([&] { return attribute(reserved, "error") == "The host could not do this."; }));
+    EXPECT_EQ(attribute(at("Work"), "identifier"), "work|0") << "nothing else is the worse for it";
 }
 
 TEST_F(MountTests, WithoutAHostWhatIsLocalGoesOn) {

@@ -195,7 +195,8 @@ void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier,
                             [self = shared_from_this(), folder] { self->list(folder, nullptr); });
     checked_.with([&](auto& checked) { checked[folder].completed = now; });
     ended(folder, std::nullopt);
-    if (places_.replica.hasMoreToIdentify()) identifyAll();
+    // The listing has ended: what is thrown here is not its failure.
+    if (places_.replica.hasMoreToIdentify()) orLog("completed(_:)", [&] { identifyAll(); });
 }
 
 bool Folders::isFresh(replica::Inode folder, Timestamp notBefore) const {

@@ -60,6 +60,7 @@ void Uploads::look() {
 void Uploads::hostIsAway() {
     const Timestamp now = places_.common.clock.now();
     state_.with([&](State& state) { state.notBefore = now + OpenFolders::kFresh; });
+    places_.common.tasks.after(OpenFolders::kFresh, [self = shared_from_this()] { self->look(); });
 }
 
 void Uploads::hostIsBack() {
@@ -104,11 +105,7 @@ bool Uploads::takeOne() {
     const auto [isFull, notBefore] = state_.with([](const State& state) {
         return std::pair(state.refreshing > 0 || state.running.size() >= kAtOnce, state.notBefore);
     });
-    if (isFull || !places_.common.manager.isConnected()) return false;
-    if (now < notBefore) {
-        places_.common.tasks.after(notBefore - now, [self = shared_from_this()] { self->look(); });
-        return false;
-    }
+    if (isFull || now < notBefore || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
     const auto isHeld = [&](replica::Inode inode) {
         const bool isRecent = state_.with([&](const State& state) {
@@ -246,7 +243,8 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
                 places_.common.notices.tell(
                     replica.remove(std::vector{*job.item.identifier}, places_.common.clock.now()));
             }
-        } else if (error && *error == cannotSynchronize() && job.item.pending.creation) {
+        } else if (error && *error == cannotSynchronize() && job.item.pending.creation &&
+                   job.parent.parent != replica::kRoot) { // the tops of connections cannot be looked up
             return unlessParentIsGone(job);
         } else if (error) {
             LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());

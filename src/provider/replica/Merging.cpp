@@ -197,6 +197,7 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
         write([&] {
             const auto row = changes_->get(folder);
             if (!row || row->identifier != identifier) return;
+            past_.forget(began);
             for (const auto& item : some) merging.take(*row, *item);
         });
     }

@@ -252,6 +252,7 @@ std::int64_t Replica::retry(const std::optional<NSError>& only) {
 }
 
 bool Replica::isStale(const std::vector<Inode>& around) {
+    if (!changes_->anyNameless.first(Statements::readInode)) return false; // as nearly always
     return std::ranges::any_of(
         around, [&](Inode inode) { return changes_->isNameless.first(Statements::readInode, inode).has_value(); });
 }
