@@ -269,6 +269,12 @@ TEST(ReplicaTests, BelowANamelessFolderNothingIsTold) {
     world.act("exchange A B");
     while (const auto job = world.next())
         world.replica->succeeded(*job, item(job->item.name, job->item.name).get(), world.now);
+    const Inode inner = world.at("B/S/T"), file = world.at("B/S/T/f");
+    world.replica->merge(inner, "A/S/T", ItemList{item("other", "other")}, world.now);
+    EXPECT_EQ(world.shown(inner), "f=fA") << "it is another folder's listing";
+    const ItemIdentifier gone[] = {"A/S/T"};
+    EXPECT_TRUE(world.replica->remove(gone, world.now).empty()) << "and another folder that has gone";
+    EXPECT_TRUE(world.replica->row(file));
     world.act("remove B/S/T/f");
     EXPECT_FALSE(world.next()) << "whose identifier may be the other one's";
     EXPECT_EQ(world.replica->outermostNameless(world.at("B/S/T"))->inode, world.at("B/S"));

@@ -24,9 +24,9 @@ public:
     void touched(replica::Inode inode);
     /// There may be something to do: a file was closed, a host has come back.
     void look();
-    /// Nothing is told any more, until
+    /// A host went away just now: nothing is told as long as the extension's caches know what it said.
     void hostIsAway();
-    /// what has failed for want of a host may be told again.
+    /// What has failed for want of a host may be told again.
     void hostIsBack();
     std::int64_t retry();
     /// Takes no jobs any more.
@@ -41,7 +41,7 @@ private:
         bool isScheduled = false;
         bool isPumping = false, again = false;
         std::size_t refreshing = 0; // folders
-        Timestamp notBefore{};      // until then the extension's caches may tell what a host said before it went away
+        Timestamp notBefore{};      // see hostIsAway()
     };
     void pump();
     bool takeOne();

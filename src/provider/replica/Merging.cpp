@@ -15,20 +15,27 @@ bool Replica::Merging::isPast(Inode folder, const NSFileProviderItem& item) cons
     return replica.past_.knows(item.itemIdentifier(), told, began);
 }
 
-/// Below a folder whose identifier is not known any more; this one is another item's by now.
-bool Replica::Merging::isDead(const Row& row) {
+std::optional<Row> Replica::Merging::known(std::string_view identifier) {
+    auto row = statements.known(identifier);
+    if (!row) return row;
     if (!hasNameless) hasNameless = statements.anyNameless.first(Statements::readInode).has_value();
-    return *hasNameless && replica.isStale(statements.above(row.hostParent, true));
+    if (!*hasNameless || !replica.isStale(statements.above(row->hostParent, true))) return row;
+    statements.disown.run(row->inode);
+    return std::nullopt;
+}
+
+/// The folder, if it is the one that a listing of this identifier is about.
+std::optional<Row> Replica::folderOf(Inode folder, std::string_view identifier) {
+    auto row = changes_->get(folder);
+    if (row && (row->identifier != identifier || isStale(changes_->above(row->hostParent, true)))) row.reset();
+    return row;
 }
 
 void Replica::Merging::take(const Row& around, const NSFileProviderItem& item) {
     if (!isFileName(item.filename())) return; // no directory can show it
     const Inode folder = around.inode;
     if (isPast(folder, item)) return;
-    if (auto row = statements.known(item.itemIdentifier())) {
-        if (!isDead(*row)) return meet(std::move(*row), around, item);
-        statements.disown.run(row->inode);
-    }
+    if (auto row = known(item.itemIdentifier())) return meet(std::move(*row), around, item);
     const bool isFolder = item.contentType() == UTType::directory;
     const auto fits = [&](const std::optional<Row>& row) { return row && row->folder == isFolder; };
     if (auto row = statements.lost.first(Statements::read, folder, item.filename()); fits(row))
@@ -195,8 +202,8 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
         const auto some = items.first(std::min(items.size(), kAtOnce));
         items = items.subspan(some.size());
         write([&] {
-            const auto row = changes_->get(folder);
-            if (!row || row->identifier != identifier) return;
+            const auto row = folderOf(folder, identifier);
+            if (!row) return;
             past_.forget(began);
             for (const auto& item : some) merging.take(*row, *item);
         });
@@ -207,8 +214,8 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
 Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {
     Merging merging(*this, now);
     write([&] {
-        auto row = changes_->get(folder);
-        if (!row || row->identifier != identifier) return;
+        auto row = folderOf(folder, identifier);
+        if (!row) return;
         if (!row->listed) {
             row->listed = now;
             changes_->put(*row);
@@ -227,7 +234,7 @@ Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp n
     Merging merging(*this, now);
     write([&] {
         for (const ItemIdentifier& identifier : identifiers) {
-            const auto row = changes_->known(identifier);
+            const auto row = merging.known(identifier);
             if (!row || row->inode == kRoot) continue;
             past_.add(*row, now);
             merging.forget(*row, row->parent == kRoot);

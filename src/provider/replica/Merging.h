@@ -10,6 +10,9 @@ struct Replica::Merging {
     /// `began`: when the listing did.
     Merging(Replica& replica, Timestamp began) : began(began), replica(replica), statements(*replica.changes_) {}
 
+    /// The item that the host knows by this. A row below a folder whose identifier is not known any more loses its own:
+    /// it is another item's by now.
+    std::optional<Row> known(std::string_view identifier);
     /// An item of a listing of the folder.
     void take(const Row& around, const NSFileProviderItem& item);
     /// The host does not have this row's item any more. True when nothing of it stays, nor of what is below it.
@@ -23,7 +26,6 @@ struct Replica::Merging {
     Effects effects;
 
 private:
-    bool isDead(const Row& row);
     bool isPast(Inode folder, const NSFileProviderItem& item) const;
     void meet(Row row, const Row& around, const NSFileProviderItem& item);
     void insert(const Row& around, const NSFileProviderItem& item);

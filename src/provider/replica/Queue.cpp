@@ -172,7 +172,7 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
             merging.forget(*row);
             return;
         }
-        if (const auto other = changes_->known(result->itemIdentifier()); other && other->inode != row->inode)
+        if (const auto other = merging.known(result->itemIdentifier()); other && other->inode != row->inode)
             merging.forget(*other);
         row->pending = afterSuccess(row->pending, told, way.changed);
         const bool isPlaced = told.creation || told.fields & kPlaceFields;

@@ -174,6 +174,7 @@ private:
     bool isInTheWay(const Job& job);
     Job send(Job job);
     bool isStale(const std::vector<Inode>& around);
+    std::optional<Row> folderOf(Inode folder, std::string_view identifier);
 
     TurnMutex writing_;  // long work lets others in between
     std::mutex reading_; // never both
