@@ -174,6 +174,23 @@ TEST(ReplicaTests, WhatIsGoneTakesAllWithItButLocalChanges) {
     EXPECT_EQ(world.drain(), "contents n4 N3/x");
 }
 
+TEST(ReplicaTests, ManyGoStepByStep) {
+    constexpr std::size_t many = 2600; // in three steps
+    World world;
+    world.list(world.top, {item("D", "D"), item("E", "E"), item("a", "a")});
+    world.list(world.at("D"), {item("F", "F"), item("y", "y"), item("z", "z")});
+    ItemList items;
+    for (std::size_t i = 0; i < many; ++i) items.push_back(item("f" + std::to_string(i), std::to_string(i)));
+    world.replica->merge(world.at("D/F"), "F", items, world.now);
+    world.acts("move D/F/2500 E/k,move E/k E/l,folder D/F/own,move a D/b,write D/z");
+    const ItemIdentifier gone[] = {"D", "E"};
+    EXPECT_EQ(world.replica->remove(gone, world.now).size(), many + 2) << "E, and 2500 that was moved into it, too";
+    EXPECT_EQ(world.shown(world.top), "D=-+");
+    EXPECT_EQ(world.shown(world.at("D")), "F=-+ b=a+ z=-/c1+");
+    EXPECT_EQ(world.drain(), "create W/D, place a N1/b, create N1/z, create N1/F, create N3/own");
+    EXPECT_TRUE(world.replica->foldersToIdentify().empty());
+}
+
 TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
     World world;
     world.acts("create f,send,move f g");

@@ -156,49 +156,12 @@ void Replica::Merging::keepBoth(Row mine, const Row& around, const NSFileProvide
     insert(around, item);
 }
 
-void Replica::Merging::erase(const Row& row) {
-    statements.erase.run(row.inode);
-    if (!row.pending.deletion)
-        effects.push_back({.parent = row.parent, .name = row.name, .inode = row.inode, .entry = true});
-}
-
-bool Replica::Merging::forget(const Row& row, bool isConnection) {
-    std::vector<Row> below;
-    if (row.folder) {
-        below = Statements::all(statements.below, row.inode);
-        for (Row& each : Statements::all(statements.onHost, row.inode))
-            if (each.parent != row.inode) below.push_back(std::move(each));
-    }
-    bool isEmpty = true;
-    for (const Row& each : below) {
-        const bool isElsewhere = each.hostParent != 0 && each.hostParent != row.inode; // moved here, the host does not
-        isEmpty = !isElsewhere && (forget(each, isConnection) || each.parent != row.inode) && isEmpty;
-    }
-    const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
-                           (isConnection || row.folder || row.contents || row.pending.fields & ItemField::contents);
-    // else there is nothing to make it from
-    if (isEmpty && !isChanged) return erase(row), true;
-    if (Sent* const way = replica.sent(row.inode))
-        way->changed |= kContentsFields; // its answer is not about this any more
-    Row kept = row;
-    kept.identifier.reset();
-    if (!isConnection) {
-        kept.host = {};
-        kept.sent.reset();
-        kept.hostParent = 0;
-        kept.hostName.clear();
-        kept.pending = {.creation = true};
-        kept.error.reset();
-    }
-    statements.put(kept);
-    return false;
-}
-
 Effects Replica::merge(Inode folder, std::string_view identifier,
                        std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
     constexpr std::size_t kAtOnce = 1000; // others get their turn between
-    Merging merging(*this, began);
+    Effects effects;
     while (!items.empty()) {
+        Merging merging(*this, began, std::move(effects));
         const auto some = items.first(std::min(items.size(), kAtOnce));
         items = items.subspan(some.size());
         write([&] {
@@ -207,40 +170,9 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
             past_.forget(began);
             for (const auto& item : some) merging.take(*row, *item);
         });
+        effects = std::move(merging.effects);
     }
-    return std::move(merging.effects);
-}
-
-Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {
-    Merging merging(*this, now);
-    write([&] {
-        auto row = folderOf(folder, identifier);
-        if (!row) return;
-        if (!row->listed) {
-            row->listed = now;
-            changes_->put(*row);
-        }
-        const auto estranged = estranged_.find(folder);
-        if (estranged != estranged_.end() && began < estranged->second + Past::kCached) return;
-        if (estranged != estranged_.end()) estranged_.erase(estranged);
-        std::vector<Row> lost = Statements::all(changes_->onHost, folder);
-        for (const Row& each : lost)
-            if (!each.identifier && !sent(each.inode)) merging.forget(each);
-    });
-    return std::move(merging.effects);
-}
-
-Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp now) {
-    Merging merging(*this, now);
-    write([&] {
-        for (const ItemIdentifier& identifier : identifiers) {
-            const auto row = merging.known(identifier);
-            if (!row || row->inode == kRoot) continue;
-            past_.add(*row, now);
-            merging.forget(*row, row->parent == kRoot);
-        }
-    });
-    return std::move(merging.effects);
+    return effects;
 }
 
 } // namespace brindlemar::replica

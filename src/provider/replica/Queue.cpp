@@ -169,8 +169,8 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
             changes_->unkeep.run(way.owner);
         if (told.deletion || !result) {
             row->pending = {.deletion = told.deletion, .fields = way.changed};
-            merging.forget(*row);
-            return;
+            changes_->put(*row);
+            return merging.forget(*row);
         }
         if (const auto other = merging.known(result->itemIdentifier()); other && other->inode != row->inode)
             merging.forget(*other);

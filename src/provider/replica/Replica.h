@@ -72,7 +72,8 @@ public:
     /// The folder was listed to its end, by a host that is there: what is still without an identifier in it is not on
     /// the host any more, unless the extension may have answered from before the folder had this identifier.
     Effects setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now);
-    /// Items that are gone, with all below them. What has changes of its own that wait is kept: it is made anew.
+    /// Items that are gone, with all below them, the innermost first: while many go, some are still shown. What has
+    /// changes of its own that wait is kept: it is made anew.
     Effects remove(std::span<const ItemIdentifier> identifiers, Timestamp now);
     /// The contents of an item, fetched. False, and nothing changes, when the item has other contents by now or is
     /// gone. `size` in bytes; `version`: what the host had when it gave them, if it said.
@@ -151,6 +152,7 @@ public:
 private:
     struct Statements;
     struct Merging;
+    struct Going;
     /// A job that the host has. The item that its answer is for may have been given to another row meanwhile.
     struct Sent {
         Inode owner = 0;
@@ -168,6 +170,8 @@ private:
     void estrange(Inode folder, Timestamp now); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name);
     void bury(const Row& row);
+    Effects forgetAll(std::size_t count, Timestamp now,
+                      const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);
     Sent* sent(Inode owner);
     std::optional<Job> job(Inode inode);
     std::optional<Job> untangle(const std::vector<Inode>& jammed);

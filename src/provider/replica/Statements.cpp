@@ -74,7 +74,9 @@ Replica::Statements::Statements(sqlite::Database& database)
       byName(database.prepare(selected("WHERE parent=? AND name=? AND deletion=0"))),
       entries(database.prepare("SELECT inode,identifier,name,folder,size,modified,used,mode,capabilities,contents FROM "
                                "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
-      below(database.prepare(selected("WHERE parent=?"))),
+      below(database.prepare(selected("INDEXED BY children WHERE parent=?1 AND inode>?2 AND hostParent IN (0, ?1) "
+                                      "ORDER BY inode LIMIT 1"))),
+      anyBelow(database.prepare("SELECT inode FROM items WHERE parent=? LIMIT 1")),
       waitingBelow(database.prepare("SELECT inode FROM items INDEXED BY waiting WHERE parent=? AND place IS NOT NULL "
                                     "AND errorDomain IS NULL LIMIT 1")),
       onHost(database.prepare(selected("INDEXED BY hostPlaces WHERE (place IS NOT NULL OR identifier IS NULL) AND "

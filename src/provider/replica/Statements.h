@@ -34,7 +34,8 @@ struct Replica::Statements {
     Inode lastInode; // none is given twice while the kernel may remember it
     sqlite::Statement byInode, byIdentifier, around, byName;
     sqlite::Statement entries;      // shown in a folder, behind an inode, so many
-    sqlite::Statement below;        // all in a folder, here
+    sqlite::Statement below;        // the next in a folder, here and on the host
+    sqlite::Statement anyBelow;     // one in a folder, here
     sqlite::Statement waitingBelow; // one in a folder that waits, here
     sqlite::Statement onHost;       // those in a folder on the host that wait or have no identifier
     sqlite::Statement lost;         // one without an identifier, by its place on the host

@@ -1,0 +1,144 @@
+// What the host does not have any more.
+#include "provider/replica/Merging.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace brindlemar::replica {
+
+void Replica::Merging::forget(const Row& row, bool isConnection) {
+    std::size_t most = std::numeric_limits<std::size_t>::max();
+    Going going = begin(row, isConnection);
+    goOn(going, most);
+}
+
+Replica::Going Replica::Merging::begin(const Row& row, bool isConnection) {
+    return {.path = {{row.inode, row.identifier}}, .isConnection = isConnection};
+}
+
+void Replica::Merging::goOn(Going& going, std::size_t& most) {
+    auto& path = going.path;
+    const auto goes = [&](const Going::Folder& folder) {
+        const auto row = statements.get(folder.inode);
+        return row && (!row->identifier || row->identifier == folder.identifier);
+    };
+    path.erase(std::ranges::find_if_not(path, goes), path.end());
+    for (; !path.empty() && most > 0; --most) {
+        Going::Folder& folder = path.back();
+        if (auto next = nextBelow(folder)) {
+            if (next->folder)
+                path.push_back({next->inode, next->identifier});
+            else
+                leave(*next, going.isConnection);
+            continue;
+        }
+        if (const auto row = statements.get(folder.inode)) leave(*row, going.isConnection);
+        path.pop_back();
+    }
+}
+
+std::optional<Row> Replica::Merging::nextBelow(Going::Folder& folder) {
+    if (!folder.moved) {
+        if (auto next = statements.below.first(Statements::read, folder.inode, folder.last)) {
+            folder.last = next->inode;
+            return next;
+        }
+        folder.moved.emplace();
+        for (const Row& row : Statements::all(statements.onHost, folder.inode))
+            if (row.parent != folder.inode) folder.moved->push_back(row.inode);
+    }
+    while (!folder.moved->empty()) {
+        auto next = statements.get(folder.moved->back());
+        folder.moved->pop_back();
+        if (next && next->hostParent == folder.inode) return next;
+    }
+    return std::nullopt;
+}
+
+void Replica::Merging::leave(const Row& row, bool isConnection) {
+    const bool isEmpty = !row.folder || !statements.anyBelow.first(Statements::readInode, row.inode);
+    const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
+                           (isConnection || row.folder || row.contents || row.pending.fields & ItemField::contents);
+    // else there is nothing to make it from
+    if (isEmpty && !isChanged) {
+        statements.erase.run(row.inode);
+        if (!row.pending.deletion)
+            effects.push_back({.parent = row.parent, .name = row.name, .inode = row.inode, .entry = true});
+        return;
+    }
+    if (Sent* const way = replica.sent(row.inode))
+        way->changed |= kContentsFields; // its answer is not about this any more
+    Row kept = row;
+    kept.identifier.reset();
+    if (!isConnection) {
+        kept.host = {};
+        kept.sent.reset();
+        kept.hostParent = 0;
+        kept.hostName.clear();
+        kept.pending = {.creation = true};
+        kept.error.reset();
+    }
+    statements.put(kept);
+}
+
+/// For each of so many, which `begin` gives by its index, unless it does not go; others get their turn between.
+Effects Replica::forgetAll(std::size_t count, Timestamp now,
+                           const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin) {
+    constexpr std::size_t kAtOnce = 1000;
+    Effects effects;
+    std::optional<Going> going;
+    for (std::size_t index = 0; index < count || going;) {
+        Merging merging(*this, now, std::move(effects));
+        write([&] {
+            for (std::size_t left = kAtOnce; left > 0 && (index < count || going);) {
+                if (!going) {
+                    going = begin(merging, index++);
+                    --left;
+                } else {
+                    merging.goOn(*going, left);
+                    if (going->path.empty()) going.reset();
+                }
+            }
+        });
+        effects = std::move(merging.effects);
+    }
+    return effects;
+}
+
+Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {
+    std::vector<Inode> lost;
+    write([&] {
+        auto row = folderOf(folder, identifier);
+        if (!row) return;
+        if (!row->listed) {
+            row->listed = now;
+            changes_->put(*row);
+        }
+        const auto estranged = estranged_.find(folder);
+        if (estranged != estranged_.end() && began < estranged->second + Past::kCached) return;
+        if (estranged != estranged_.end()) estranged_.erase(estranged);
+        for (const Row& each : Statements::all(changes_->onHost, folder))
+            if (!each.identifier) lost.push_back(each.inode);
+    });
+    return forgetAll(lost.size(), now, [&](Merging& merging, std::size_t index) {
+        const auto row = changes_->get(lost[index]);
+        const bool isLost = row && !row->identifier && row->hostParent == folder && !sent(row->inode);
+        return isLost ? std::optional(merging.begin(*row)) : std::nullopt;
+    });
+}
+
+Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp now) {
+    return forgetAll(identifiers.size(), now, [&](Merging& merging, std::size_t index) -> std::optional<Going> {
+        auto row = merging.known(identifiers[index]);
+        if (!row || row->inode == kRoot) return std::nullopt;
+        past_.add(*row, now);
+        const bool isConnection = row->parent == kRoot;
+        if (row->folder && !isConnection) { // what has its identifier from now on is another one
+            changes_->disown.run(row->inode);
+            row->identifier.reset();
+        }
+        return merging.begin(*row, isConnection);
+    });
+}
+
+} // namespace brindlemar::replica
