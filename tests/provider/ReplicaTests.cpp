@@ -51,6 +51,9 @@ TEST(ReplicaTests, LocalChangesBecomeTheFewestRequests) {
         {"move D E/D", "place D E/D", "E=E a=a b=b"},
         {"folder F,folder F/G,drain,move F F2,move F2/G G,move F2 G/F", "place N2 W/G, place N1 N2/F",
          "D=D E=E G=N2 a=a b=b"},
+        {"move a t,folder a,move t a/a", "place a W/a (2), create W/a, place a N1/a", "D=D E=E a=N1 b=b"},
+        {"move D/x t,remove D,folder D,move t D/x", "place D W/D (2), create W/D, place x N1/x, delete D ",
+         "D=N1 E=E a=a b=b"},
         {"move D E", "delete E , place D W/E", "E=D a=a b=b"},
         {"remove a,create a", "delete a , create W/a", "D=D E=E a=n1/c1 b=b"},
         {"create f,reopen,write f,reopen", "create W/f", "D=D E=E a=a b=b f=n1/c2"},
@@ -94,7 +97,10 @@ TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
         {"remove a", {item("a", "a")}, "", "delete a "},
         {"remove a", {item("a", "a", 6)}, "a=a", ""},
         {"create f", {item("f", "f")}, "a=a f=-/c1+ " + copy("f") + "=f+", "place f W/" + copy("f") + ", create W/f"},
+        {"create f", {item("a", "f")}, "f=-/c1+ " + copy("f") + "=a+", "place a W/" + copy("f") + ", create W/f"},
         {"create f,send", {item("f", "f")}, "a=a f=-/c1+", ""},
+        {"create f,send,move f g,create f", {item("f", "f")}, "a=a f=-/c2+ g=-/c1+", ""},
+        {"create f,send,remove f", {item("f", "f")}, "a=a", ""},
         {"folder F,create F/f", {item("F", "F")}, "F=F a=a", "create F/f"},
         // The host has done it, and the answer was lost:
         {"write a,send,reopen,write a", {item("a", "a", 1000)}, "a=a/c2+", "contents a W/a"},
@@ -195,7 +201,7 @@ TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
     World world;
     world.acts("create f,send,move f g");
     world.list(world.top, {item("n1", "f")});
-    EXPECT_EQ(world.shown(world.top), "f=n1 g=-/c1+");
+    EXPECT_EQ(world.shown(world.top), "g=-/c1+") << "f is that, most likely";
     world.act("done");
     EXPECT_EQ(world.shown(world.top), "g=n1/c1+");
     EXPECT_EQ(world.drain(), "place n1 W/g");
@@ -214,6 +220,79 @@ TEST(ReplicaTests, AnAnswerMayMeetWhatAListingBrought) {
     EXPECT_EQ(world.replica->waiting(), 1) << "it may be there";
     world.list(world.top, {}, true);
     EXPECT_EQ(world.replica->waiting(), 0);
+}
+
+TEST(ReplicaTests, AnAnswerMayComeWhenItsItemIsGone) {
+    World world;
+    world.list(world.top, {item("a", "a"), item("D", "D"), item("E", "E")});
+    world.list(world.at("E"), {item("x", "x")});
+    const ItemIdentifier gone[] = {"a"};
+    world.acts("write a,send");
+    world.replica->remove(gone, world.now);
+    world.act("done");
+    EXPECT_EQ(world.shown(world.top), "D=D E=E a=a/c1+");
+    EXPECT_EQ(world.drain(), "contents a W/a") << "it may be gone";
+    world.acts("move E/x D/x,remove D/x,remove D,folder D");
+    const auto first = world.next(), second = world.next();
+    world.answer(*second); // the removal of D, before that of x
+    world.answer(*first);
+    EXPECT_EQ(world.drain(), "create W/D");
+    EXPECT_EQ(world.shown(world.top), "D=N1 E=E a=a/c1");
+}
+
+TEST(ReplicaTests, WhatHasAnotherKindIsAnotherItem) {
+    World world;
+    world.list(world.top, {item("D", "D")}, true);
+    world.acts("create D/own,write D/own");
+    const auto file = item("D", "D");
+    file->type = UTType::content;
+    world.list(world.top, {file}, true);
+    EXPECT_EQ(world.shown(world.top), "D=-+ D (remote copy 1970-01-01)=D+");
+    EXPECT_EQ(world.drain(), "place D W/D (remote copy 1970-01-01), create W/D, create N1/own");
+}
+
+TEST(ReplicaTests, FoldersThatAreInEachOtherStayApart) {
+    World world;
+    world.list(world.top, {item("D", "D"), item("E", "E")}, true);
+    world.act("move E D/E");
+    world.list(world.at("D/E"), {item("D", "D")}, true); // moved there by somebody else
+    EXPECT_EQ(world.drain(), "place D W/D, place E D/E");
+    const Inode inner = world.at("D/E");
+    world.list(inner, {item("D", "D")}, true); // a listing from before
+    world.list(inner, {item("F", "F")}, true);
+    EXPECT_EQ(world.shown(inner), "F=F");
+}
+
+TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
+    const std::pair<std::string, std::errc> cases[] = {
+        {"create D/f", std::errc::no_such_file_or_directory},
+        {"move a D/f", std::errc::no_such_file_or_directory},
+        {"exchange a D", std::errc::no_such_file_or_directory},
+        {"remove D", std::errc::no_such_file_or_directory},
+        {"create a", std::errc::file_exists},
+        {"move E a", std::errc::not_a_directory},
+        {"move a E", std::errc::is_a_directory},
+        {"move F E", std::errc::directory_not_empty},
+        {"remove E", std::errc::directory_not_empty},
+        {"move E E/F", std::errc::invalid_argument},
+    };
+    for (const auto& [step, error] : cases) {
+        SCOPED_TRACE(step);
+        World world;
+        world.list(world.top, {item("a", "a"), item("D", "D"), item("E", "E"), item("F", "F")}, true);
+        world.list(world.at("E"), {item("x", "x")}, true);
+        world.known["D"] = world.at("D");
+        const ItemIdentifier gone[] = {"D"};
+        world.replica->remove(gone, world.now);
+        std::error_code thrown;
+        try {
+            world.act(step);
+        } catch (const std::system_error& refused) {
+            thrown = refused.code();
+        }
+        EXPECT_EQ(thrown, error) << thrown.message();
+        EXPECT_EQ(world.replica->waiting(), 0);
+    }
 }
 
 TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {

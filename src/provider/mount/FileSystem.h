@@ -84,6 +84,7 @@ private:
     replica::Row changeableFolder(replica::Inode inode) const;
     replica::Row makeEntry(replica::Inode parent, const std::string& name, std::optional<std::string> contents,
                            mode_t mode);
+    void keepContents(const replica::Row& item, const replica::Row& replaced) const;
     /// The connection's folder that the item is in.
     replica::Inode connectionOf(replica::Row row) const;
 

@@ -3,6 +3,8 @@
 #include "provider/mount/Attributes.h"
 #include "support/Utf8.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -39,7 +41,6 @@ Inode FileSystem::connectionOf(Row item) const {
 Row FileSystem::makeEntry(Inode parent, const std::string& name, std::optional<std::string> contents, mode_t mode) {
     changeableFolder(parent);
     checkName(name);
-    if (places_.common.replica.child(parent, name)) throw ErrorNumber{EEXIST};
     return places_.common.replica.create(parent, name, std::move(contents), mode & 0777, places_.common.clock.now());
 }
 
@@ -93,7 +94,7 @@ void FileSystem::removeFolder(fuse_req_t request, Inode parent, const std::strin
         return whenListed(request, item.inode, [this, parent, name](const auto& parked) {
             parked->answer([&](fuse_req_t waiting) { removeFolder(waiting, parent, name); });
         });
-    if (!places_.common.replica.remove(item.inode, places_.common.clock.now())) throw ErrorNumber{ENOTEMPTY};
+    places_.common.replica.remove(item.inode, places_.common.clock.now());
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
 }
@@ -120,20 +121,25 @@ void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& nam
     }
     if (const auto victim = places_.common.replica.child(newParent, newName); victim && victim->inode != item.inode) {
         if (flags & RENAME_NOREPLACE) throw ErrorNumber{EEXIST};
-        if (victim->folder != item.folder) throw ErrorNumber{victim->folder ? EISDIR : ENOTDIR};
         if (!(victim->capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
-        if (victim->folder && !Folders::isKnown(*victim))
+        if (victim->folder && item.folder && !Folders::isKnown(*victim))
             return whenListed(request, victim->inode, [=, this](const auto& parked) {
                 parked->answer([&](fuse_req_t waiting) { rename(waiting, parent, name, newParent, newName, flags); });
             });
-        bool isEmpty = true;
-        if (victim->folder)
-            places_.common.replica.children(victim->inode, 0, [&](const Row&) { return isEmpty = false; });
-        if (!isEmpty) throw ErrorNumber{ENOTEMPTY};
+        if (!item.folder) keepContents(item, *victim);
     }
     places_.common.replica.move(item.inode, newParent, newName, now);
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
+}
+
+/// What was fetched becomes a change that the host is to be told: as safe as what was written.
+void FileSystem::keepContents(const Row& item, const Row& replaced) const {
+    const auto local = item.contents && !item.pending.any() ? places_.contents.open(*item.contents) : nullptr;
+    if (!local) return;
+    Contents::mark(local->fd(),
+                   {places_.common.replica.path(replaced.inode).value_or(""), replaced.identifier.value_or("")});
+    if (::fdatasync(local->fd()) != 0) throw ErrorNumber{errno};
 }
 
 } // namespace brindlemar

@@ -56,7 +56,9 @@ std::optional<Row> Replica::Merging::nextBelow(Going::Folder& folder) {
 }
 
 void Replica::Merging::leave(const Row& row, bool isConnection) {
-    const bool isEmpty = !row.folder || !statements.anyBelow.first(Statements::readInode, row.inode);
+    // What is removed, and elsewhere on the host, needs no folder here.
+    const bool isEmpty =
+        !row.folder || !statements.anyBelow.first(Statements::readInode, row.inode, std::int64_t{isConnection});
     const bool isChanged = row.pending.any() && (isConnection || !row.pending.deletion) &&
                            (isConnection || row.folder || row.contents || row.pending.fields & ItemField::contents);
     // else there is nothing to make it from
@@ -77,6 +79,10 @@ void Replica::Merging::leave(const Row& row, bool isConnection) {
         kept.hostName.clear();
         kept.pending = {.creation = true};
         kept.error.reset();
+    }
+    if (row.pending.deletion && !kept.pending.deletion) { // for what is in it
+        kept.name = statements.freeNameFor(kept, kept.parent, kept.name);
+        effects.push_back({.parent = kept.parent, .name = kept.name, .inode = kept.inode, .entry = true});
     }
     statements.put(kept);
 }

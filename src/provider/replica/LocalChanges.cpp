@@ -1,12 +1,20 @@
 // What programs do to the items.
 #include "provider/replica/Statements.h"
 
+#include <algorithm>
+#include <system_error>
+
 namespace brindlemar::replica {
 
 namespace {
 ItemFields placeChanges(Inode parent, std::string_view name, Inode newParent, std::string_view newName) {
     return (name != newName ? ItemField::filename : 0) | (parent != newParent ? ItemField::parentItemIdentifier : 0);
 }
+
+void require(bool isSo, std::errc otherwise) {
+    if (!isSo) throw std::system_error(std::make_error_code(otherwise));
+}
+bool isThere(const std::optional<Row>& row) { return row && !row->pending.deletion; }
 } // namespace
 
 Row Replica::create(Inode parent, std::string_view name, std::optional<std::string> contents,
@@ -24,6 +32,8 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     row.generation = 1;
     if (row.folder) row.listed = now; // there is nothing in it on the host
     write([&] {
+        requireFolder(parent, 0);
+        require(!changes_->shown(parent, name), std::errc::file_exists);
         changes_->put(row);
         stamp(parent, now);
     });
@@ -53,8 +63,13 @@ void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp n
     write([&] {
         auto row = changes_->get(inode);
         const auto victim = changes_->shown(parent, name);
-        if (!row || row->pending.deletion || row->parent == kRoot || parent == kRoot) return;
+        require(isThere(row), std::errc::no_such_file_or_directory);
+        requireFolder(parent, inode);
         if (victim && victim->inode == inode) return;
+        if (victim)
+            require(victim->folder == row->folder,
+                    row->folder ? std::errc::not_a_directory : std::errc::is_a_directory);
+        if (victim) requireEmpty(victim->inode);
         stamp(row->parent, now);
         stamp(parent, now);
         const bool isKnown = victim && (!victim->pending.creation || sent(victim->inode));
@@ -74,7 +89,10 @@ void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp n
 void Replica::exchange(Inode one, Inode other, Timestamp now) {
     write([&] {
         auto first = changes_->get(one), second = changes_->get(other);
-        if (!first || !second || one == other || first->parent == kRoot || second->parent == kRoot) return;
+        require(isThere(first) && isThere(second), std::errc::no_such_file_or_directory);
+        requireFolder(first->parent, other);
+        requireFolder(second->parent, one);
+        if (one == other) return;
         stamp(first->parent, now);
         stamp(second->parent, now);
         Row away = *first;
@@ -86,13 +104,11 @@ void Replica::exchange(Inode one, Inode other, Timestamp now) {
     });
 }
 
-bool Replica::remove(Inode inode, Timestamp now) {
-    bool isEmpty = true;
+void Replica::remove(Inode inode, Timestamp now) {
     free([&] {
         auto row = changes_->get(inode);
-        if (!row || row->pending.deletion || row->parent == kRoot) return;
-        isEmpty = !changes_->entries.first(Statements::readInode, inode, std::int64_t{0}, std::int64_t{1});
-        if (!isEmpty) return;
+        require(isThere(row), std::errc::no_such_file_or_directory);
+        requireEmpty(inode);
         stamp(row->parent, now);
         if (!row->folder && row->hostParent != 0) {
             auto heir = changes_->shown(row->hostParent, row->hostName);
@@ -104,7 +120,18 @@ bool Replica::remove(Inode inode, Timestamp now) {
         }
         note(*row, LocalChange::deletion, 0);
     });
-    return isEmpty;
+}
+
+/// What a program has looked at may be otherwise by now.
+void Replica::requireFolder(Inode folder, Inode toBePutThere) {
+    require(folder != kRoot, std::errc::permission_denied);
+    require(isThere(changes_->get(folder)), std::errc::no_such_file_or_directory);
+    require(std::ranges::count(changes_->above(folder), toBePutThere) == 0, std::errc::invalid_argument);
+}
+
+void Replica::requireEmpty(Inode folder) {
+    require(!changes_->entries.first(Statements::readInode, folder, std::int64_t{0}, std::int64_t{1}),
+            std::errc::directory_not_empty);
 }
 
 /// Writes the row after one more change.

@@ -35,12 +35,16 @@ void Replica::Merging::take(const Row& around, const NSFileProviderItem& item) {
     if (!isFileName(item.filename())) return; // no directory can show it
     const Inode folder = around.inode;
     if (isPast(folder, item)) return;
-    if (auto row = known(item.itemIdentifier())) return meet(std::move(*row), around, item);
     const bool isFolder = item.contentType() == UTType::directory;
-    const auto fits = [&](const std::optional<Row>& row) { return row && row->folder == isFolder; };
-    if (auto row = statements.lost.first(Statements::read, folder, item.filename()); fits(row))
-        return meet(std::move(*row), around, item);
-    insert(around, item);
+    auto row = known(item.itemIdentifier());
+    if (row && row->folder != isFolder) { // another item
+        if (replica.sent(row->inode)) return;
+        forget(*row);
+        row.reset();
+    }
+    if (!row) row = statements.lost.first(Statements::read, folder, item.filename());
+    if (row && row->folder == isFolder) return meet(std::move(*row), around, item);
+    if (!replica.isExpected(folder, item.filename())) insert(around, item);
 }
 
 /// An item that has a row, found by its identifier, or by its place when it has lost it.
@@ -77,15 +81,32 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
 }
 
 void Replica::Merging::show(Row& row, Inode folder, std::string_view name) {
-    const bool isMoved = row.hostParent != folder;
+    const bool isMoved = row.folder && row.hostParent != folder;
+    const auto isAround = [&](bool onHost) {
+        return std::ranges::count(statements.above(folder, onHost), row.inode) > 0;
+    };
+    if (isMoved && isAround(true)) return; // each in the other: one of the listings is older
     row.hostParent = folder;
     row.hostName = name;
     if (row.pending.creation || row.pending.fields & kPlaceFields) return;
     if (row.parent == folder && row.name == name) return;
-    if (isMoved && row.folder)
-        if (const auto around = statements.above(folder); std::ranges::find(around, row.inode) != around.end()) return;
-    row.name = statements.freeNameFor(row, folder, name);
+    if (isMoved && isAround(false)) { // what it is in there has been put into it here
+        row.pending.fields |= ItemField::parentItemIdentifier;
+        return;
+    }
+    giveName(row, folder, name);
     row.parent = folder;
+}
+
+/// The host's, unless the entry of another item has it; then one that the host is to hear of when it would write that
+/// other item over this one.
+void Replica::Merging::giveName(Row& row, Inode folder, std::string_view name) {
+    const auto other = statements.shown(folder, name);
+    const bool isWanted =
+        other && other->inode != row.inode && (other->pending.creation || other->pending.fields & kPlaceFields);
+    const bool isTold = isWanted && folder != kRoot;
+    if (isTold) row.pending.fields |= ItemField::filename;
+    row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, began) : std::string(name));
 }
 
 void Replica::Merging::update(const Row& before, Row& after, bool contents) {
@@ -108,23 +129,18 @@ static bool isThisOne(const Row& waiting, const Row& come) {
 
 void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item) {
     const Inode folder = around.inode;
-    const std::string name(item.filename());
     Row row;
     takeProperties(row, item);
     row.parent = row.hostParent = folder;
-    row.name = row.hostName = name;
-    if (auto same = statements.shown(folder, name)) {
-        const bool isWanted = same->pending.creation || same->pending.fields & kPlaceFields; // on the host, here
-        if (isWanted && replica.sent(same->inode)) return; // it is this one: the answer is to come
-        if (isWanted && isThisOne(*same, row)) {           // and the answer that said so was lost
-            if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
-            same->pending.fields &= ~kPlaceFields;
-            return meet(std::move(*same), around, item);
-        }
-        const bool isTold = isWanted && folder != kRoot;
-        if (isTold) row.pending.fields = ItemField::filename;
-        row.name = statements.freeNameFor(row, folder, isTold ? remoteCopyName(name, began) : name);
+    row.hostName = item.filename();
+    auto same = statements.shown(folder, row.hostName);
+    if (same && (same->pending.creation || same->pending.fields & kPlaceFields) && isThisOne(*same, row)) {
+        // And the answer that said so was lost.
+        if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
+        same->pending.fields &= ~kPlaceFields;
+        return meet(std::move(*same), around, item);
     }
+    giveName(row, folder, row.hostName);
     statements.put(row);
     // Before it is listed the kernel remembers neither all its entries nor names that it has not; and who looks for one
     // holds what a notice would wait for.

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <unordered_set>
 #include <utility>
 
 namespace brindlemar::replica {
@@ -97,6 +96,12 @@ bool Replica::isInTheWay(const Job& job) {
     });
 }
 
+/// Something is on its way to that place: what a listing tells of it may be that.
+bool Replica::isExpected(Inode parent, std::string_view name) const {
+    return std::ranges::any_of(
+        underWay_, [&](const auto& entry) { return entry.second.parent == parent && entry.second.name == name; });
+}
+
 Job Replica::send(Job job) {
     Sent way{.owner = job.item.inode, .parent = job.parent.inode, .name = job.item.name};
     way.above = changes_->above(job.parent.inode);
@@ -115,36 +120,6 @@ void Replica::sending(const Job& job, const std::optional<HostVersion>& seen) {
             changes_->note.run(item.inode, seen->modified, integer(seen->size));
         changes_->record.run(item.inode, wholeSecondsSince1970(item.modified), integer(item.size));
     });
-}
-
-/// When items wait for each other's names, or a folder for one that is in it, one of them goes out of the way.
-std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
-    std::unordered_set<Inode> seen;
-    const auto toMove = [&](Inode first) -> Inode {
-        std::unordered_set<Inode> chain;
-        auto at = changes_->get(first);
-        while (at && !at->pending.deletion && at->identifier && seen.insert(at->inode).second) {
-            chain.insert(at->inode);
-            auto next = changes_->inTheWay.first(Statements::read, at->parent, at->name, at->inode);
-            if (next && chain.contains(next->inode)) return next->inode;
-            if (!next && at->folder && contains(changes_->above(at->parent, true), at->inode)) return at->inode;
-            at = std::move(next);
-        }
-        return 0;
-    };
-    Inode one = 0;
-    for (std::size_t index = 0; index < jammed.size() && one == 0; ++index) one = toMove(jammed[index]);
-    auto found = one == 0 || underWay_.contains(one) ? std::nullopt : job(one);
-    if (!found || isStale(changes_->above(found->formerParent.inode, true))) return std::nullopt;
-    Row& item = found->item;
-    found->parent = found->formerParent;
-    item.parent = item.hostParent;
-    item.name = freeName(item.hostName, [&](const std::string& name) {
-        return changes_->shown(item.parent, name) ||
-               changes_->inTheWay.first(Statements::readInode, item.parent, std::string_view(name), Inode{0});
-    });
-    item.pending = {.fields = ItemField::filename};
-    return found;
 }
 
 std::int64_t Replica::waiting() {
@@ -168,14 +143,16 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if ((told.creation || told.fields & ItemField::contents) && job.item.contents && !hasNewContents)
             changes_->unkeep.run(way.owner);
         if (told.deletion || !result) {
-            row->pending = {.deletion = told.deletion, .fields = way.changed};
+            row->pending = {.deletion = told.deletion || row->pending.deletion, .fields = way.changed};
             changes_->put(*row);
             return merging.forget(*row);
         }
+        const bool isPlaced =
+            told.creation || told.fields & kPlaceFields || row->hostParent == 0; // forgotten meanwhile
+        if (isPlaced && !changes_->get(job.parent.inode)) return;                // with its folder: it is made anew
         if (const auto other = merging.known(result->itemIdentifier()); other && other->inode != row->inode)
             merging.forget(*other);
         row->pending = afterSuccess(row->pending, told, way.changed);
-        const bool isPlaced = told.creation || told.fields & kPlaceFields;
         if (isPlaced) {
             row->hostParent = job.parent.inode;
             row->hostName = job.item.name;

@@ -61,9 +61,15 @@ void Replica::commit(const std::function<void()>& body, Safe safe) {
         writer_.execute(safe == Safe::fromPowerLoss ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
     safe_ = safe;
     const std::int64_t before = writer_.allChangedRows();
-    sqlite::Transaction transaction(writer_);
-    body();
-    transaction.commit();
+    auto underWay = underWay_;
+    try {
+        sqlite::Transaction transaction(writer_);
+        body();
+        transaction.commit();
+    } catch (...) {
+        underWay_ = std::move(underWay);
+        throw;
+    }
     if (writer_.allChangedRows() != before) isSynced_ = safe == Safe::fromPowerLoss; // nothing is not synced
 }
 

@@ -82,9 +82,10 @@ public:
     /// Forgets contents that the host has. False when it has not, or there are none.
     bool dropContents(Inode inode);
 
-    // What programs do. A folder in which an entry comes or goes has the date `now`.
+    // What programs do. A folder in which an entry comes or goes has the date `now`. What cannot be, as things are by
+    // now, is thrown as a std::system_error with its std::errc, and nothing has changed.
 
-    /// An entry with that name must not be there. `contents`: the name of the file for them; none for a folder.
+    /// `contents`: the name of the file for them; none for a folder.
     Row create(Inode parent, std::string_view name, std::optional<std::string> contents, std::optional<unsigned> mode,
                Timestamp now);
     /// New contents, or new properties: edit(row) changes size, dates, mode and contents of the row as it is now, or
@@ -98,8 +99,7 @@ public:
     void move(Inode inode, Inode parent, std::string_view name, Timestamp now);
     /// Two items change places.
     void exchange(Inode one, Inode other, Timestamp now);
-    /// False for a folder that is not empty.
-    bool remove(Inode inode, Timestamp now);
+    void remove(Inode inode, Timestamp now);
     /// All that was changed so far is safe from power loss when it returns.
     void sync();
 
@@ -167,6 +167,8 @@ private:
     void note(Row& row, LocalChange change, ItemFields fields);
     void relocate(Row& row, Inode parent, std::string_view name);
     void stamp(Inode folder, Timestamp now);
+    void requireFolder(Inode folder, Inode toBePutThere);
+    void requireEmpty(Inode folder);
     void estrange(Inode folder, Timestamp now); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name);
     void bury(const Row& row);
@@ -176,6 +178,7 @@ private:
     std::optional<Job> job(Inode inode);
     std::optional<Job> untangle(const std::vector<Inode>& jammed);
     bool isInTheWay(const Job& job);
+    bool isExpected(Inode parent, std::string_view name) const;
     Job send(Job job);
     bool isStale(const std::vector<Inode>& around);
     std::optional<Row> folderOf(Inode folder, std::string_view identifier);

@@ -76,7 +76,8 @@ Replica::Statements::Statements(sqlite::Database& database)
                                "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
       below(database.prepare(selected("INDEXED BY children WHERE parent=?1 AND inode>?2 AND hostParent IN (0, ?1) "
                                       "ORDER BY inode LIMIT 1"))),
-      anyBelow(database.prepare("SELECT inode FROM items WHERE parent=? LIMIT 1")),
+      anyBelow(database.prepare(
+          "SELECT inode FROM items INDEXED BY children WHERE parent=?1 AND (?2 OR NOT deletion) LIMIT 1")),
       waitingBelow(database.prepare("SELECT inode FROM items INDEXED BY waiting WHERE parent=? AND place IS NOT NULL "
                                     "AND errorDomain IS NULL LIMIT 1")),
       onHost(database.prepare(selected("INDEXED BY hostPlaces WHERE (place IS NOT NULL OR identifier IS NULL) AND "
@@ -220,7 +221,8 @@ std::string Replica::Statements::freeNameFor(const Row& row, Inode parent, std::
 std::vector<Inode> Replica::Statements::above(Inode folder, bool onHost) {
     std::vector<Inode> found;
     const auto outer = [&](const auto& at) { return at.integer(onHost && at.integer(1) != 0 ? 1 : 0); };
-    for (Inode at = folder; at != 0; at = around.first(outer, at).value_or(0)) found.push_back(at);
+    for (Inode at = folder; at != 0 && std::ranges::count(found, at) == 0; at = around.first(outer, at).value_or(0))
+        found.push_back(at);
     return found;
 }
 
