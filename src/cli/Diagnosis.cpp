@@ -158,7 +158,8 @@ Answer queue(const Findings& found) {
     if (!found.service || !found.service->queueLength) return std::nullopt;
     const std::uint64_t length = *found.service->queueLength;
     if (length == 0) return good("Nothing waits to be sent to the host.");
-    const std::string text = "There are " + counted(length, "change") + " that the host does not have yet.";
+    const std::string text =
+        (length == 1 ? "There is " : "There are ") + counted(length, "change") + " that the host does not have yet.";
     if (found.service->hostIsConnected()) return good(text);
     return warning(text, "Start the host application; they are sent then.");
 }

@@ -62,6 +62,7 @@ ServiceStatus readStatus(const json::object& json) {
         .tellsMount = json.contains("mount"),
         .mount = std::nullopt,
         .queueLength = std::nullopt,
+        .unsaved = {},
         .transfers = list(whole, "transfers", readTransfer),
         .failures = list(whole, "failures", readFailed),
     };
@@ -70,7 +71,11 @@ ServiceStatus readStatus(const json::object& json) {
         const Event mount = part(whole, "mount");
         status.mount = {mount.text("path"), isTrue(mount, "mounted"), mount.text("error")};
     }
-    if (whole.object("queue")) status.queueLength = part(whole, "queue").count("length");
+    if (whole.object("queue")) {
+        const Event queue = part(whole, "queue");
+        status.queueLength = queue.count("length");
+        status.unsaved = list<std::string>(queue, "unsaved", [](const Event& file) { return file.text("path"); });
+    }
     status.failureCount = std::max<std::uint64_t>(whole.count("failureCount"), status.failures.size());
     return status;
 }

@@ -38,6 +38,7 @@ struct ServiceStatus {
     bool tellsMount = false;
     std::optional<Mount> mount; // none also when no mount is wanted
     std::optional<std::uint64_t> queueLength;
+    std::vector<std::string> unsaved; // paths of what programs write to
     std::vector<Transfer> transfers;
     std::vector<Failed> failures;   // the first ones
     std::uint64_t failureCount = 0; // of all

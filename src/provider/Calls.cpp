@@ -64,7 +64,7 @@ void Call::fail(const NSError& error, std::string_view text) const {
     output->write(completionEvent(nullptr, error, text));
 }
 
-void Call::guarded(void (*run)(Call call)) const {
+void Call::guarded(const std::function<void(Call call)>& run) const {
     if (const auto error = attempt("guarded(_:)", [&] { run(*this); })) fail(*error);
 }
 

@@ -39,7 +39,7 @@ struct Call {
     /// `text`: a sentence for people that tells more than the error.
     void fail(const NSError& error, std::string_view text = {}) const;
     /// run(*this); what it throws fails the call.
-    void guarded(void (*run)(Call call)) const;
+    void guarded(const std::function<void(Call call)>& run) const;
 };
 
 /// An operation by its name. It writes its events to the output and lets go of it when there are no more.

@@ -14,6 +14,31 @@ Mount* mountOf(const Call& call) {
 }
 
 void succeed(const Call& call) { call.output->write(completionEvent(nullptr, std::nullopt)); }
+
+constexpr auto kLook = std::chrono::milliseconds(200);
+constexpr int kPatience = 50; // looks at files that programs only have to close
+
+void unmountWhenSent(Call call, int looks) {
+    Mount* const mount = mountOf(call);
+    if (!mount) return;
+    const Mount::Waiting queue = mount->waiting();
+    if (queue.length == 0) {
+        mount->hide();
+        return succeed(call);
+    }
+    if (queue.length == queue.failed)
+        return call.fail(cannotSynchronize(), std::to_string(queue.failed) +
+                                                  " of the changes cannot be sent to the host; nothing is unmounted. "
+                                                  "See why with \"brindlemar status\".");
+    if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
+    looks = queue.length <= queue.failed + queue.unsaved ? looks + 1 : 0;
+    if (looks > kPatience)
+        return call.fail(cannotSynchronize(), "Programs are writing to files, of which the host hears when they are "
+                                              "closed; nothing is unmounted. See which with \"brindlemar status\".");
+    if (call.output->write(countEvent("queue", "length", queue.length)))
+        call.places.tasks.after(
+            kLook, [call, looks] { call.guarded([looks](Call again) { unmountWhenSent(std::move(again), looks); }); });
+}
 } // namespace
 
 void callEvict(Call call) {
@@ -33,7 +58,7 @@ void callBring(Call call) {
         call.text("path"),
         {.progress = [call](std::int64_t done, std::int64_t known) { call.output->write(progressEvent(done, known)); },
          .end = [call](const auto& error) { call.output->write(completionEvent(nullptr, error)); },
-         .goesOn = [call] { return call.output->isOpen(); }});
+         .whenGone = [call](auto stop) { call.output->onReaderGone(std::move(stop)); }});
 }
 
 void callRetry(Call call) {
@@ -44,21 +69,9 @@ void callRetry(Call call) {
 }
 
 void callUnmount(Call call) {
+    if (call.arguments["wait"].uInt16Value()) return unmountWhenSent(std::move(call), 0);
     Mount* const mount = mountOf(call);
     if (!mount) return;
-    const Mount::Waiting queue = mount->waiting();
-    if (call.arguments["wait"].uInt16Value() && queue.length > 0) {
-        if (queue.length == queue.failed)
-            return call.fail(cannotSynchronize(),
-                             std::to_string(queue.failed) +
-                                 " of the changes cannot be sent to the host; nothing is unmounted. "
-                                 "See why with \"brindlemar status\".");
-        if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
-        constexpr auto look = std::chrono::milliseconds(200);
-        if (call.output->write(countEvent("queue", "length", queue.length)))
-            call.places.tasks.after(look, [call] { call.guarded(callUnmount); });
-        return;
-    }
     mount->hide();
     succeed(call);
 }

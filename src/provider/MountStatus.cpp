@@ -7,7 +7,8 @@ namespace brindlemar {
 JSON::Members mountStatus(Mount* mount) {
     if (!mount) return {{"mount", JSON()}};
     const Mount::Status status = mount->status();
-    std::vector<JSON> transfers, failures;
+    std::vector<JSON> transfers, failures, unsaved;
+    for (const std::string& path : status.unsaved) unsaved.push_back(JSON::object({{"path", JSON(path)}}));
     for (const auto& transfer : status.transfers)
         transfers.push_back(JSON::object({{"kind", transfer.fetch ? "fetch" : "upload"},
                                           {"path", JSON(transfer.path)},
@@ -21,7 +22,7 @@ JSON::Members mountStatus(Mount* mount) {
     return {{"mount", JSON::object({{"path", JSON(status.path)},
                                     {"mounted", JSON(status.error.empty())},
                                     {"error", status.error.empty() ? JSON() : JSON(status.error)}})},
-            {"queue", JSON::object({{"length", JSON(status.waiting.length)}})},
+            {"queue", JSON::object({{"length", JSON(status.waiting.length)}, {"unsaved", JSON::array(unsaved)}})},
             {"transfers", JSON::array(transfers)},
             {"failures", JSON::array(failures)},
             {"failureCount", JSON(status.waiting.failed)}};

@@ -400,7 +400,7 @@ TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {
     World world;
     world.act("folder F");
     const Inode folder = world.at("F");
-    const auto isHeld = [&](Inode inode) { return inode == folder; };
+    const auto isHeld = [&](const Job& job) { return job.item.inode == folder; };
     for (int i = 0; i < 1200; ++i)
         world.replica->create(folder, std::to_string(i), "in" + std::to_string(i), {}, world.now);
     for (int i = 0; i < 500; ++i)
@@ -434,7 +434,8 @@ TEST(ReplicaTests, AnOldFileIsMigrated) {
     world.replica->remember("boot", "one");
     world.replica.reset();
     sqlite::Database(world.place / "items.sqlite")
-        .execute("DROP INDEX nameless; DROP INDEX waiting; PRAGMA user_version=1");
+        .execute(
+            "DROP INDEX nameless; DROP INDEX waiting; ALTER TABLE items DROP COLUMN changed; PRAGMA user_version=1");
     world.reopen();
     EXPECT_TRUE(world.said.empty());
     EXPECT_EQ(world.replica->remembered("boot"), "one");

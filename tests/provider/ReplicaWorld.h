@@ -73,7 +73,7 @@ struct World {
                 row.modified = now;
                 return true;
             };
-            replica->change(at(path), edit, kContentsFields, Safe::fromCrash, "bytes");
+            replica->change(at(path), edit, kContentsFields, now, Safe::fromCrash, "bytes");
         } else if (verb == "move") {
             const auto [parent, name] = split(other);
             replica->move(at(path), parent, name, now);
@@ -99,7 +99,7 @@ struct World {
         for (std::string step; std::getline(lines, step, ',');) act(step);
     }
     std::optional<Job> next() {
-        return replica->next([](Inode) { return false; });
+        return replica->next([](const Job&) { return false; });
     }
     void answer(const Job& job) {
         const bool isNew = job.item.pending.creation;

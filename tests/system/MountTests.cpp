@@ -56,6 +56,17 @@ TEST_F(MountTests, ReadsFetchAndNothingElseDoes) {
     EXPECT_EQ(fs::file_size(at("Photos/2024/a.txt")), 13u);
     EXPECT_EQ(std::distance(fs::recursive_directory_iterator(at("Photos")), {}), 2);
     EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "state"), "known");
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(::stat(at("Photos/2024/a.txt").c_str(), &before), 0);
+    EXPECT_EQ(before.st_blocks, 1) << "tar(1) would take it for a hole";
+    EXPECT_EQ(::listxattr(at("Photos/2024/a.txt").c_str(), nullptr, 0), 0) << "cp(1) would carry them away";
+    ASSERT_EQ(::chmod(at("Photos/2024/a.txt").c_str(), 0640), 0);
+    ASSERT_EQ(::stat(at("Photos/2024/a.txt").c_str(), &after), 0);
+    EXPECT_EQ(before.st_mtim.tv_sec, after.st_mtim.tv_sec);
+    EXPECT_GT(std::pair(after.st_ctim.tv_sec, after.st_ctim.tv_nsec),
+              std::pair(before.st_ctim.tv_sec, before.st_ctim.tv_nsec))
+        << "backups go by it";
     EXPECT_EQ(contentsOf(at("Photos/2024/a.txt")), "12 bytes long");
     EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "state"), "local");
     EXPECT_EQ(attribute(at("Photos/2024/a.txt"), "identifier"), "photos|2024/a.txt");
@@ -71,7 +82,14 @@ TEST_F(MountTests, ChangesReachTheHost) {
     // As editors save: a new file takes an old one's place.
     ASSERT_EQ(write(at("Photos/2024/.a.txt.tmp"), "saved"), 0);
     fs::rename(at("Photos/2024/.a.txt.tmp"), at("Photos/2024/a.txt"));
+    // A folder in a new one of its own name.
+    ASSERT_TRUE(fs::create_directories(at("Photos/nest/in")));
     ASSERT_TRUE(isDrained());
+    fs::rename(at("Photos/nest"), at("Photos/egg"));
+    ASSERT_TRUE(fs::create_directory(at("Photos/nest")));
+    fs::rename(at("Photos/egg"), at("Photos/nest/nest"));
+    ASSERT_TRUE(isDrained());
+    EXPECT_TRUE(fs::exists(served("photos/nest/nest/in")));
     EXPECT_EQ(contentsOf(served("work/b.txt")), "x and more");
     EXPECT_EQ(contentsOf(served("work/folder/inside")), "in");
     EXPECT_EQ(contentsOf(served("work/folder/moved.txt")), "one");
@@ -115,13 +133,13 @@ TEST_F(MountTests, OpenFilesStayWhatTheyAre) {
     ASSERT_EQ(::msync(page, 5, MS_SYNC), 0);
     ::munmap(page, 5);
     EXPECT_EQ(read(mapped), "OTHER");
-    mapped = FileDescriptor(); // the host is told once nobody writes
     // Emptied by who only reads.
     ASSERT_EQ(write(at("Work/full"), "full"), 0);
     { const FileDescriptor emptied(::open(at("Work/full").c_str(), O_RDONLY | O_TRUNC)); }
     EXPECT_EQ(contentsOf(at("Work/full")), "");
     ASSERT_TRUE(isDrained());
     EXPECT_EQ(fs::file_size(served("work/full")), 0u);
+    EXPECT_EQ(contentsOf(served("work/b.txt")), "OTHER") << "while it is open: msync(2) has made it safe";
     EXPECT_FALSE(fs::exists(served("work/unnamed")));
 }
 

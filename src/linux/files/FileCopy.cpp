@@ -56,7 +56,7 @@ int copyContents(int from, int to, const CopyStep& step) {
         if (step && !step(static_cast<std::uint64_t>(offset), static_cast<std::uint64_t>(source.st_size)))
             return ECANCELED;
         const off_t data = ::lseek(from, offset, SEEK_DATA);
-        if (data < 0 && errno == ENXIO) break; // a hole up to the end
+        if (data < 0 && errno == ENXIO) break; // a hole up to the end, which may have come nearer
         offset = std::max(data, offset);       // a file system that knows no holes has data everywhere
         const off_t hole = ::lseek(from, offset, SEEK_HOLE);
         const off_t end = hole > offset ? std::min(hole, source.st_size) : source.st_size;
@@ -66,7 +66,9 @@ int copyContents(int from, int to, const CopyStep& step) {
         if (copied == 0) return ::ftruncate(to, offset) == 0 ? 0 : errno;
         offset += copied;
     }
-    return ::ftruncate(to, source.st_size) == 0 ? 0 : errno;
+    struct stat now {};
+    if (::fstat(from, &now) != 0) return errno;
+    return ::ftruncate(to, std::min(source.st_size, now.st_size)) == 0 ? 0 : errno;
 }
 
 } // namespace brindlemar

@@ -1,9 +1,13 @@
 #include "linux/fuse/FuseSession.h"
 
+#include "linux/FileDescriptor.h"
 #include "linux/fuse/MountPoint.h"
 #include "linux/queues/QuietThread.h"
 
+#include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,7 +39,7 @@ FuseSession::mount(const std::string& path, const fuse_lowlevel_ops& operations,
         fuse_session_destroy(session);
         return path + " cannot be mounted: " + std::generic_category().message(errno);
     }
-    return std::unique_ptr<FuseSession>(new FuseSession(session));
+    return std::unique_ptr<FuseSession>(new FuseSession(session, path));
 }
 
 void FuseSession::start(unsigned threads) {
@@ -85,6 +89,13 @@ FuseSession::~FuseSession() {
     stop();
     fuse_session_unmount(session_); // ends what programs still wait for, too
     fuse_session_destroy(session_);
+    if (isMounted(path_)) detachMount(path_); // libfuse leaves what was aborted
+}
+
+void FuseSession::writeBack() {
+    const FileDescriptor top(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct statfs mounted {};
+    if (top && ::fstatfs(top.get(), &mounted) == 0 && mounted.f_type == FUSE_SUPER_MAGIC) ::syncfs(top.get());
 }
 
 void FuseSession::invalidateEntry(fuse_ino_t parent, const std::string& name) {

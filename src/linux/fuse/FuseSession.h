@@ -26,6 +26,8 @@ public:
     void start(unsigned threads);
     /// True once somebody else has unmounted it.
     bool isOver() const { return isOver_; }
+    /// What programs have written through mappings has come when it returns, unless somebody else has unmounted it.
+    void writeBack();
     /// No operation runs any more when it returns; the kernel's requests wait for the session's end. Not from an
     /// operation.
     void stop();
@@ -37,10 +39,11 @@ public:
     void invalidateContents(fuse_ino_t inode); // of a file, or the entries of a directory
 
 private:
-    explicit FuseSession(fuse_session* session) : session_(session) {}
+    FuseSession(fuse_session* session, std::string path) : session_(session), path_(std::move(path)) {}
     void serve();
 
     fuse_session* const session_;
+    const std::string path_;
     std::atomic<bool> ending_{false}, isOver_{false};
     struct Worker {
         std::thread thread;

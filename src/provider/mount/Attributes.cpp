@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace brindlemar {
 
 namespace {
@@ -16,7 +18,9 @@ timespec asTimespec(Timestamp time) {
 } // namespace
 
 Timestamp timestampOf(const timespec& time) {
-    return Timestamp(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+    constexpr auto last = std::chrono::floor<std::chrono::seconds>(Timestamp::max().time_since_epoch()).count() - 1;
+    const auto second = std::clamp<std::int64_t>(time.tv_sec, -last, last); // some 292 years from 1970
+    return Timestamp(std::chrono::seconds(second) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
 unsigned allowedPermissions(const replica::Row& row) {
@@ -38,8 +42,10 @@ struct stat attributesOf(const replica::Row& row) {
     attributes.st_gid = group;
     attributes.st_size = static_cast<off_t>(row.folder ? 0 : row.size);
     attributes.st_blksize = kBlockSize;
-    attributes.st_blocks = row.contents ? (attributes.st_size + 511) / 512 : 0; // none where nothing is local
-    attributes.st_mtim = attributes.st_ctim = asTimespec(row.modified);
+    // Of what is not local some: tar(1) takes a file without any for one hole.
+    attributes.st_blocks = row.contents ? (attributes.st_size + 511) / 512 : attributes.st_size > 0;
+    attributes.st_mtim = asTimespec(row.modified);
+    attributes.st_ctim = asTimespec(std::max(row.modified, row.changed));
     attributes.st_atim = asTimespec(row.used);
     return attributes;
 }

@@ -12,16 +12,28 @@ constexpr std::size_t kAtOnce = 8;
 
 void BringTree::start(Inode top) {
     state_.with([&](State& state) { state.waiting.push_back(top); });
+    listener_.whenGone([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->stop();
+    });
     goOn();
+}
+
+void BringTree::stop() {
+    const auto fetches = state_.with([](State& state) {
+        state.stopped = true;
+        state.waiting.clear();
+        return state.fetches;
+    });
+    for (const auto& [file, token] : fetches)
+        if (token != 0 && downloads_.unwant(file, token)) fetched(file, userCancelled());
 }
 
 void BringTree::goOn() {
     for (;;) {
-        const bool goesOn = listener_.goesOn();
         bool isOver = false;
         std::optional<NSError> error;
         const auto next = state_.with([&](State& state) -> std::optional<Inode> {
-            if (!goesOn) state.waiting.clear();
+            if (state.stopped) state.waiting.clear();
             if (!state.waiting.empty() && state.running < kAtOnce) {
                 const Inode inode = state.waiting.back();
                 state.waiting.pop_back();
@@ -29,7 +41,7 @@ void BringTree::goOn() {
                 return inode;
             }
             isOver = state.running == 0 && state.waiting.empty() && !std::exchange(state.ended, true);
-            error = goesOn ? state.error : userCancelled();
+            error = state.stopped ? userCancelled() : state.error;
             return std::nullopt;
         });
         if (isOver) {
@@ -74,10 +86,21 @@ void BringTree::list(Inode folder) {
 }
 
 void BringTree::fetch(Inode file) {
-    downloads_.want(file, [self = shared_from_this()](const auto& error) {
-        self->finished(error, 1);
-        self->goOn();
+    state_.with([&](State& state) { state.fetches[file] = 0; });
+    const auto token =
+        downloads_.want(file, [self = shared_from_this(), file](const auto& error) { self->fetched(file, error); });
+    const bool isStopped = state_.with([&](State& state) {
+        const auto entry = state.fetches.find(file);
+        if (entry != state.fetches.end()) entry->second = token;
+        return state.stopped;
     });
+    if (isStopped) stop();
+}
+
+void BringTree::fetched(Inode file, const std::optional<NSError>& error) {
+    state_.with([&](State& state) { state.fetches.erase(file); });
+    finished(error, 1);
+    goOn();
 }
 
 void BringTree::finished(const std::optional<NSError>& error, std::int64_t files) {

@@ -14,18 +14,21 @@ public:
     struct Listener {
         std::function<void(std::int64_t done, std::int64_t known)> progress; // in files
         std::function<void(const std::optional<NSError>& error)> end;        // once; the first error, if there was one
-        std::function<bool()> goesOn;
+        std::function<void(std::function<void()> stop)> whenGone;            // calls it when nobody listens any more
     };
     BringTree(replica::Replica& replica, Folders& folders, Downloads& downloads, Listener listener)
         : replica_(replica), folders_(folders), downloads_(downloads), listener_(std::move(listener)) {}
     void start(replica::Inode top);
+    /// What is fetched for it only is cancelled.
+    void stop();
 
 private:
     struct State {
         std::vector<replica::Inode> waiting;
         std::int64_t done = 0, known = 0;
         std::size_t running = 0;
-        bool ended = false;
+        bool ended = false, stopped = false;
+        std::unordered_map<replica::Inode, Downloads::Token> fetches; // 0 while it is asked for
         std::optional<NSError> error;
     };
     void goOn();
@@ -33,6 +36,7 @@ private:
     void addEntries(replica::Inode folder);
     void list(replica::Inode folder);
     void fetch(replica::Inode file);
+    void fetched(replica::Inode file, const std::optional<NSError>& error);
     void finished(const std::optional<NSError>& error, std::int64_t files);
 
     replica::Replica& replica_;

@@ -9,6 +9,10 @@
 
 namespace brindlemar {
 
+namespace {
+constexpr int kTries = 10;
+}
+
 Downloads::Token Downloads::want(replica::Inode inode, Handler handler) {
     bool isFirst = false;
     const Token token = state_.with([&](State& state) {
@@ -21,7 +25,7 @@ Downloads::Token Downloads::want(replica::Inode inode, Handler handler) {
     return token;
 }
 
-void Downloads::unwant(replica::Inode inode, Token token) {
+bool Downloads::unwant(replica::Inode inode, Token token) {
     Handler dropped;
     const auto cancelled = state_.with([&](State& state) -> std::shared_ptr<NSProgress> {
         const auto entry = state.downloads.find(inode);
@@ -36,6 +40,7 @@ void Downloads::unwant(replica::Inode inode, Token token) {
         return waiting.empty() ? entry->second.progress : nullptr;
     });
     if (cancelled) cancelled->cancel();
+    return dropped != nullptr;
 }
 
 void Downloads::start(replica::Inode inode, bool mayIdentify) {
@@ -84,26 +89,32 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
         return ended(inode, cannotSynchronize());
     }
     const auto version = item ? std::optional(replica::hostVersion(*item)) : std::nullopt;
+    bool isLess = false;
     try {
         const std::string name = places_.contents.adopt(std::get<FileURL>(taken).path);
         const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
+        // Hosts tell the low 32 bits of a size. A reader that waits has to hear of more before its answer; of less it
+        // hears by the answer, unless it was told.
+        const auto before = places_.common.replica.row(inode);
+        isLess = before && size < before->size;
         if (!places_.common.replica.setContents(inode, identifier, name, size, version)) {
             const auto file = places_.open.find(inode);
             const auto row = places_.common.replica.row(inode);
             const bool isRemoved = !row || row->pending.deletion; // but still to be read by who has it open
             if (file && isRemoved && !file->local()) file->setLocal(places_.contents.open(name));
             places_.contents.remove(name);
+            if (!isRemoved && !row->contents && triesAgain(inode, identifier)) return;
         }
     } catch (const std::exception& error) {
         return ended(inode, toldError("arrived(_:)", error));
     }
-    places_.common.notices.attributesChanged(inode); // hosts tell the low 32 bits of a size
+    if (!isLess) places_.common.notices.attributesChanged(inode);
     ended(inode, std::nullopt);
+    if (isLess) places_.common.notices.attributesChanged(inode);
 }
 
 /// A rename around the item may have been carried out before the answer that says so.
 bool Downloads::triesAgain(replica::Inode inode, const std::string& identifier) {
-    constexpr int most = 10;
     constexpr auto pause = std::chrono::milliseconds(300);
     replica::Replica& replica = places_.common.replica;
     const auto row = replica.row(inode);
@@ -112,18 +123,29 @@ bool Downloads::triesAgain(replica::Inode inode, const std::string& identifier) 
     if (!isOther) return false;
     const bool may = state_.with([&](State& state) {
         const auto entry = state.downloads.find(inode);
-        return entry != state.downloads.end() && !entry->second.waiting.empty() && ++entry->second.tries <= most;
+        return entry != state.downloads.end() && !entry->second.waiting.empty() && ++entry->second.tries <= kTries;
     });
     if (may) places_.common.tasks.after(pause, [self = shared_from_this(), inode] { self->start(inode, true); });
     return may;
 }
 
-void Downloads::failed(replica::Inode inode, const std::string& identifier, NSError error) {
+void Downloads::failed(replica::Inode inode, const std::string& identifier, const NSError& error) {
     const std::string connection(resolveIdentifier(identifier).domain);
     if (!BxMessages::sharedInstance().isReachable(connection)) return ended(inode, serverUnreachable());
+    if (error != cannotSynchronize()) return missed(inode, identifier, error);
+    // Hosts have no words for what is not there any more.
+    places_.common.extension->item(
+        identifier, [self = shared_from_this(), inode, identifier, error](const auto&, const auto& failure) {
+            const bool isGone = failure && failure->code == FileProviderErrorCode::noSuchItem;
+            self->missed(inode, identifier, isGone ? *failure : error);
+        });
+}
+
+void Downloads::missed(replica::Inode inode, const std::string& identifier, NSError error) {
     bool isPutOff = false;
-    orLog("failed(_:)", [&] {
-        isPutOff = error == cannotSynchronize() && triesAgain(inode, identifier);
+    orLog("missed(_:)", [&] {
+        const bool isNotThere = error.code == FileProviderErrorCode::noSuchItem;
+        isPutOff = (isNotThere || error == cannotSynchronize()) && triesAgain(inode, identifier);
         if (isPutOff) return;
         const auto row = places_.common.replica.row(inode);
         if (row && error == cannotSynchronize() && !places_.contents.hasRoomFor(row->size)) // the host cannot tell
@@ -137,7 +159,14 @@ void Downloads::failed(replica::Inode inode, const std::string& identifier, NSEr
 }
 
 void Downloads::ended(replica::Inode inode, const std::optional<NSError>& error) {
-    const auto download = state_.with([&](State& state) { return state.downloads.extract(inode); });
+    bool isWantedAgain = false; // since it was cancelled
+    const auto download = state_.with([&](State& state) {
+        const auto entry = state.downloads.find(inode);
+        isWantedAgain = error && *error == userCancelled() && entry != state.downloads.end() &&
+                        !entry->second.waiting.empty() && ++entry->second.tries <= kTries;
+        return isWantedAgain ? decltype(state.downloads)::node_type() : state.downloads.extract(inode);
+    });
+    if (isWantedAgain) places_.common.tasks.async([self = shared_from_this(), inode] { self->start(inode, true); });
     if (download)
         for (const auto& [token, handler] : download.mapped().waiting)
             orLog("ended(_:)", [&, &handler = handler] { handler(error); });

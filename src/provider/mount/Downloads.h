@@ -28,8 +28,9 @@ public:
     using Handler = std::function<void(const std::optional<NSError>& error)>;
     using Token = std::uint64_t;
     Token want(replica::Inode inode, Handler handler);
-    /// Nobody waits any more: a fetch that is for nobody else is cancelled, which the host may not heed.
-    void unwant(replica::Inode inode, Token token);
+    /// Nobody waits any more: a fetch that is for nobody else is cancelled, which the host may not heed. False when the
+    /// handler is or was called.
+    bool unwant(replica::Inode inode, Token token);
 
     std::vector<Transfer> transfers() const;
     std::optional<Transfer> transfer(replica::Inode inode) const;
@@ -49,7 +50,8 @@ private:
     void arrived(replica::Inode inode, const std::string& identifier, const FileURL& file,
                  const NSFileProviderItem* item);
     bool triesAgain(replica::Inode inode, const std::string& identifier);
-    void failed(replica::Inode inode, const std::string& identifier, NSError error);
+    void failed(replica::Inode inode, const std::string& identifier, const NSError& error);
+    void missed(replica::Inode inode, const std::string& identifier, NSError error);
     void ended(replica::Inode inode, const std::optional<NSError>& error);
 
     const Places places_;

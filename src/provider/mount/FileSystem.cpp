@@ -40,7 +40,10 @@ struct stat FileSystem::attributes(const Row& row) const {
     if (local && ::fstat(local->fd(), &now) == 0) {
         all.st_size = now.st_size;
         all.st_blocks = now.st_blocks;
-        if (file->unsaved) all.st_mtim = all.st_ctim = now.st_mtim;
+        if (file->unsaved) {
+            all.st_mtim = now.st_mtim;
+            all.st_ctim = now.st_ctim;
+        }
     }
     return all;
 }
@@ -111,7 +114,12 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
         if (size == 0) {
             replaceContents(*file);
         } else if (const auto local = changeableContents(file)) {
-            setSize(*file, *local, size);
+            try {
+                setSize(*file, *local, size);
+            } catch (const ErrorNumber&) {
+                if (file->writers == 0) makeSafe(*file);
+                throw;
+            }
         } else {
             struct stat rest = wanted;
             return whenLocal(request, file, [=, this](const auto& parked) {
@@ -144,7 +152,7 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
                        FUSE_SET_ATTR_MTIME_NOW;
     if (which & others) {
         const ItemFields fields = isDated ? ItemField::contentModificationDate : 0;
-        if (auto changed = places_.common.replica.change(inode, edit, fields, replica::Safe::fromCrash))
+        if (auto changed = places_.common.replica.change(inode, edit, fields, now, replica::Safe::fromCrash))
             item = *std::move(changed);
         else
             edit(item);
@@ -179,11 +187,10 @@ void FileSystem::getExtended(fuse_req_t request, Inode inode, const std::string&
     answerText(request, size, *value);
 }
 
-void FileSystem::listExtended(fuse_req_t request, Inode inode, std::size_t size) {
-    const Row item = row(inode);
-    std::optional<Transfer> transfer;
-    DomainManager::State domain;
-    answerText(request, size, itemAttributeNames(source(item, transfer, domain)));
+/// They are asked for by name: programs that copy what is listed would carry them to where they are not true.
+void FileSystem::listExtended(fuse_req_t request, Inode inode, std::size_t size) const {
+    row(inode);
+    answerText(request, size, "");
 }
 
 void FileSystem::whenListed(fuse_req_t request, Inode folder, Then then) {

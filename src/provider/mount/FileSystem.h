@@ -34,7 +34,7 @@ public:
     void setAttributes(fuse_req_t request, replica::Inode inode, const struct stat& wanted, int which);
     void statistics(fuse_req_t request) const;
     void getExtended(fuse_req_t request, replica::Inode inode, const std::string& name, std::size_t size);
-    void listExtended(fuse_req_t request, replica::Inode inode, std::size_t size);
+    void listExtended(fuse_req_t request, replica::Inode inode, std::size_t size) const;
 
     // Folders.
     void openFolder(fuse_req_t request, replica::Inode inode, fuse_file_info& info);

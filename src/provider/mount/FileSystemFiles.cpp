@@ -157,7 +157,10 @@ std::shared_ptr<LocalFile> FileSystem::changeableContents(const OpenFilePointer&
     if (!local || file->marked) return local;
     bool isOutOfDate = false; // since a moment
     mark(*file, [&](const Row& item) { return !(isOutOfDate = !file->unsaved && item.contents != local->name); });
-    if (!isOutOfDate) return local;
+    if (!isOutOfDate) {
+        file->setChanged(); // also when the change fails: the next save takes the mark back
+        return local;
+    }
     file->setLocal(nullptr);
     return nullptr;
 }
@@ -166,7 +169,8 @@ std::shared_ptr<LocalFile> FileSystem::changeableContents(const OpenFilePointer&
 void FileSystem::mark(OpenFile& file, const std::function<bool(const Row&)>& fits) const {
     bool isMarked = true;
     const auto look = [&](const Row& item) { return isMarked = fits(item); };
-    places_.common.replica.change(file.inode(), look, ItemField::contents, replica::Safe::fromCrash);
+    places_.common.replica.change(file.inode(), look, ItemField::contents, places_.common.clock.now(),
+                                  replica::Safe::fromCrash);
     file.marked = isMarked;
 }
 
@@ -213,7 +217,7 @@ void FileSystem::makeSafe(OpenFile& file) const {
             return true;
         };
         places_.common.replica.change(file.inode(), edit, ItemField::contents | ItemField::contentModificationDate,
-                                      replica::Safe::fromPowerLoss, bytes);
+                                      places_.common.clock.now(), replica::Safe::fromPowerLoss, bytes);
         if (!file.changed) file.unsaved = false;
     } catch (...) {
         file.changed = true; // not safe yet; the next save tries again

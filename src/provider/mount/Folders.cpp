@@ -222,6 +222,7 @@ void Folders::ended(replica::Inode folder, std::optional<NSError> error) {
     if (failure) error = failure;
     const auto listing = listings_.with([&](auto& listings) { return listings.extract(folder); });
     if (listing) answer(listing.mapped().waiting, false, error);
+    if (listed_) orLog("ended(_:)", listed_);
 }
 
 } // namespace brindlemar

@@ -49,6 +49,8 @@ public:
     void find(const std::string& path, const Found& found) { walk(replica::kRoot, path, false, found); }
     /// Lists what has to be listed before all that waits for the host can be told.
     void identifyAll();
+    /// Called after each listing: what waits here may have become other requests. To be set before the first.
+    void onListed(std::function<void()> handler) { listed_ = std::move(handler); }
     /// True when all that is in the folder is in the replica.
     static bool isKnown(const replica::Row& folder) { return folder.listed.has_value(); }
 
@@ -66,6 +68,7 @@ private:
     void ended(replica::Inode folder, std::optional<NSError> error);
 
     const Places places_;
+    std::function<void()> listed_;
     struct Listing {
         std::vector<Handler> waiting;
     };

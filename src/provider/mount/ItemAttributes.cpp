@@ -53,11 +53,4 @@ std::optional<std::string> itemAttribute(std::string_view name, const AttributeS
     return std::nullopt;
 }
 
-std::string itemAttributeNames(const AttributeSource& source) {
-    std::string names;
-    for (const auto& attribute : kAttributes)
-        if (attribute.value(source)) names.append(kPrefix).append(attribute.name).push_back('\0');
-    return names;
-}
-
 } // namespace brindlemar

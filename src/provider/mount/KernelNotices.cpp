@@ -1,6 +1,7 @@
 #include "provider/mount/KernelNotices.h"
 
 #include "linux/queues/QuietThread.h"
+#include "provider/mount/Failures.h"
 
 namespace brindlemar {
 
@@ -22,7 +23,7 @@ void KernelNotices::stop() {
     session_ = nullptr;
     waiting_.clear();
     wake_.notify_all();
-    told_.wait(lock, [this] { return !isTelling_; });
+    told_.wait(lock, [this] { return telling_ == 0; });
 }
 
 void KernelNotices::tell(replica::Effects effects) {
@@ -52,7 +53,7 @@ void KernelNotices::run() {
         const replica::Effects effects = std::move(waiting_.front());
         waiting_.pop_front();
         fuse::FuseSession* const session = session_;
-        isTelling_ = true;
+        ++telling_;
         lock.unlock();
         replica::Inode lastFolder = 0;
         for (const replica::Effect& effect : effects) {
@@ -60,7 +61,7 @@ void KernelNotices::run() {
             tellOne(*session, effect, lastFolder);
         }
         lock.lock();
-        isTelling_ = false;
+        --telling_;
         told_.notify_all();
     }
 }
@@ -72,9 +73,24 @@ void KernelNotices::tellOne(fuse::FuseSession& session, const replica::Effect& e
         if (std::exchange(lastFolder, effect.parent) != effect.parent) session.invalidateContents(parent);
     }
     if (effect.contents)
-        session.invalidateContents(inode);
+        invalidateContents(session, effect.inode);
     else if (!effect.entry)
         session.invalidateAttributes(inode);
+}
+
+void KernelNotices::invalidateContents(fuse::FuseSession& session, replica::Inode inode) {
+    const auto forget = [&session, inode] { session.invalidateContents(static_cast<fuse_ino_t>(inode)); };
+    if (!open_.find(inode)) return forget();
+    std::lock_guard lock(mutex_);
+    if (stopping_) return;
+    ++telling_;
+    const auto run = [this, forget] {
+        forget();
+        std::lock_guard done(mutex_);
+        --telling_;
+        told_.notify_all();
+    };
+    if (!orLog("invalidateContents(_:)", [&] { startQuietThread(run).detach(); })) --telling_;
 }
 
 } // namespace brindlemar

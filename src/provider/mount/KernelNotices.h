@@ -14,7 +14,8 @@
 namespace brindlemar {
 
 /// Files that are open let go of contents that are out of date. The kernel is told from a thread of its own, which
-/// holds no lock meanwhile: a notice may wait for a request that is being answered. Thread-safe.
+/// holds no lock meanwhile: a notice may wait for a request that is being answered. That of an open file's contents,
+/// whose reader may wait for the host, has one for itself. Thread-safe.
 class KernelNotices {
 public:
     /// The files outlive the notices.
@@ -32,6 +33,7 @@ public:
 private:
     void run();
     void tellOne(fuse::FuseSession& session, const replica::Effect& effect, replica::Inode& lastFolder);
+    void invalidateContents(fuse::FuseSession& session, replica::Inode inode);
 
     OpenFiles& open_;
     std::mutex mutex_;
@@ -39,7 +41,7 @@ private:
     std::deque<replica::Effects> waiting_;
     fuse::FuseSession* session_ = nullptr;
     std::atomic<bool> stopping_{false};
-    bool isTelling_ = false;
+    unsigned telling_ = 0; // threads
     std::condition_variable told_;
     std::thread thread_;
 };

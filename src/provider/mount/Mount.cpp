@@ -42,8 +42,11 @@ Mount::Mount(const std::string& state, std::string path, const Places& places)
       folders_(std::make_shared<Folders>(common())),
       downloads_(std::make_shared<Downloads>(Downloads::Places{common(), folders_, places.fetched, contents_, open_})),
       uploads_(std::make_shared<Uploads>(Uploads::Places{common(), folders_, contents_, open_})),
-      rescue_(std::make_shared<Rescue>(Rescue::Places{replica_, contents_, folders_})),
+      rescue_(std::make_shared<Rescue>(Rescue::Places{replica_, contents_, notices_, folders_})),
       files_({common(), *folders_, *downloads_, *uploads_, contents_, open_}) {
+    folders_->onListed([uploads = std::weak_ptr(uploads_)] {
+        if (const auto alive = uploads.lock()) alive->look();
+    });
     for (const std::string& text : said_) LogScope(Logger::shared(), "Mount").error(text);
     recover();
 }
@@ -88,7 +91,7 @@ void Mount::recover() {
             changed.size = size;
             return true;
         };
-        replica_.change(inode, resize, ItemField::contents, replica::Safe::fromCrash);
+        replica_.change(inode, resize, ItemField::contents, places_.clock.now(), replica::Safe::fromCrash);
     });
     for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
     const bool rescues = isRescuing();
@@ -149,6 +152,7 @@ void Mount::hide() {
     if (!session) return;
     ParkedRequest::failAll(ENOTCONN); // and those to come
     notices_.stop();                  // it may wait for requests, which are still answered
+    session->writeBack();
     session->stop();
     session.reset(); // nobody can write any more
     open_.each([this](OpenFile& file) {
@@ -211,6 +215,7 @@ Mount::Status Mount::status() {
         return current.session && current.session->isOver() ? "unmounted by somebody else" : current.error;
     });
     status.waiting = waiting();
+    for (const Inode inode : open_.unsaved()) status.unsaved.push_back(replica_.path(inode).value_or(""));
     const auto add = [&](const std::vector<Transfer>& transfers, bool fetch) {
         for (const Transfer& transfer : transfers)
             status.transfers.push_back(

@@ -41,12 +41,15 @@ public:
 
     // What people ask.
     struct Waiting {
-        std::int64_t length = 0, failed = 0; // of it
+        std::int64_t length = 0, failed = 0, unsaved = 0; // of it
     };
-    Waiting waiting() { return {replica_.waiting(), replica_.failureCount()}; }
+    Waiting waiting() {
+        return {replica_.waiting(), replica_.failureCount(), static_cast<std::int64_t>(open_.unsaved().size())};
+    }
     struct Status {
         std::string path, error; // empty when it is mounted
         Waiting waiting;
+        std::vector<std::string> unsaved; // what programs write to: it is told once that is safe
         struct Transfer {
             bool fetch = false;
             std::string path;

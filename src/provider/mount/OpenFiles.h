@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 namespace brindlemar {
 
@@ -48,10 +49,13 @@ public:
     /// None when nobody has it open.
     std::shared_ptr<OpenFile> find(replica::Inode inode) const;
     void each(const std::function<void(OpenFile&)>& body) const;
-    bool isWritten(replica::Inode inode) const {
+    /// What was written to it is not safe yet, and not to be told.
+    bool isUnsaved(replica::Inode inode) const {
         const auto file = find(inode);
-        return file && file->writers > 0;
+        return file && file->writers > 0 && file->unsaved;
     }
+    /// All of those.
+    std::vector<replica::Inode> unsaved() const;
 
 private:
     using Files = std::unordered_map<replica::Inode, std::weak_ptr<OpenFile>>;

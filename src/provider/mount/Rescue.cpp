@@ -46,7 +46,9 @@ void Rescue::seek(const Lost& lost, Inode folder, std::size_t from) {
     if (child && child->folder) return seek(lost, child->inode, end + 1);
     const std::string free = replica::freeName(
         name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
-    seek(lost, places_.replica.create(folder, free, std::nullopt, std::nullopt, row->modified).inode, end + 1);
+    const Row made = places_.replica.create(folder, free, std::nullopt, std::nullopt, row->modified);
+    places_.notices.tell({{.parent = folder, .name = free, .inode = made.inode, .entry = true}});
+    seek(lost, made.inode, end + 1);
 }
 
 void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
@@ -69,8 +71,9 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
         changed.modified = date;
         return true;
     };
-    places_.replica.change(row->inode, edit, ItemField::contents | ItemField::contentModificationDate,
+    places_.replica.change(row->inode, edit, ItemField::contents | ItemField::contentModificationDate, date,
                            replica::Safe::fromPowerLoss);
+    places_.notices.tell({{.parent = folder, .name = row->name, .inode = row->inode, .entry = true, .contents = true}});
     --missing_;
     LogScope(Logger::shared(), "settle(_:)").warning("found the unsent contents of ", lost.note.path, " again");
     if (lost.rescued) lost.rescued(row->inode);

@@ -17,6 +17,7 @@ public:
     struct Places {
         replica::Replica& replica;
         Contents& contents;
+        KernelNotices& notices;
         std::shared_ptr<Folders> folders;
     };
     explicit Rescue(const Places& places) : places_(places) {}

@@ -36,6 +36,10 @@ ItemDraft draftOf(const Job& job) {
     return draft;
 }
 
+bool hasContents(const Job& job) {
+    return !job.item.folder && (job.item.pending.creation || job.item.pending.fields & ItemField::contents);
+}
+
 std::string connectionOf(const Job& job) {
     const auto& identifier = job.item.identifier ? job.item.identifier : job.parent.identifier;
     return std::string(resolveIdentifier(identifier.value_or("")).domain);
@@ -107,13 +111,14 @@ bool Uploads::takeOne() {
     });
     if (isFull || now < notBefore || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
-    const auto isHeld = [&](replica::Inode inode) {
+    const auto isHeld = [&](const Job& job) {
+        const replica::Inode inode = job.item.inode;
         const bool isRecent = state_.with([&](const State& state) {
             const auto entry = state.touched.find(inode);
             return entry != state.touched.end() && now - entry->second < kSettling;
         });
         isUnsettled = isUnsettled || isRecent;
-        return isRecent || places_.open.isWritten(inode);
+        return isRecent || (hasContents(job) && places_.open.isUnsaved(inode));
     };
     const auto job = places_.common.replica.next(isHeld);
     if (!job) {
@@ -132,7 +137,7 @@ void Uploads::run(const Job& job) {
     const Timestamp notBefore = state_.with([](const State& state) { return state.notBefore; });
     const Pending& pending = job.item.pending;
     const replica::Inode folder = pending.deletion && job.item.folder ? job.item.inode : job.parent.inode;
-    const bool mayHarm = pending.creation || pending.deletion;
+    const bool mayHarm = pending.creation || pending.deletion || pending.fields & replica::kPlaceFields;
     if (!mayHarm || places_.folders->isFresh(folder, notBefore)) return send(job, std::nullopt);
     state_.with([](State& state) { ++state.refreshing; });
     orLog("run(_:)", [&] { putBack(job, std::nullopt); }); // to meet what a listing brings
@@ -179,17 +184,15 @@ void Uploads::send(const Job& job, const std::optional<replica::HostVersion>& se
 
 void Uploads::call(const Job& job, const std::optional<replica::HostVersion>& seen) {
     const auto isWanted = [&] {
-        if (stopping_ || places_.open.isWritten(job.item.inode)) return false;
+        if (stopping_ || (hasContents(job) && places_.open.isUnsaved(job.item.inode))) return false;
         const auto now = places_.common.replica.row(job.item.inode);
         return now && now->generation == job.item.generation;
     };
     const CopiesForCall copies(isWanted, connectionOf(job));
     NSFileProviderReplicatedExtension& extension = *places_.common.extension;
     const auto draft = std::make_shared<ItemDraft>(draftOf(job));
-    const bool sendsContents =
-        !job.item.folder && (job.item.pending.creation || job.item.pending.fields & ItemField::contents);
     std::optional<FileURL> contents;
-    if (sendsContents && job.item.contents) {
+    if (hasContents(job) && job.item.contents) {
         contents = FileURL{places_.contents.pathOf(*job.item.contents)};
         if (resize(job)) return ended(job, nullptr, userCancelled()); // and again with that
     }
@@ -223,7 +226,9 @@ bool Uploads::resize(const Job& job) {
         return !isSame;
     };
     const auto fields = replica::kContentsFields;
-    return places_.common.replica.change(job.item.inode, edit, fields, replica::Safe::fromCrash).has_value();
+    return places_.common.replica
+        .change(job.item.inode, edit, fields, places_.common.clock.now(), replica::Safe::fromCrash)
+        .has_value();
 }
 
 void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,

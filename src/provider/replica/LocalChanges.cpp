@@ -24,7 +24,7 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     row.name = name;
     row.folder = !contents;
     row.contents = std::move(contents);
-    row.modified = row.used = now;
+    row.modified = row.used = row.changed = now;
     row.mode = mode;
     row.capabilities = Capability::reading | Capability::writing | Capability::renaming | Capability::reparenting |
                        Capability::deleting;
@@ -40,23 +40,23 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     return row;
 }
 
-std::optional<Row> Replica::change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Safe safe,
-                                   std::optional<std::string_view> bytes) {
-    std::optional<Row> now;
+std::optional<Row> Replica::change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Timestamp now,
+                                   Safe safe, std::optional<std::string_view> bytes) {
+    std::optional<Row> row;
     const auto apply = [&] {
-        now = changes_->get(inode);
-        if (now && (now->pending.deletion || !edit(*now))) now.reset();
-        if (!now) return;
+        row = changes_->get(inode);
+        if (row && (row->pending.deletion || !edit(*row))) row.reset();
+        if (!row) return;
         // What is put into a folder changes its date: that is told by itself, at the end.
-        if (now->folder && now->pending.creation) now->pending.fields |= fields & ItemField::contentModificationDate;
-        note(*now, LocalChange::modification, now->parent == kRoot ? 0 : fields);
+        if (row->folder && row->pending.creation) row->pending.fields |= fields & ItemField::contentModificationDate;
+        note(*row, LocalChange::modification, row->parent == kRoot ? 0 : fields, now);
         if (bytes)
             changes_->keep.run(inode, sqlite::Blob{*bytes});
         else if (fields & ItemField::contents && safe == Safe::fromPowerLoss)
             changes_->unkeep.run(inode); // older ones
     };
     write(apply, safe);
-    return now;
+    return row;
 }
 
 void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp now) {
@@ -76,13 +76,13 @@ void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp n
         if (isKnown && !victim->folder && !row->folder && row->contents) {
             // One modification of the old item, whatever the new contents were called while they were written.
             if (!row->pending.creation || sent(inode)) bury(*row);
-            return pass(*victim, *row, parent, name);
+            return pass(*victim, *row, parent, name, now);
         }
         if (victim) {
             Row gone = *victim;
-            note(gone, LocalChange::deletion, 0);
+            note(gone, LocalChange::deletion, 0, now);
         }
-        relocate(*row, parent, name);
+        relocate(*row, parent, name, now);
     });
 }
 
@@ -99,8 +99,8 @@ void Replica::exchange(Inode one, Inode other, Timestamp now) {
         away.name.clear();
         changes_->put(away);
         const Row place = *second;
-        relocate(*second, first->parent, first->name);
-        relocate(*first, place.parent, place.name);
+        relocate(*second, first->parent, first->name, now);
+        relocate(*first, place.parent, place.name, now);
     });
 }
 
@@ -115,10 +115,10 @@ void Replica::remove(Inode inode, Timestamp now) {
             if (heir && heir->pending.creation && heir->contents && !sent(heir->inode)) {
                 const Inode parent = heir->parent;
                 const std::string name = heir->name;
-                return pass(*row, *heir, parent, name);
+                return pass(*row, *heir, parent, name, now);
             }
         }
-        note(*row, LocalChange::deletion, 0);
+        note(*row, LocalChange::deletion, 0, now);
     });
 }
 
@@ -135,7 +135,7 @@ void Replica::requireEmpty(Inode folder) {
 }
 
 /// Writes the row after one more change.
-void Replica::note(Row& row, LocalChange change, ItemFields fields) {
+void Replica::note(Row& row, LocalChange change, ItemFields fields, Timestamp now) {
     Sent* const way = sent(row.inode);
     const bool isRemoved = change == LocalChange::deletion;
     const auto pending = afterLocalChange(row.pending, change, fields, way != nullptr);
@@ -151,11 +151,12 @@ void Replica::note(Row& row, LocalChange change, ItemFields fields) {
     }
     row.error.reset(); // a new change is a new try
     ++row.generation;
+    row.changed = now;
     changes_->put(row);
 }
 
 /// Gives the row another place. Nothing waits any more when it is the one that the host has it in.
-void Replica::relocate(Row& row, Inode parent, std::string_view name) {
+void Replica::relocate(Row& row, Inode parent, std::string_view name, Timestamp now) {
     ItemFields fields = placeChanges(row.parent, row.name, parent, name);
     if (row.hostParent != 0 && !row.pending.creation && !sent(row.inode)) {
         row.pending.fields &= ~kPlaceFields;
@@ -163,13 +164,13 @@ void Replica::relocate(Row& row, Inode parent, std::string_view name) {
     }
     row.parent = parent;
     row.name = name;
-    note(row, LocalChange::modification, fields);
+    note(row, LocalChange::modification, fields, now);
 }
 
 void Replica::stamp(Inode folder, Timestamp now) { changes_->stamp.run(folder, now.time_since_epoch().count()); }
 
 /// What the host knows as `from`, which goes, has the contents of `to` from now on.
-void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name) {
+void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name, Timestamp now) {
     changes_->erase.run(from.inode);
     if (Sent* const way = sent(from.inode)) way->owner = to.inode;
     to.identifier = from.identifier;
@@ -182,7 +183,7 @@ void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name
     to.pending = {.creation = from.pending.creation};
     const bool hasPlace = to.hostParent != 0;
     note(to, LocalChange::modification,
-         kContentsFields | (hasPlace ? placeChanges(to.hostParent, to.hostName, parent, name) : 0));
+         kContentsFields | (hasPlace ? placeChanges(to.hostParent, to.hostName, parent, name) : 0), now);
 }
 
 /// The host is to remove what it knows by this row's identifier, which the row loses.

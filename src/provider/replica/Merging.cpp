@@ -70,6 +70,7 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
         return;
     case MergeAction::drop:
         row.contents.reset();
+        row.changed = began;
         break;
     case MergeAction::refresh:
         break;

@@ -27,18 +27,19 @@ Replica::Sent* Replica::sent(Inode owner) {
     return found == underWay_.end() ? nullptr : &found->second;
 }
 
-std::optional<Job> Replica::next(const std::function<bool(Inode)>& isHeld) {
+std::optional<Job> Replica::next(const std::function<bool(const Job&)>& isHeld) {
     std::optional<Job> found;
     std::vector<Inode> jammed;
     const auto consider = [&](const sqlite::Statement& at) {
         const Inode inode = at.integer(0);
-        if (underWay_.contains(inode) || sent(inode) || isHeld(inode)) return true;
+        if (underWay_.contains(inode) || sent(inode)) return true;
+        auto candidate = job(inode);
+        if (!candidate || isHeld(*candidate)) return true;
         if (at.integer(2) != 0) {
             jammed.push_back(inode);
             return true;
         }
-        auto candidate = job(inode);
-        if (!candidate || isInTheWay(*candidate)) return true;
+        if (isInTheWay(*candidate)) return true;
         lap_ = at.integer(1);
         found = std::move(candidate);
         return false;

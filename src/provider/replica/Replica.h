@@ -92,8 +92,8 @@ public:
     /// gives false; `fields` tells what of it concerns the host. `bytes`: the whole contents, which the database keeps
     /// until the host has them; without them contents that are to be safe from power loss are so already. The row
     /// afterwards; none, and nothing happens, when edit() gave false or the item was removed meanwhile.
-    std::optional<Row> change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Safe safe,
-                              std::optional<std::string_view> bytes = std::nullopt);
+    std::optional<Row> change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Timestamp now,
+                              Safe safe, std::optional<std::string_view> bytes = std::nullopt);
     /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
     /// identity with the host passes to the item: the host hears of new contents only.
     void move(Inode inode, Inode parent, std::string_view name, Timestamp now);
@@ -108,7 +108,7 @@ public:
     /// The first item that can be told now, which counts as under way until it has succeeded or failed: its folder is
     /// known to the host, no other item that waits has its place on the host, it has not failed, and `isHeld` is false
     /// for it. A change of place is told before a change of contents, each by itself.
-    std::optional<Job> next(const std::function<bool(Inode)>& isHeld);
+    std::optional<Job> next(const std::function<bool(const Job&)>& isHeld);
     std::int64_t waiting();
     /// The job goes to the host now, which had `seen`, if somebody has looked.
     void sending(const Job& job, const std::optional<HostVersion>& seen);
@@ -164,13 +164,13 @@ private:
     void write(const std::function<void()>& body, Safe safe = Safe::fromCrash);
     void free(const std::function<void()>& body, Safe safe = Safe::fromCrash);   // what makes room, also on a full disk
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
-    void note(Row& row, LocalChange change, ItemFields fields);
-    void relocate(Row& row, Inode parent, std::string_view name);
+    void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
+    void relocate(Row& row, Inode parent, std::string_view name, Timestamp now);
     void stamp(Inode folder, Timestamp now);
     void requireFolder(Inode folder, Inode toBePutThere);
     void requireEmpty(Inode folder);
     void estrange(Inode folder, Timestamp now); // it has another identifier
-    void pass(const Row& from, Row& to, Inode parent, std::string_view name);
+    void pass(const Row& from, Row& to, Inode parent, std::string_view name, Timestamp now);
     void bury(const Row& row);
     Effects forgetAll(std::size_t count, Timestamp now,
                       const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);

@@ -62,6 +62,9 @@ INSERT INTO remembered VALUES('rescuing', 'yes');
                                        R"(
 CREATE INDEX nameless ON items(hostParent) WHERE identifier IS NULL AND creation = 0 AND hostParent>0;
 CREATE INDEX waiting ON items(parent) WHERE place IS NOT NULL AND errorDomain IS NULL;
+)",
+                                       R"(
+ALTER TABLE items ADD COLUMN changed INTEGER NOT NULL DEFAULT 0;
 )"};
 static_assert(std::size(kMigrations) == kSchemaVersion);
 

@@ -19,6 +19,7 @@ struct Row {
     bool folder = false;
     std::uint64_t size = 0; // bytes
     Timestamp modified{}, used{};
+    Timestamp changed{};            // here last, in whatever way
     std::optional<unsigned> mode{}; // permission bits that somebody asked for
     unsigned capabilities = 0, flags = 0;
     std::string storageClass, decoration;

@@ -8,7 +8,7 @@ namespace brindlemar::replica {
 
 namespace {
 constexpr const char* kColumns =
-    "inode,parent,identifier,name,folder,size,modified,used,mode,capabilities,flags,storageClass,decoration,"
+    "inode,parent,identifier,name,folder,size,modified,used,changed,mode,capabilities,flags,storageClass,decoration,"
     "hostModified,hostSize,sentModified,sentSize,hostParent,hostName,contents,listed,creation,deletion,fields,"
     "generation,errorDomain,errorCode,errorText";
 
@@ -72,8 +72,9 @@ Replica::Statements::Statements(sqlite::Database& database)
       byIdentifier(database.prepare(selected("WHERE identifier=?"))),
       around(database.prepare("SELECT parent, hostParent FROM items WHERE inode=?")),
       byName(database.prepare(selected("WHERE parent=? AND name=? AND deletion=0"))),
-      entries(database.prepare("SELECT inode,identifier,name,folder,size,modified,used,mode,capabilities,contents FROM "
-                               "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
+      entries(database.prepare(
+          "SELECT inode,identifier,name,folder,size,modified,used,changed,mode,capabilities,contents FROM "
+          "items WHERE parent=? AND inode>? AND deletion=0 ORDER BY inode LIMIT ?")),
       below(database.prepare(selected("INDEXED BY children WHERE parent=?1 AND inode>?2 AND hostParent IN (0, ?1) "
                                       "ORDER BY inode LIMIT 1"))),
       anyBelow(database.prepare(
@@ -143,6 +144,7 @@ Row Replica::Statements::read(const sqlite::Statement& at) {
     row.size = static_cast<std::uint64_t>(integer());
     row.modified = timestamp(integer());
     row.used = timestamp(integer());
+    row.changed = timestamp(integer());
     if (const auto mode = optionalInteger()) row.mode = static_cast<unsigned>(*mode);
     row.capabilities = static_cast<unsigned>(integer());
     row.flags = static_cast<unsigned>(integer());
@@ -175,9 +177,10 @@ Row Replica::Statements::readEntry(const sqlite::Statement& at) {
     row.size = static_cast<std::uint64_t>(at.integer(4));
     row.modified = timestamp(at.integer(5));
     row.used = timestamp(at.integer(6));
-    if (!at.isNull(7)) row.mode = static_cast<unsigned>(at.integer(7));
-    row.capabilities = static_cast<unsigned>(at.integer(8));
-    row.contents = at.optionalText(9);
+    row.changed = timestamp(at.integer(7));
+    if (!at.isNull(8)) row.mode = static_cast<unsigned>(at.integer(8));
+    row.capabilities = static_cast<unsigned>(at.integer(9));
+    row.contents = at.optionalText(10);
     return row;
 }
 
@@ -191,16 +194,17 @@ void Replica::Statements::put(Row& row) {
     const Text errorDomain = row.error ? Text(row.error->domain) : Text();
     const bool waits = row.pending.any();
     const auto write = [&](sqlite::Statement& statement, std::optional<std::int64_t> place) {
-        statement.run(
-            row.inode, row.parent, row.identifier, std::string_view(row.name), integer(row.folder), integer(row.size),
-            ticks(row.modified), ticks(row.used), given(row.mode, integer), integer(row.capabilities),
-            integer(row.flags), std::string_view(row.storageClass), std::string_view(row.decoration), row.host.modified,
-            integer(row.host.size), given(row.sent, [](const HostVersion& sent) { return sent.modified; }),
-            given(row.sent, [&](const HostVersion& sent) { return integer(sent.size); }), row.hostParent, hostName,
-            row.contents, given(row.listed, [](Timestamp time) { return ticks(time); }), integer(row.pending.creation),
-            integer(row.pending.deletion), integer(row.pending.fields), row.generation, errorDomain,
-            given(row.error, [&](const NSError& error) { return integer(error.code); }),
-            row.error ? Text(row.error->description) : Text(), place);
+        statement.run(row.inode, row.parent, row.identifier, std::string_view(row.name), integer(row.folder),
+                      integer(row.size), ticks(row.modified), ticks(row.used), ticks(row.changed),
+                      given(row.mode, integer), integer(row.capabilities), integer(row.flags),
+                      std::string_view(row.storageClass), std::string_view(row.decoration), row.host.modified,
+                      integer(row.host.size), given(row.sent, [](const HostVersion& sent) { return sent.modified; }),
+                      given(row.sent, [&](const HostVersion& sent) { return integer(sent.size); }), row.hostParent,
+                      hostName, row.contents, given(row.listed, [](Timestamp time) { return ticks(time); }),
+                      integer(row.pending.creation), integer(row.pending.deletion), integer(row.pending.fields),
+                      row.generation, errorDomain,
+                      given(row.error, [&](const NSError& error) { return integer(error.code); }),
+                      row.error ? Text(row.error->description) : Text(), place);
     };
     if (row.inode == 0)
         row.inode = ++lastInode;
