@@ -31,7 +31,7 @@ void unmountWhenSent(Call call, int looks) {
                                                   " of the changes cannot be sent to the host; nothing is unmounted. "
                                                   "See why with \"brindlemar status\".");
     if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
-    looks = queue.length <= queue.failed + queue.unsaved ? looks + 1 : 0;
+    looks = queue.length <= queue.failed + queue.written ? looks + 1 : 0;
     if (looks > kPatience)
         return call.fail(cannotSynchronize(), "Programs are writing to files, of which the host hears when they are "
                                               "closed; nothing is unmounted. See which with \"brindlemar status\".");

@@ -28,6 +28,8 @@ std::optional<NSError> ServiceFiles::copyItem(const FileURL& at, const FileURL& 
         if (call) ended = call->ended();
         return !ended;
     });
+    if (!error && call) ended = call->ended(); // as long as the last piece took
+    if (ended) LinuxFiles::removeItem(to);
     return ended ? ended : error;
 }
 

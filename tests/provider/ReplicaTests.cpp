@@ -295,6 +295,32 @@ TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
     }
 }
 
+TEST(ReplicaTests, WhatTheHostRefusesIsNotAskedForEver) {
+    World world;
+    world.list(world.top, {item("a", "a"), item("b", "b")}, true);
+    world.acts("move a t,folder a,move t a/a,write b");
+    int asked = 0;
+    for (; asked < 9; ++asked) {
+        const auto job = world.next();
+        if (!job) break;
+        world.replica->failed(*job, cannotSynchronize());
+    }
+    EXPECT_EQ(asked, 2) << "the contents of b, and a name between for the first a";
+    EXPECT_EQ(world.replica->retry(), 2);
+    EXPECT_EQ(world.drain(), "contents b W/b, place a W/a (2), create W/a, place a N1/a");
+}
+
+TEST(ReplicaTests, WhatIsPreferredGoesFirst) {
+    World world;
+    world.acts("create a,create b,create c");
+    const Inode first[] = {world.at("c")};
+    const auto job = world.replica->next([](const Job&) { return false; }, first);
+    ASSERT_TRUE(job);
+    EXPECT_EQ(World::what(*job), "create W/c");
+    world.answer(*job);
+    EXPECT_EQ(world.drain(), "create W/a, create W/b") << "and the others keep their turn";
+}
+
 TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {
     World world;
     const auto kept = [&] {

@@ -5,9 +5,7 @@
 #include "linux/queues/QuietThread.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -42,6 +40,11 @@ FuseSession::mount(const std::string& path, const fuse_lowlevel_ops& operations,
     return std::unique_ptr<FuseSession>(new FuseSession(session, path));
 }
 
+FuseSession::FuseSession(fuse_session* session, std::string path)
+    : session_(session), path_(std::move(path)), device_(mountedDevice(path_)) {}
+
+bool FuseSession::isMounted() const { return !isGone_ && device_ && mountedDevice(path_) == device_; }
+
 void FuseSession::start(unsigned threads) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
@@ -64,7 +67,8 @@ void FuseSession::serve() {
     while (!ending_) {
         const int size = fuse_session_receive_buf(session_, &buffer);
         if (size == -EINTR || size == -EAGAIN) continue;
-        if (size <= 0) { // unmounted
+        if (size <= 0) { // unmounted, or aborted
+            isGone_ = size == 0;
             isOver_ = true;
             break;
         }
@@ -89,13 +93,13 @@ FuseSession::~FuseSession() {
     stop();
     fuse_session_unmount(session_); // ends what programs still wait for, too
     fuse_session_destroy(session_);
-    if (isMounted(path_)) detachMount(path_); // libfuse leaves what was aborted
+    if (isMounted()) detachMount(path_); // libfuse leaves what was aborted
 }
 
 void FuseSession::writeBack() {
+    if (!isMounted()) return;
     const FileDescriptor top(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    struct statfs mounted {};
-    if (top && ::fstatfs(top.get(), &mounted) == 0 && mounted.f_type == FUSE_SUPER_MAGIC) ::syncfs(top.get());
+    if (top) ::syncfs(top.get());
 }
 
 void FuseSession::invalidateEntry(fuse_ino_t parent, const std::string& name) {

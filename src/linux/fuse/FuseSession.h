@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <variant>
@@ -39,12 +40,15 @@ public:
     void invalidateContents(fuse_ino_t inode); // of a file, or the entries of a directory
 
 private:
-    FuseSession(fuse_session* session, std::string path) : session_(session), path_(std::move(path)) {}
+    FuseSession(fuse_session* session, std::string path);
+    bool isMounted() const;
     void serve();
 
     fuse_session* const session_;
     const std::string path_;
+    const std::optional<std::string> device_;
     std::atomic<bool> ending_{false}, isOver_{false};
+    std::atomic<bool> isGone_{false}; // and its device number may be another's
     struct Worker {
         std::thread thread;
         std::shared_ptr<std::atomic<bool>> ended = std::make_shared<std::atomic<bool>>(false);

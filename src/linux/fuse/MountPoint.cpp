@@ -52,23 +52,24 @@ bool unmountByHelper(const std::string& path) {
 }
 } // namespace
 
-bool isMounted(const std::string& given) {
+std::optional<std::string> mountedDevice(const std::string& given) {
     const std::string path = resolved(given);
+    std::optional<std::string> found; // the last one hides the others
     std::ifstream mounts("/proc/self/mountinfo");
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);
-        std::string skipped, place, word;
-        fields >> skipped >> skipped >> skipped >> skipped >> place;
+        std::string skipped, device, place, word;
+        fields >> skipped >> skipped >> device >> skipped >> place;
         while (fields >> word && word != "-") continue;
         std::string type;
         fields >> type;
-        if (unescaped(place) == path && type == std::string("fuse.") + kFileSystemName) return true;
+        if (unescaped(place) == path && type == std::string("fuse.") + kFileSystemName) found = device;
     }
-    return false;
+    return found;
 }
 
 bool detachMount(const std::string& path) {
-    if (!isMounted(path)) return false;
+    if (!mountedDevice(path)) return false;
     return ::umount2(path.c_str(), MNT_DETACH) == 0 || unmountByHelper(path);
 }
 
@@ -77,7 +78,7 @@ std::optional<std::string> prepareMountPoint(const std::string& path) {
     constexpr int kMostLayers = 8; // each crash may have left one
     for (int layer = 0; layer < kMostLayers && ::statfs(path.c_str(), &seen) != 0 && errno == ENOTCONN; ++layer)
         if (!detachMount(path)) return path + " is a mount whose process has ended; it cannot be unmounted";
-    if (isMounted(path)) return path + " is mounted already, by another service";
+    if (mountedDevice(path)) return path + " is mounted already, by another service";
     std::error_code error;
     fs::create_directories(fs::path(path).parent_path(), error);
     if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return path + ": " + std::strerror(errno);

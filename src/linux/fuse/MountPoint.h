@@ -17,7 +17,8 @@ std::optional<std::string> prepareMountPoint(const std::string& path);
 /// fusermount3(1). False when nothing of ours was mounted there, or it cannot be done.
 bool detachMount(const std::string& path);
 
-/// True when the path is one where a file system of ours is mounted, alive or not.
-bool isMounted(const std::string& path);
+/// The device number, "0:52", of the file system of ours that is mounted at the path, alive or not; none when there is
+/// none. See proc(5).
+std::optional<std::string> mountedDevice(const std::string& path);
 
 } // namespace brindlemar::fuse

@@ -45,7 +45,7 @@ struct stat attributesOf(const replica::Row& row) {
     // Of what is not local some: tar(1) takes a file without any for one hole.
     attributes.st_blocks = row.contents ? (attributes.st_size + 511) / 512 : attributes.st_size > 0;
     attributes.st_mtim = asTimespec(row.modified);
-    attributes.st_ctim = asTimespec(std::max(row.modified, row.changed));
+    attributes.st_ctim = asTimespec(row.changed == Timestamp() ? row.modified : row.changed);
     attributes.st_atim = asTimespec(row.used);
     return attributes;
 }

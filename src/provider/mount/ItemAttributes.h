@@ -19,7 +19,6 @@ struct AttributeSource {
 
 /// The attribute's value; none when the item has none of that name.
 std::optional<std::string> itemAttribute(std::string_view name, const AttributeSource& source);
-/// The names of those that the item has, each with a zero behind it, as listxattr(2) wants them.
 /// False for names that no item has: there is no need to look.
 bool isItemAttribute(std::string_view name);
 

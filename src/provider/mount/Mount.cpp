@@ -208,6 +208,19 @@ ChangeFeed::TopLevel Mount::topLevel() {
     return all;
 }
 
+std::vector<Row> Mount::written() {
+    std::vector<Row> all;
+    open_.each([&](const OpenFile& file) {
+        const auto row = file.writers > 0 ? replica_.row(file.inode()) : std::nullopt;
+        if (row && row->pending.any() && !row->pending.deletion && !row->error) all.push_back(*row);
+    });
+    return all;
+}
+
+Mount::Waiting Mount::waiting() {
+    return {replica_.waiting(), replica_.failureCount(), static_cast<std::int64_t>(written().size())};
+}
+
 Mount::Status Mount::status() {
     Status status;
     status.path = path_;
@@ -215,7 +228,8 @@ Mount::Status Mount::status() {
         return current.session && current.session->isOver() ? "unmounted by somebody else" : current.error;
     });
     status.waiting = waiting();
-    for (const Inode inode : open_.unsaved()) status.unsaved.push_back(replica_.path(inode).value_or(""));
+    for (const Row& row : written())
+        if (open_.isUnsaved(row.inode)) status.unsaved.push_back(replica_.path(row.inode).value_or(row.name));
     const auto add = [&](const std::vector<Transfer>& transfers, bool fetch) {
         for (const Transfer& transfer : transfers)
             status.transfers.push_back(

@@ -41,11 +41,10 @@ public:
 
     // What people ask.
     struct Waiting {
-        std::int64_t length = 0, failed = 0, unsaved = 0; // of it
+        std::int64_t length = 0;
+        std::int64_t failed = 0, written = 0; // of it; the latter are open to programs that may write
     };
-    Waiting waiting() {
-        return {replica_.waiting(), replica_.failureCount(), static_cast<std::int64_t>(open_.unsaved().size())};
-    }
+    Waiting waiting();
     struct Status {
         std::string path, error; // empty when it is mounted
         Waiting waiting;
@@ -71,6 +70,7 @@ public:
     void bring(const std::string& path, BringTree::Listener listener);
 
 private:
+    std::vector<replica::Row> written();
     Freed free(const replica::Row& top);
     void recover();
     void putAside(const std::string& contents);

@@ -1,5 +1,7 @@
 #include "provider/mount/OpenFiles.h"
 
+#include <vector>
+
 namespace brindlemar {
 
 std::shared_ptr<OpenFile> OpenFiles::get(const replica::Row& row) {
@@ -27,14 +29,6 @@ void OpenFiles::each(const std::function<void(OpenFile&)>& body) const {
             if (auto alive = file.lock()) all.push_back(std::move(alive));
     });
     for (const auto& file : all) body(*file);
-}
-
-std::vector<replica::Inode> OpenFiles::unsaved() const {
-    std::vector<replica::Inode> all;
-    each([&](const OpenFile& file) {
-        if (file.writers > 0 && file.unsaved) all.push_back(file.inode());
-    });
-    return all;
 }
 
 std::shared_ptr<OpenFile> OpenFiles::find(replica::Inode inode) const {

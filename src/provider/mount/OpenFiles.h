@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
-#include <vector>
 
 namespace brindlemar {
 
@@ -54,8 +53,6 @@ public:
         const auto file = find(inode);
         return file && file->writers > 0 && file->unsaved;
     }
-    /// All of those.
-    std::vector<replica::Inode> unsaved() const;
 
 private:
     using Files = std::unordered_map<replica::Inode, std::weak_ptr<OpenFile>>;

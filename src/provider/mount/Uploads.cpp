@@ -9,7 +9,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace brindlemar {
 
@@ -18,7 +20,8 @@ using replica::Job, replica::Pending, replica::kContentsFields;
 
 constexpr std::size_t kAtOnce = 8;
 /// Programs write a new file beside an old one and rename it at once: both are told together.
-constexpr auto kSettling = std::chrono::milliseconds(250);
+constexpr auto kSettling = std::chrono::milliseconds(250), kLongestSettling = std::chrono::milliseconds(750);
+constexpr auto kFirstPause = std::chrono::seconds(1), kLongestPause = std::chrono::seconds(60);
 
 ItemDraft draftOf(const Job& job) {
     ItemDraft draft;
@@ -46,9 +49,13 @@ std::string connectionOf(const Job& job) {
 }
 } // namespace
 
+bool Uploads::State::Touch::isRecent(Timestamp now) const {
+    return now - last < kSettling && now - first < kLongestSettling;
+}
+
 void Uploads::touched(replica::Inode inode) {
     const Timestamp now = places_.common.clock.now();
-    state_.with([&](State& state) { state.touched[inode] = now; });
+    state_.with([&](State& state) { state.touched.try_emplace(inode, now, now).first->second.last = now; });
     look();
 }
 
@@ -93,7 +100,7 @@ void Uploads::pump() {
     });
     const Timestamp now = places_.common.clock.now();
     state_.with([&](State& state) {
-        std::erase_if(state.touched, [&](const auto& entry) { return now - entry.second >= kSettling; });
+        std::erase_if(state.touched, [&](const auto& entry) { return !entry.second.isRecent(now); });
     });
     const auto goesOn = [&] {
         return state_.with([](State& state) { return state.isPumping = std::exchange(state.again, false); });
@@ -114,18 +121,24 @@ bool Uploads::takeOne() {
     const auto isHeld = [&](const Job& job) {
         const replica::Inode inode = job.item.inode;
         const bool isRecent = state_.with([&](const State& state) {
-            const auto entry = state.touched.find(inode);
-            return entry != state.touched.end() && now - entry->second < kSettling;
+            const auto touch = state.touched.find(inode);
+            return touch != state.touched.end() && touch->second.isRecent(now);
         });
         isUnsettled = isUnsettled || isRecent;
-        return isRecent || (hasContents(job) && places_.open.isUnsaved(inode));
+        return isRecent || (hasContents(job) && isBusy(inode, now));
     };
-    const auto job = places_.common.replica.next(isHeld);
+    const auto refreshed = state_.with([](State& state) { return std::exchange(state.refreshed, {}); });
+    const auto job = places_.common.replica.next(isHeld, refreshed);
     if (!job) {
         if (isUnsettled) look();
         return false;
     }
-    state_.with([&](State& state) { state.running[job->item.inode] = nullptr; });
+    state_.with([&](State& state) {
+        state.running[job->item.inode] = nullptr;
+        if (std::ranges::count(refreshed, job->item.inode) == 0) return; // they have to wait for something else
+        std::ranges::copy_if(refreshed, std::back_inserter(state.refreshed),
+                             [&](replica::Inode inode) { return inode != job->item.inode; });
+    });
     places_.common.tasks.async([self = shared_from_this(), job = *job] { self->run(job); });
     return true;
 }
@@ -151,8 +164,11 @@ void Uploads::refresh(const Job& job, replica::Inode folder) {
     places_.folders->list(folder, [self = shared_from_this(), job, folder](bool more, const auto& error) {
         if (more) return self->refresh(job, folder);
         if (error) orLog("refresh(_:)", [&] { self->putBack(job, error); });
-        self->state_.with([](State& state) { --state.refreshing; });
-        self->look();
+        self->state_.with([&](State& state) {
+            --state.refreshing;
+            if (!error) state.refreshed.push_back(job.item.inode); // before the listing is old
+        });
+        if (!self->stopping_) self->pump();
     });
 }
 
@@ -236,6 +252,7 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
     replica::Replica& replica = places_.common.replica;
     try {
         if (error && *error == userCancelled()) {
+            if (hasContents(job)) pause(job.item.inode);
             putBack(job, std::nullopt);
         } else if (error && !BxMessages::sharedInstance().isReachable(connectionOf(job))) {
             putBack(job, serverUnreachable());
@@ -260,6 +277,7 @@ void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& i
             if (job.item.folder && job.item.pending.creation) places_.folders->setNew(job.item.inode);
             if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
                 places_.contents.unmark(*now->contents);
+            state_.with([&](State& state) { state.paused.erase(job.item.inode); });
         }
         finished(job);
     } catch (const std::exception& failure) { // of the disk: it is told again, but not at once
@@ -288,6 +306,31 @@ void Uploads::unlessParentIsGone(const Job& job) {
 
 void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
     if (places_.common.replica.failed(job, error)) places_.folders->list(job.item.parent, nullptr);
+}
+
+/// What is written to and made safe all the time is not to be copied all the time.
+void Uploads::pause(replica::Inode inode) {
+    const auto file = places_.open.find(inode);
+    if (!file || file->writers == 0) return;
+    const Timestamp now = places_.common.clock.now();
+    const auto length = state_.with([&](State& state) {
+        State::Pause& pause = state.paused[inode];
+        pause.length = std::clamp<std::chrono::milliseconds>(2 * pause.length, kFirstPause, kLongestPause);
+        pause.until = now + pause.length;
+        return pause.length;
+    });
+    places_.common.tasks.after(length, [self = shared_from_this()] { self->look(); });
+}
+
+/// Programs write to it: what is not safe is not told, nor what was never the same for long.
+bool Uploads::isBusy(replica::Inode inode, Timestamp now) {
+    const auto file = places_.open.find(inode);
+    const bool isWritten = file && file->writers > 0;
+    return state_.with([&](State& state) {
+        const auto pause = state.paused.find(inode);
+        if (!isWritten && pause != state.paused.end()) state.paused.erase(pause);
+        return isWritten && (file->unsaved || (pause != state.paused.end() && now < pause->second.until));
+    });
 }
 
 void Uploads::finished(const Job& job) {

@@ -36,7 +36,17 @@ public:
 
 private:
     struct State {
-        std::unordered_map<replica::Inode, Timestamp> touched;
+        struct Touch {
+            Timestamp first, last;
+            bool isRecent(Timestamp now) const;
+        };
+        std::unordered_map<replica::Inode, Touch> touched;
+        struct Pause {
+            Timestamp until;
+            std::chrono::milliseconds length{0};
+        };
+        std::unordered_map<replica::Inode, Pause> paused; // open files that changed while they were copied
+        std::vector<replica::Inode> refreshed;            // items whose folders were listed for them
         std::unordered_map<replica::Inode, std::shared_ptr<NSProgress>> running;
         bool isScheduled = false;
         bool isPumping = false, again = false;
@@ -54,6 +64,8 @@ private:
     void unlessParentIsGone(const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
     void finished(const replica::Job& job);
+    void pause(replica::Inode inode);
+    bool isBusy(replica::Inode inode, Timestamp now);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                const std::optional<NSError>& error);
 

@@ -139,7 +139,7 @@ Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp n
         if (!row || row->inode == kRoot) return std::nullopt;
         past_.add(*row, now);
         const bool isConnection = row->parent == kRoot;
-        if (row->folder && !isConnection) { // what has its identifier from now on is another one
+        if (!isConnection) { // what has its identifier from now on is another one
             changes_->disown.run(row->inode);
             row->identifier.reset();
         }

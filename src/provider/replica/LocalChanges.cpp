@@ -125,7 +125,9 @@ void Replica::remove(Inode inode, Timestamp now) {
 /// What a program has looked at may be otherwise by now.
 void Replica::requireFolder(Inode folder, Inode toBePutThere) {
     require(folder != kRoot, std::errc::permission_denied);
-    require(isThere(changes_->get(folder)), std::errc::no_such_file_or_directory);
+    const auto row = changes_->get(folder);
+    require(isThere(row), std::errc::no_such_file_or_directory);
+    require(row->folder, std::errc::not_a_directory);
     require(std::ranges::count(changes_->above(folder), toBePutThere) == 0, std::errc::invalid_argument);
 }
 

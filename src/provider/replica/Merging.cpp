@@ -38,7 +38,7 @@ void Replica::Merging::take(const Row& around, const NSFileProviderItem& item) {
     const bool isFolder = item.contentType() == UTType::directory;
     auto row = known(item.itemIdentifier());
     if (row && row->folder != isFolder) { // another item
-        if (replica.sent(row->inode)) return;
+        if (replica.sent(row->inode) || std::ranges::count(statements.above(folder), row->inode) > 0) return;
         forget(*row);
         row.reset();
     }
@@ -66,11 +66,12 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
     case MergeAction::insert:
     case MergeAction::leave:
         row.identifier = item.itemIdentifier();
-        if (row.identifier != before.identifier) statements.put(row); // what was lost can be told now
+        if (row.identifier == before.identifier) return;
+        statements.put(row); // what was lost can be told now
+        if (row.folder) replica.estrange(row.inode, began);
         return;
     case MergeAction::drop:
         row.contents.reset();
-        row.changed = began;
         break;
     case MergeAction::refresh:
         break;
@@ -79,6 +80,7 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
     show(row, around.inode, item.filename());
     if (row.folder && row.identifier != before.identifier) replica.estrange(row.inode, began);
     update(before, row, action == MergeAction::drop && !row.folder);
+    if (around.pending.deletion && row.parent == around.inode) revive(around.inode);
 }
 
 void Replica::Merging::show(Row& row, Inode folder, std::string_view name) {
@@ -112,6 +114,7 @@ void Replica::Merging::giveName(Row& row, Inode folder, std::string_view name) {
 
 void Replica::Merging::update(const Row& before, Row& after, bool contents) {
     if (after == before && !contents) return;
+    if (contents || after.modified != before.modified || after.size != before.size) after.changed = began;
     statements.put(after);
     const bool isMoved = before.parent != after.parent || before.name != after.name;
     if (isMoved) effects.push_back({.parent = before.parent, .name = before.name, .inode = after.inode, .entry = true});
@@ -153,6 +156,10 @@ void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item)
 void Replica::Merging::revive(Inode folder) {
     auto row = statements.get(folder);
     while (row && row->pending.deletion && !replica.sent(row->inode)) {
+        if (row->hostParent != 0) {
+            row->parent = row->hostParent; // the folder that it was moved to may be gone
+            row->name = row->hostName;
+        }
         row->name = statements.freeNameFor(*row, row->parent, row->name);
         row->pending = {.fields = row->name != row->hostName ? ItemField::filename : 0};
         statements.put(*row);

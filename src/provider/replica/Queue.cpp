@@ -2,6 +2,7 @@
 #include "provider/replica/Merging.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -27,7 +28,7 @@ Replica::Sent* Replica::sent(Inode owner) {
     return found == underWay_.end() ? nullptr : &found->second;
 }
 
-std::optional<Job> Replica::next(const std::function<bool(const Job&)>& isHeld) {
+std::optional<Job> Replica::next(const std::function<bool(const Job&)>& isHeld, std::span<const Inode> first) {
     std::optional<Job> found;
     std::vector<Inode> jammed;
     const auto consider = [&](const sqlite::Statement& at) {
@@ -46,6 +47,12 @@ std::optional<Job> Replica::next(const std::function<bool(const Job&)>& isHeld) 
     };
     // From where the queue was last taken from to its end, and from its beginning.
     std::unique_lock lock(writing_);
+    const std::int64_t lap = lap_;
+    for (const Inode inode : first)
+        if (const auto place = changes_->placeOf.first(Statements::readInode, inode); place && !found)
+            changes_->ready.some(consider, *place - 1, *place);
+    lap_ = lap;
+    if (found) return send(std::move(*found));
     bool isFromBeginning = lap_ == 0;
     for (std::int64_t from = lap_;;) {
         const auto to = changes_->stretch.first(Statements::readInode, from, kStretch - 1);
@@ -85,11 +92,7 @@ bool Replica::isInTheWay(const Job& job) {
     const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
     if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
     if (underWay_.empty()) return false;
-    std::vector<Inode> above = changes_->above(job.parent.inode);
-    if (isMove) {
-        const auto former = changes_->above(job.formerParent.inode);
-        above.insert(above.end(), former.begin(), former.end());
-    }
+    const std::vector<Inode> above = allAbove(job);
     return std::ranges::any_of(underWay_, [&](const auto& entry) {
         const Sent& other = entry.second;
         const bool hasPlace = other.parent == job.parent.inode && other.name == job.item.name;
@@ -103,11 +106,18 @@ bool Replica::isExpected(Inode parent, std::string_view name) const {
         underWay_, [&](const auto& entry) { return entry.second.parent == parent && entry.second.name == name; });
 }
 
+/// Here and on the host.
+std::vector<Inode> Replica::allAbove(const Job& job) {
+    std::vector<Inode> all;
+    for (const Inode folder : {job.parent.inode, job.formerParent.inode})
+        for (const bool onHost : {false, true})
+            std::ranges::copy(changes_->above(folder, onHost), std::back_inserter(all));
+    return all;
+}
+
 Job Replica::send(Job job) {
     Sent way{.owner = job.item.inode, .parent = job.parent.inode, .name = job.item.name};
-    way.above = changes_->above(job.parent.inode);
-    if (job.formerParent.inode != job.parent.inode)
-        for (const Inode inode : changes_->above(job.formerParent.inode)) way.above.push_back(inode);
+    way.above = allAbove(job);
     underWay_[job.item.inode] = std::move(way);
     return job;
 }
@@ -130,27 +140,43 @@ std::int64_t Replica::waiting() {
            reader_.integer("SELECT count(*) FROM items WHERE errorDomain IS NOT NULL");
 }
 
+/// The job is not under way any more, also when the disk does not take what became of it.
+void Replica::settle(const Job& job, const std::function<void(const Sent&)>& body) {
+    try {
+        write([&] {
+            const auto entry = underWay_.extract(job.item.inode);
+            body(entry ? entry.mapped() : Sent{.owner = job.item.inode});
+        });
+    } catch (...) {
+        std::lock_guard lock(writing_);
+        underWay_.erase(job.item.inode);
+        throw;
+    }
+}
+
 Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now) {
     Merging merging(*this, now);
-    write([&] {
-        const auto entry = underWay_.extract(job.item.inode);
-        const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
+    settle(job, [&](const Sent& way) {
         const Pending& told = job.item.pending;
         auto row = changes_->get(way.owner);
         if (!row) return;
         const Row before = *row;
         past_.add(before, now);
-        const bool hasNewContents = (way.changed & ItemField::contents) != 0;
-        if ((told.creation || told.fields & ItemField::contents) && job.item.contents && !hasNewContents)
-            changes_->unkeep.run(way.owner);
-        if (told.deletion || !result) {
+        const bool isOther = result && (result->contentType() == UTType::directory) != row->folder;
+        if (told.deletion || !result || isOther) {
             row->pending = {.deletion = told.deletion || row->pending.deletion, .fields = way.changed};
             changes_->put(*row);
             return merging.forget(*row);
         }
         const bool isPlaced =
             told.creation || told.fields & kPlaceFields || row->hostParent == 0; // forgotten meanwhile
-        if (isPlaced && !changes_->get(job.parent.inode)) return;                // with its folder: it is made anew
+        if (isPlaced && !changes_->get(job.parent.inode)) { // with its folder: it is made anew, if at all
+            if (row->pending.deletion) changes_->erase.run(row->inode);
+            return;
+        }
+        const bool hasNewContents = (way.changed & ItemField::contents) != 0;
+        if ((told.creation || told.fields & ItemField::contents) && job.item.contents && !hasNewContents)
+            changes_->unkeep.run(way.owner);
         if (const auto other = merging.known(result->itemIdentifier()); other && other->inode != row->inode)
             merging.forget(*other);
         row->pending = afterSuccess(row->pending, told, way.changed);
@@ -164,9 +190,9 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
             if (row->name != row->hostName) row->pending.fields |= ItemField::filename;
         }
         takeProperties(*row, *result);
-        const bool isOther = isOtherVersion(before.host, row->host, told);
-        if (isOther && row->pending.fields & ItemField::contents) row->host = before.host; // seen before they are sent
-        const bool isOutOfDate = isOther && row->host != before.host && row->contents;
+        const bool isNews = isOtherVersion(before.host, row->host, told);
+        if (isNews && row->pending.fields & ItemField::contents) row->host = before.host; // seen before they are sent
+        const bool isOutOfDate = isNews && row->host != before.host && row->contents;
         if (isOutOfDate) {
             row->contents.reset();
             row->size = result->documentSize().value_or(0);
@@ -190,12 +216,11 @@ bool Replica::isConflict(const Job& job, const NSFileProviderItem& item, Timesta
 
 bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
     bool isUncertain = false;
-    write([&] {
-        const auto entry = underWay_.extract(job.item.inode);
-        const Sent way = entry ? entry.mapped() : Sent{.owner = job.item.inode};
+    settle(job, [&](const Sent& way) {
         auto row = changes_->get(way.owner);
         if (!row) return;
         if (row->pending.creation && row->pending.deletion) {
+            if (!changes_->get(row->hostParent)) return changes_->erase.run(row->inode);
             row->pending.creation = false;
             isUncertain = true;
         } else if (error && way.changed == 0) {

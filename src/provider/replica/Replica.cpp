@@ -19,7 +19,11 @@ Replica::Replica(const std::string& directory, const std::function<void(const st
         const std::string waits = "inode IN (SELECT inode FROM items INDEXED BY queue WHERE place IS NOT NULL AND "
                                   "errorDomain IS NULL UNION ALL SELECT inode FROM items INDEXED BY failures WHERE "
                                   "errorDomain IS NOT NULL)";
-        // Removed while it was created, and then the service ended: a listing tells whether it is there.
+        // Removed while it was created, and then the service ended: a listing tells whether it is there, if its folder
+        // is.
+        writer_.execute("DELETE FROM items WHERE creation AND deletion AND hostParent NOT IN (SELECT inode FROM items) "
+                        "AND " +
+                        waits);
         writer_.execute("UPDATE items SET creation=0 WHERE creation AND deletion AND " + waits);
         // Contents that were begun anew and never saved.
         writer_.execute("DELETE FROM items WHERE contents IS NULL AND NOT folder AND creation AND NOT deletion AND " +

@@ -107,8 +107,9 @@ public:
 
     /// The first item that can be told now, which counts as under way until it has succeeded or failed: its folder is
     /// known to the host, no other item that waits has its place on the host, it has not failed, and `isHeld` is false
-    /// for it. A change of place is told before a change of contents, each by itself.
-    std::optional<Job> next(const std::function<bool(const Job&)>& isHeld);
+    /// for it. A change of place is told before a change of contents, each by itself. Those in `first` are looked at
+    /// before all others.
+    std::optional<Job> next(const std::function<bool(const Job&)>& isHeld, std::span<const Inode> first = {});
     std::int64_t waiting();
     /// The job goes to the host now, which had `seen`, if somebody has looked.
     void sending(const Job& job, const std::optional<HostVersion>& seen);
@@ -175,6 +176,8 @@ private:
     Effects forgetAll(std::size_t count, Timestamp now,
                       const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);
     Sent* sent(Inode owner);
+    void settle(const Job& job, const std::function<void(const Sent&)>& body);
+    std::vector<Inode> allAbove(const Job& job);
     std::optional<Job> job(Inode inode);
     std::optional<Job> untangle(const std::vector<Inode>& jammed);
     bool isInTheWay(const Job& job);

@@ -91,6 +91,7 @@ Replica::Statements::Statements(sqlite::Database& database)
           " FROM items item INDEXED BY queue LEFT JOIN items folder ON folder.inode=item.parent WHERE item.place>? AND "
           "item.place<=? AND item.errorDomain IS NULL AND CASE WHEN item.deletion THEN " +
           kCanGo + " ELSE " + kIsKnown + " END ORDER BY item.place")),
+      placeOf(database.prepare("SELECT place FROM items WHERE inode=? AND place IS NOT NULL AND errorDomain IS NULL")),
       stretch(
           database.prepare("SELECT place FROM items INDEXED BY queue WHERE place>? AND errorDomain IS NULL ORDER BY "
                            "place LIMIT 1 OFFSET ?")),
@@ -115,7 +116,7 @@ Replica::Statements::Statements(sqlite::Database& database)
       isNameless(database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS NULL AND creation=0")),
       note(database.prepare("UPDATE items SET hostModified=?2, hostSize=?3 WHERE inode=?1")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
-      stamp(database.prepare("UPDATE items SET modified=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
+      stamp(database.prepare("UPDATE items SET modified=?2, changed=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
       isIndexedSo(
           database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS ? AND parent=? AND name=? AND "

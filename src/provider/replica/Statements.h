@@ -40,6 +40,7 @@ struct Replica::Statements {
     sqlite::Statement onHost;       // those in a folder on the host that wait or have no identifier
     sqlite::Statement lost;         // one without an identifier, by its place on the host
     sqlite::Statement ready;        // of a stretch of the queue what can be told, or could but for another one's name
+    sqlite::Statement placeOf;      // an item's in the queue
     sqlite::Statement stretch;      // the place in the queue that is so many behind another
     sqlite::Statement inTheWay;     // what waits and has a place on the host, but for one item
     sqlite::Statement failed;       // some of the first

@@ -31,7 +31,7 @@ std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
     };
     const auto canGo = [&](const Step& step) {
         const auto row = step.hasName ? changes_->get(step.inode) : std::nullopt;
-        return row && row->identifier && row->hostParent != 0;
+        return row && row->identifier && row->hostParent != 0 && !row->error;
     };
     std::unordered_map<Inode, std::size_t> depths; // of those on the path
     std::unordered_set<Inode> seen;
