@@ -55,7 +55,9 @@ bool Uploads::State::Touch::isRecent(Timestamp now) const {
 
 void Uploads::touched(replica::Inode inode) {
     const Timestamp now = places_.common.clock.now();
-    state_.with([&](State& state) { state.touched.try_emplace(inode, now, now).first->second.last = now; });
+    state_.with([&](State& state) {
+        state.touched.try_emplace(inode, State::Touch{now, now}).first->second.last = now;
+    });
     look();
 }
 
