@@ -1,7 +1,10 @@
 #include "provider/ReplicaWorld.h"
 
 #include <filesystem>
+#include <latch>
+#include <optional>
 #include <set>
+#include <thread>
 
 namespace brindlemar::replica {
 namespace {
@@ -466,6 +469,21 @@ TEST(ReplicaTests, AnOldFileIsMigrated) {
     EXPECT_TRUE(world.said.empty());
     EXPECT_EQ(world.replica->remembered("boot"), "one");
     EXPECT_EQ(world.drain(), "create W/F, create N1/b");
+}
+
+TEST(ReplicaTests, AChangeWaitsForAnotherConnectionsLock) {
+    World world;
+    sqlite::Database other(world.place / "items.sqlite");
+    auto transaction = std::make_optional<sqlite::Transaction>(other);
+    std::latch bothAreHere(2);
+    std::jthread program([&] {
+        bothAreHere.arrive_and_wait();
+        EXPECT_NO_THROW(world.act("create a"));
+    });
+    bothAreHere.arrive_and_wait();
+    for (int number = 0; number < 10'000; ++number) // the program tries meanwhile
+        other.execute("UPDATE items SET used=" + std::to_string(number) + " WHERE inode=1");
+    transaction.reset();
 }
 
 TEST(ReplicaTests, ADamagedFileIsSetAside) {

@@ -4,6 +4,12 @@
 
 namespace brindlemar::sqlite {
 
+namespace {
+/// For another connection's lock, in milliseconds. Also one that only reads can have the writer's for a moment: when it
+/// looked just while a change was published, see walIndexReadHdr() of SQLite.
+constexpr int kPatience = 10'000;
+} // namespace
+
 Database::Database(const std::string& path) {
     sqlite3* handle = nullptr;
     const int opened = sqlite3_open_v2(path.c_str(), &handle,
@@ -11,6 +17,7 @@ Database::Database(const std::string& path) {
     handle_.reset(handle);
     if (opened != SQLITE_OK) fail(opened);
     sqlite3_extended_result_codes(handle, 1);
+    sqlite3_busy_timeout(handle, kPatience);
 }
 
 void Database::fail(int code) const {
