@@ -1,7 +1,6 @@
 // What programs do to the items.
 #include "provider/replica/Statements.h"
 
-#include <algorithm>
 #include <system_error>
 
 namespace brindlemar::replica {
@@ -128,7 +127,7 @@ void Replica::requireFolder(Inode folder, Inode toBePutThere) {
     const auto row = changes_->get(folder);
     require(isThere(row), std::errc::no_such_file_or_directory);
     require(row->folder, std::errc::not_a_directory);
-    require(std::ranges::count(changes_->above(folder), toBePutThere) == 0, std::errc::invalid_argument);
+    require(!changes_->isAround(toBePutThere, folder), std::errc::invalid_argument);
 }
 
 void Replica::requireEmpty(Inode folder) {

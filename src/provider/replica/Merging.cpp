@@ -38,7 +38,7 @@ void Replica::Merging::take(const Row& around, const NSFileProviderItem& item) {
     const bool isFolder = item.contentType() == UTType::directory;
     auto row = known(item.itemIdentifier());
     if (row && row->folder != isFolder) { // another item
-        if (replica.sent(row->inode) || std::ranges::count(statements.above(folder), row->inode) > 0) return;
+        if (replica.sent(row->inode) || statements.isAround(row->inode, folder)) return;
         forget(*row);
         row.reset();
     }
@@ -85,15 +85,13 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
 
 void Replica::Merging::show(Row& row, Inode folder, std::string_view name) {
     const bool isMoved = row.folder && row.hostParent != folder;
-    const auto isAround = [&](bool onHost) {
-        return std::ranges::count(statements.above(folder, onHost), row.inode) > 0;
-    };
-    if (isMoved && isAround(true)) return; // each in the other: one of the listings is older
+    if (isMoved && statements.isAround(row.inode, folder, true))
+        return; // each in the other: one of the listings is older
     row.hostParent = folder;
     row.hostName = name;
     if (row.pending.creation || row.pending.fields & kPlaceFields) return;
     if (row.parent == folder && row.name == name) return;
-    if (isMoved && isAround(false)) { // what it is in there has been put into it here
+    if (isMoved && statements.isAround(row.inode, folder)) { // what it is in there has been put into it here
         row.pending.fields |= ItemField::parentItemIdentifier;
         return;
     }

@@ -231,6 +231,10 @@ std::vector<Inode> Replica::Statements::above(Inode folder, bool onHost) {
     return found;
 }
 
+bool Replica::Statements::isAround(Inode item, Inode folder, bool onHost) {
+    return std::ranges::count(above(folder, onHost), item) > 0;
+}
+
 HostVersion hostVersion(const NSFileProviderItem& item) {
     return {item.contentModificationDate() ? wholeSecondsSince1970(*item.contentModificationDate()) : 0,
             static_cast<std::uint32_t>(item.documentSize().value_or(0))};

@@ -28,6 +28,8 @@ struct Replica::Statements {
     std::string freeNameFor(const Row& row, Inode parent, std::string_view wanted);
     /// The folders around it, from the nearest on. `onHost`: where the host has them.
     std::vector<Inode> above(Inode folder, bool onHost = false);
+    /// True when the item is that folder, or one around it.
+    bool isAround(Inode item, Inode folder, bool onHost = false);
 
     sqlite::Database& database;
     std::int64_t lastPlace;

@@ -1,7 +1,6 @@
 // What waits for itself.
 #include "provider/replica/Statements.h"
 
-#include <algorithm>
 #include <unordered_set>
 
 namespace brindlemar::replica {
@@ -21,7 +20,7 @@ std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
                 step.waitsFor.push_back({each.inode, false});
             return step;
         }
-        if (row->folder && std::ranges::count(changes_->above(row->parent, true), row->inode) > 0)
+        if (row->folder && changes_->isAround(row->inode, row->parent, true))
             step.waitsFor.push_back({row->inode, true});
         const auto folder = changes_->get(row->parent);
         if (folder && folder->pending.creation) step.waitsFor.push_back({folder->inode, false});
