@@ -45,7 +45,8 @@ Rows statusRows(const ServiceStatus& status) {
     if (status.tellsMount) rows.emplace_back("Mount", mountRow(status));
     if (status.queueLength) rows.emplace_back("Queue", number(*status.queueLength) + " waiting");
     for (const auto& path : status.unsaved)
-        rows.emplace_back("Open", path + " is being written; the host hears of it once it is closed or synced");
+        rows.emplace_back("Open",
+                          path + " is being written; the host hears of it once it is closed, or synced and left alone");
     for (const auto& each : status.transfers) rows.emplace_back("Transfer", transferRow(each));
     for (const auto& each : status.failures) rows.emplace_back("Failed", each.path + ": " + each.text);
     if (const auto cut = status.failureCount - status.failures.size(); cut > 0)

@@ -18,10 +18,11 @@ void succeed(const Call& call) { call.output->write(completionEvent(nullptr, std
 constexpr auto kLook = std::chrono::milliseconds(200);
 constexpr int kPatience = 50; // looks at files that programs only have to close
 
-void unmountWhenSent(Call call, int looks) {
+void unmount(Call call, int looks) {
     Mount* const mount = mountOf(call);
     if (!mount) return;
-    const Mount::Waiting queue = mount->waiting();
+    const bool waits = call.arguments["wait"].uInt16Value() != 0;
+    const Mount::Waiting queue = waits ? mount->waiting() : Mount::Waiting();
     if (queue.length == 0) {
         mount->hide();
         return succeed(call);
@@ -31,13 +32,14 @@ void unmountWhenSent(Call call, int looks) {
                                                   " of the changes cannot be sent to the host; nothing is unmounted. "
                                                   "See why with \"brindlemar status\".");
     if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
-    looks = queue.length <= queue.failed + queue.written ? looks + 1 : 0;
+    looks = queue.length <= queue.failed + std::ssize(queue.written) ? looks + 1 : 0;
     if (looks > kPatience)
-        return call.fail(cannotSynchronize(), "Programs are writing to files, of which the host hears when they are "
-                                              "closed; nothing is unmounted. See which with \"brindlemar status\".");
+        return call.fail(cannotSynchronize(),
+                         "Programs are writing to files, of which the host hears once they are closed, or synced and "
+                         "left alone; nothing is unmounted. See which with \"brindlemar status\".");
     if (call.output->write(countEvent("queue", "length", queue.length)))
         call.places.tasks.after(
-            kLook, [call, looks] { call.guarded([looks](Call again) { unmountWhenSent(std::move(again), looks); }); });
+            kLook, [call, looks] { call.guarded([looks](Call again) { unmount(std::move(again), looks); }); });
 }
 } // namespace
 
@@ -68,12 +70,6 @@ void callRetry(Call call) {
     succeed(call);
 }
 
-void callUnmount(Call call) {
-    if (call.arguments["wait"].uInt16Value()) return unmountWhenSent(std::move(call), 0);
-    Mount* const mount = mountOf(call);
-    if (!mount) return;
-    mount->hide();
-    succeed(call);
-}
+void callUnmount(Call call) { unmount(std::move(call), 0); }
 
 } // namespace brindlemar

@@ -8,7 +8,7 @@ JSON::Members mountStatus(Mount* mount) {
     if (!mount) return {{"mount", JSON()}};
     const Mount::Status status = mount->status();
     std::vector<JSON> transfers, failures, unsaved;
-    for (const std::string& path : status.unsaved) unsaved.push_back(JSON::object({{"path", JSON(path)}}));
+    for (const std::string& path : status.waiting.written) unsaved.push_back(JSON::object({{"path", JSON(path)}}));
     for (const auto& transfer : status.transfers)
         transfers.push_back(JSON::object({{"kind", transfer.fetch ? "fetch" : "upload"},
                                           {"path", JSON(transfer.path)},

@@ -29,7 +29,7 @@ std::optional<NSError> ServiceFiles::copyItem(const FileURL& at, const FileURL& 
         return !ended;
     });
     if (!error && call) ended = call->ended(); // as long as the last piece took
-    if (ended) LinuxFiles::removeItem(to);
+    if (!error && ended) LinuxFiles::removeItem(to);
     return ended ? ended : error;
 }
 

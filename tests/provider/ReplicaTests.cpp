@@ -266,6 +266,26 @@ TEST(ReplicaTests, FoldersThatAreInEachOtherStayApart) {
     EXPECT_EQ(world.shown(inner), "F=F");
 }
 
+TEST(ReplicaTests, AnAnswerThatTheDiskDidNotTakeIsTakenLater) {
+    for (const auto& [steps, shown] : std::map<std::string, std::string>{{"create f,send,remove f", ""},
+                                                                         {"create f,send,move f g", "g=n2/c1"},
+                                                                         {"create f,send,move f a", "a=a/c1"}}) {
+        SCOPED_TRACE(steps);
+        World world;
+        world.list(world.top, {item("a", "a")}, true);
+        world.acts(steps);
+        sqlite::Database(world.place / "items.sqlite")
+            .execute("CREATE TRIGGER refusal BEFORE UPDATE ON items BEGIN SELECT RAISE(ABORT, 'full'); END");
+        EXPECT_THROW(world.act("done"), sqlite::Error);
+        EXPECT_FALSE(world.next()) << "it is under way";
+        sqlite::Database(world.place / "items.sqlite").execute("DROP TRIGGER refusal");
+        world.act("done");
+        world.drain();
+        EXPECT_EQ(world.shown(world.top).find("f="), std::string::npos) << world.shown(world.top);
+        EXPECT_NE(world.shown(world.top).find(shown), std::string::npos) << world.shown(world.top);
+    }
+}
+
 TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
     const std::pair<std::string, std::errc> cases[] = {
         {"create D/f", std::errc::no_such_file_or_directory},
@@ -278,6 +298,7 @@ TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
         {"move F E", std::errc::directory_not_empty},
         {"remove E", std::errc::directory_not_empty},
         {"move E E/F", std::errc::invalid_argument},
+        {"rename a E", std::errc::file_exists},
     };
     for (const auto& [step, error] : cases) {
         SCOPED_TRACE(step);

@@ -47,12 +47,17 @@ struct World {
     }
     Inode at(const std::string& path) {
         if (const auto before = known.find(path); before != known.end()) return before->second;
-        const auto row = replica->at("Work/" + path);
-        EXPECT_TRUE(row) << path;
-        return row ? row->inode : 0;
+        std::istringstream names(path);
+        Inode inode = top;
+        for (std::string name; std::getline(names, name, '/');) {
+            const auto row = replica->child(inode, name);
+            EXPECT_TRUE(row) << path;
+            inode = row ? row->inode : 0;
+        }
+        return inode;
     }
-    /// "create PATH", "folder PATH", "write PATH", "move PATH PATH", "exchange PATH PATH", "remove PATH",
-    /// "send" takes the next job, "done" answers it, "lost" fails it, "reopen" is a crash.
+    /// "create PATH", "folder PATH", "write PATH", "move PATH PATH", "rename PATH PATH" to a free name, "exchange PATH
+    /// PATH", "remove PATH", "send" takes the next job, "done" answers it, "lost" fails it, "reopen" is a crash.
     void act(const std::string& step) {
         std::istringstream words(step);
         std::string verb, path, other;
@@ -74,9 +79,9 @@ struct World {
                 return true;
             };
             replica->change(at(path), edit, kContentsFields, now, Safe::fromCrash, "bytes");
-        } else if (verb == "move") {
+        } else if (verb == "move" || verb == "rename") {
             const auto [parent, name] = split(other);
-            replica->move(at(path), parent, name, now);
+            replica->move(at(path), parent, name, now, verb == "move");
         } else if (verb == "exchange") {
             replica->exchange(at(path), at(other), now);
         } else if (verb == "remove") {

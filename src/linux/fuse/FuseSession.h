@@ -25,7 +25,7 @@ public:
     ~FuseSession();
 
     void start(unsigned threads);
-    /// True once somebody else has unmounted it.
+    /// True once the kernel asks no more: somebody else has unmounted it, or ended its connection.
     bool isOver() const { return isOver_; }
     /// What programs have written through mappings has come when it returns, unless somebody else has unmounted it.
     void writeBack();

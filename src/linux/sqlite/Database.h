@@ -19,7 +19,6 @@ struct Error : std::runtime_error {
     /// The file is no database any more, as opposed to a full disk or a wrong statement.
     bool isDamage() const { return (code & 0xFF) == SQLITE_CORRUPT || (code & 0xFF) == SQLITE_NOTADB; }
     bool isFull() const { return (code & 0xFF) == SQLITE_FULL; }
-    bool isConstraint() const { return (code & 0xFF) == SQLITE_CONSTRAINT; }
 };
 
 /// Bytes that are no text.

@@ -90,8 +90,9 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
     }
     const auto version = item ? std::optional(replica::hostVersion(*item)) : std::nullopt;
     bool isLess = false;
+    std::string name;
     try {
-        const std::string name = places_.contents.adopt(std::get<FileURL>(taken).path);
+        name = places_.contents.adopt(std::get<FileURL>(taken).path);
         const auto size = std::filesystem::file_size(places_.contents.pathOf(name));
         // Hosts tell the low 32 bits of a size. A reader that waits has to hear of more before its answer; of less it
         // hears by the answer, unless it was told.
@@ -106,6 +107,7 @@ void Downloads::arrived(replica::Inode inode, const std::string& identifier, con
             if (!isRemoved && !row->contents && triesAgain(inode, identifier)) return;
         }
     } catch (const std::exception& error) {
+        if (!name.empty()) places_.contents.remove(name);
         return ended(inode, toldError("arrived(_:)", error));
     }
     if (!isLess) places_.common.notices.attributesChanged(inode);

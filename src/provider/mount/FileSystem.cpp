@@ -122,9 +122,8 @@ void FileSystem::setAttributes(fuse_req_t request, Inode inode, const struct sta
             }
         } else {
             struct stat rest = wanted;
-            return whenLocal(request, file, [=, this](const auto& parked) {
-                parked->answer([&](fuse_req_t waiting) { setAttributes(waiting, inode, rest, which); });
-            });
+            return whenLocal(request, file, &FileSystem::changeableContents,
+                             [=, this](fuse_req_t waiting, LocalFile&) { setAttributes(waiting, inode, rest, which); });
         }
         if (file->writers == 0) makeSafe(*file); // no close will come
         item = row(inode);
@@ -168,21 +167,14 @@ void FileSystem::statistics(fuse_req_t request) const {
     fuse_reply_statfs(request, &all);
 }
 
-AttributeSource FileSystem::source(const Row& row, std::optional<Transfer>& transfer,
-                                   DomainManager::State& domain) const {
-    transfer = places_.downloads.transfer(row.inode);
-    if (row.inode == replica::kRoot) domain = places_.common.manager.state();
-    return {row, transfer, domain};
-}
-
 void FileSystem::getExtended(fuse_req_t request, Inode inode, const std::string& name, std::size_t size) {
     // ls(1) asks each file for its label and access list, unless it hears that there are none of the kind.
     if (!name.starts_with("user.")) throw ErrorNumber{EOPNOTSUPP};
     if (!isItemAttribute(name)) throw ErrorNumber{ENODATA};
     const Row item = row(inode);
-    std::optional<Transfer> transfer;
-    DomainManager::State domain;
-    const auto value = itemAttribute(name, source(item, transfer, domain));
+    const auto transfer = places_.downloads.transfer(inode);
+    const auto domain = inode == replica::kRoot ? places_.common.manager.state() : DomainManager::State();
+    const auto value = itemAttribute(name, {item, transfer, domain});
     if (!value) throw ErrorNumber{ENODATA};
     answerText(request, size, *value);
 }

@@ -73,8 +73,6 @@ private:
     struct stat attributes(const replica::Row& row) const;
     fuse_entry_param entry(const replica::Row& row) const;
     void answerAttributes(fuse_req_t request, const replica::Row& row) const;
-    AttributeSource source(const replica::Row& row, std::optional<Transfer>& transfer,
-                           DomainManager::State& domain) const;
 
     /// The row, or of a file that was removed while it is open what it was; throws ENOENT.
     replica::Row row(replica::Inode inode) const;
@@ -90,12 +88,14 @@ private:
 
     /// Parks the request until the folder has been listed a piece further; then(request) has to look again.
     void whenListed(fuse_req_t request, replica::Inode folder, Then then);
-    /// The file's contents, when they are local; else none, and then(request) is called once they are.
+    /// The file's contents, when they are local.
     std::shared_ptr<LocalFile> localContents(const OpenFilePointer& file) const;
-    void whenLocal(fuse_req_t request, const OpenFilePointer& file, Then then);
-
     /// The same once the replica knows that they are about to change.
     std::shared_ptr<LocalFile> changeableContents(const OpenFilePointer& file) const;
+    /// Parks the request until the contents are here: use(request, what `find` gives then).
+    using Find = std::shared_ptr<LocalFile> (FileSystem::*)(const OpenFilePointer& file) const;
+    using Use = std::function<void(fuse_req_t, LocalFile&)>;
+    void whenLocal(fuse_req_t request, const OpenFilePointer& file, Find find, Use use, int tries = 3);
     void mark(OpenFile& file, const std::function<bool(const replica::Row&)>& fits) const;
     void replaceContents(OpenFile& file) const;
     void setSize(OpenFile& file, LocalFile& local, off_t size) const;

@@ -3,11 +3,13 @@
 #include "provider/mount/Attributes.h"
 #include "support/Utf8.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
 namespace brindlemar {
 
@@ -49,6 +51,11 @@ void FileSystem::create(fuse_req_t request, Inode parent, const std::string& nam
     Row made;
     try {
         made = makeEntry(parent, name, local->name, mode);
+    } catch (const std::system_error& error) {
+        places_.contents.remove(local->name);
+        // A listing has brought it since the kernel looked, which looks again then and opens it.
+        if (info && !(info->flags & O_EXCL) && error.code() == std::errc::file_exists) throw ErrorNumber{ESTALE};
+        throw;
     } catch (...) {
         places_.contents.remove(local->name);
         throw;
@@ -119,8 +126,9 @@ void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& nam
         fuse_reply_err(request, 0);
         return;
     }
-    if (const auto victim = places_.common.replica.child(newParent, newName); victim && victim->inode != item.inode) {
-        if (flags & RENAME_NOREPLACE) throw ErrorNumber{EEXIST};
+    const bool replaces = (flags & RENAME_NOREPLACE) == 0;
+    const auto victim = replaces ? places_.common.replica.child(newParent, newName) : std::nullopt;
+    if (victim && victim->inode != item.inode) {
         if (!(victim->capabilities & Capability::deleting)) throw ErrorNumber{EPERM};
         if (victim->folder && item.folder && !Folders::isKnown(*victim))
             return whenListed(request, victim->inode, [=, this](const auto& parked) {
@@ -128,7 +136,7 @@ void FileSystem::rename(fuse_req_t request, Inode parent, const std::string& nam
             });
         if (!item.folder) keepContents(item, *victim);
     }
-    places_.common.replica.move(item.inode, newParent, newName, now);
+    places_.common.replica.move(item.inode, newParent, newName, now, replaces);
     places_.uploads.touched(item.inode);
     fuse_reply_err(request, 0);
 }

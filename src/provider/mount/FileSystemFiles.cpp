@@ -67,14 +67,18 @@ std::shared_ptr<LocalFile> FileSystem::localContents(const OpenFilePointer& file
     return local;
 }
 
-void FileSystem::whenLocal(fuse_req_t request, const OpenFilePointer& file, Then then) {
+void FileSystem::whenLocal(fuse_req_t request, const OpenFilePointer& file, Find find, Use use, int tries) {
     const auto parked = ParkedRequest::park(request, places_.common.tasks);
     const Inode inode = file->inode();
     const auto token = std::make_shared<std::atomic<Downloads::Token>>(0);
     parked->onInterruption([this, inode, token] { places_.downloads.unwant(inode, *token); });
-    *token = places_.downloads.want(inode, [parked, then = std::move(then)](const auto& error) {
+    *token = places_.downloads.want(inode, [=, this](const auto& error) {
         if (error) return parked->fail(errorNumber(*error));
-        then(parked);
+        parked->answer([&](fuse_req_t waiting) {
+            if (const auto local = (this->*find)(file)) return use(waiting, *local);
+            if (tries == 0) throw ErrorNumber{EIO};
+            whenLocal(waiting, file, find, use, tries - 1); // out of date already
+        });
     });
     if (parked->isAnswered()) places_.downloads.unwant(inode, *token);
 }
@@ -108,11 +112,7 @@ void FileSystem::read(fuse_req_t request, std::size_t size, off_t from, const fu
         fuse_reply_data(reader, &data, FUSE_BUF_SPLICE_MOVE);
     };
     if (const auto local = localContents(file)) return answer(request, *local);
-    whenLocal(request, file, [this, file, answer](const auto& parked) {
-        const auto local = localContents(file);
-        if (!local) return parked->fail(EIO);
-        parked->answer([&](fuse_req_t reader) { answer(reader, *local); });
-    });
+    whenLocal(request, file, &FileSystem::localContents, answer);
 }
 
 void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fuse_file_info& info) {
@@ -138,12 +138,10 @@ void FileSystem::write(fuse_req_t request, fuse_bufvec& data, off_t at, const fu
     target.buf[0].mem = copy->data();
     if (const ssize_t copied = fuse_buf_copy(&target, &data, FUSE_BUF_SPLICE_NONBLOCK); copied < 0)
         throw ErrorNumber{static_cast<int>(-copied)};
-    whenLocal(request, file, [this, file, copy, put](const auto& parked) {
-        const auto local = changeableContents(file);
-        if (!local) return parked->fail(EIO);
+    whenLocal(request, file, &FileSystem::changeableContents, [copy, put](fuse_req_t writer, LocalFile& local) {
         fuse_bufvec source = FUSE_BUFVEC_INIT(copy->size());
         source.buf[0].mem = copy->data();
-        parked->answer([&](fuse_req_t writer) { put(writer, *local, source); });
+        put(writer, local, source);
     });
 }
 
@@ -178,13 +176,19 @@ void FileSystem::replaceContents(OpenFile& file) const {
     std::lock_guard lock(file.saving);
     const auto local = file.local();
     const auto item = places_.common.replica.row(file.inode());
-    if (local && (!item || item->contents != local->name)) { // begun anew already, or removed
-        if (::ftruncate(local->fd(), 0) != 0) failWithErrno();
-    } else {
-        file.setLocal(places_.contents.create()); // the old ones stay until the new ones are safe
+    const bool isBegun = local && (!item || item->contents != local->name); // anew already, or removed
+    const auto fresh = isBegun ? nullptr : places_.contents.create(); // the old ones stay until the new ones are safe
+    try {
+        mark(file, [](const Row&) { return true; });
+    } catch (...) {
+        if (fresh) places_.contents.remove(fresh->name);
+        throw;
     }
-    mark(file, [](const Row&) { return true; });
     file.setChanged();
+    if (fresh)
+        file.setLocal(fresh);
+    else if (::ftruncate(local->fd(), 0) != 0)
+        failWithErrno();
 }
 
 void FileSystem::setSize(OpenFile& file, LocalFile& local, off_t size) const {

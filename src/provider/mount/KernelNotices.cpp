@@ -41,7 +41,7 @@ void KernelNotices::tell(replica::Effects effects) {
 }
 
 void KernelNotices::attributesChanged(replica::Inode inode) {
-    std::lock_guard lock(mutex_); // such a notice waits for nobody
+    std::lock_guard lock(mutex_);
     if (session_) session_->invalidateAttributes(static_cast<fuse_ino_t>(inode));
 }
 

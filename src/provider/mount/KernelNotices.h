@@ -27,7 +27,8 @@ public:
     void stop();
 
     void tell(replica::Effects effects);
-    /// At once, on the calling thread: the item's attributes are not as they were. Not from an operation on it.
+    /// At once, on the calling thread: the item's attributes are not as they were. Such a notice waits for nobody. Not
+    /// from an operation on it.
     void attributesChanged(replica::Inode inode);
 
 private:

@@ -158,7 +158,9 @@ void Mount::hide() {
     open_.each([this](OpenFile& file) {
         files_.makeSafeAtLast(file);
         file.writers = 0; // whose closes do not come
+        file.setLocal(nullptr);
     });
+    open_.clear();
     uploads_->look();
 }
 
@@ -208,17 +210,14 @@ ChangeFeed::TopLevel Mount::topLevel() {
     return all;
 }
 
-std::vector<Row> Mount::written() {
-    std::vector<Row> all;
+Mount::Waiting Mount::waiting() {
+    Waiting all{replica_.waiting(), replica_.failureCount(), {}};
     open_.each([&](const OpenFile& file) {
-        const auto row = file.writers > 0 ? replica_.row(file.inode()) : std::nullopt;
-        if (row && row->pending.any() && !row->pending.deletion && !row->error) all.push_back(*row);
+        const auto row = uploads_->isBusy(file.inode()) ? replica_.row(file.inode()) : std::nullopt;
+        if (row && row->pending.any() && !row->pending.deletion && !row->error)
+            all.written.push_back(replica_.path(row->inode).value_or(row->name));
     });
     return all;
-}
-
-Mount::Waiting Mount::waiting() {
-    return {replica_.waiting(), replica_.failureCount(), static_cast<std::int64_t>(written().size())};
 }
 
 Mount::Status Mount::status() {
@@ -228,8 +227,6 @@ Mount::Status Mount::status() {
         return current.session && current.session->isOver() ? "unmounted by somebody else" : current.error;
     });
     status.waiting = waiting();
-    for (const Row& row : written())
-        if (open_.isUnsaved(row.inode)) status.unsaved.push_back(replica_.path(row.inode).value_or(row.name));
     const auto add = [&](const std::vector<Transfer>& transfers, bool fetch) {
         for (const Transfer& transfer : transfers)
             status.transfers.push_back(

@@ -42,13 +42,13 @@ public:
     // What people ask.
     struct Waiting {
         std::int64_t length = 0;
-        std::int64_t failed = 0, written = 0; // of it; the latter are open to programs that may write
+        std::int64_t failed = 0;          // of it
+        std::vector<std::string> written; // of it; by programs, just now: see Uploads::isBusy()
     };
     Waiting waiting();
     struct Status {
         std::string path, error; // empty when it is mounted
         Waiting waiting;
-        std::vector<std::string> unsaved; // what programs write to: it is told once that is safe
         struct Transfer {
             bool fetch = false;
             std::string path;
@@ -70,7 +70,6 @@ public:
     void bring(const std::string& path, BringTree::Listener listener);
 
 private:
-    std::vector<replica::Row> written();
     Freed free(const replica::Row& top);
     void recover();
     void putAside(const std::string& contents);

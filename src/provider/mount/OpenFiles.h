@@ -48,6 +48,10 @@ public:
     /// None when nobody has it open.
     std::shared_ptr<OpenFile> find(replica::Inode inode) const;
     void each(const std::function<void(OpenFile&)>& body) const;
+    /// Whoever has one open will not close it.
+    void clear() {
+        files_->with([](Files& files) { files.clear(); });
+    }
     /// What was written to it is not safe yet, and not to be told.
     bool isUnsaved(replica::Inode inode) const {
         const auto file = find(inode);

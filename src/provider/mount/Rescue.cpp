@@ -44,11 +44,15 @@ void Rescue::seek(const Lost& lost, Inode folder, std::size_t from) {
     if (!child && !Folders::isKnown(*row)) return places_.folders->list(folder, lookAgain);
     if (end == path.npos) return settle(lost, folder, name);
     if (child && child->folder) return seek(lost, child->inode, end + 1);
-    const std::string free = replica::freeName(
-        name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
+    const std::string free = freeName(folder, name);
     const Row made = places_.replica.create(folder, free, std::nullopt, std::nullopt, row->modified);
     places_.notices.tell({{.parent = folder, .name = free, .inode = made.inode, .entry = true}});
     seek(lost, made.inode, end + 1);
+}
+
+std::string Rescue::freeName(Inode folder, const std::string& wanted) {
+    return replica::freeName(wanted,
+                             [&](const std::string& name) { return places_.replica.child(folder, name).has_value(); });
 }
 
 void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
@@ -61,9 +65,7 @@ void Rescue::settle(const Lost& lost, Inode folder, const std::string& name) {
     auto row = places_.replica.child(folder, name);
     const bool isTaken = row && (row->folder || row->pending.creation || row->pending.fields & ItemField::contents);
     if (!row || isTaken) { // what a program has written meanwhile is newer
-        const std::string free = replica::freeName(
-            name, [&](const std::string& taken) { return places_.replica.child(folder, taken).has_value(); });
-        row = places_.replica.create(folder, free, lost.contents, std::nullopt, date);
+        row = places_.replica.create(folder, freeName(folder, name), lost.contents, std::nullopt, date);
     }
     const auto edit = [&](Row& changed) {
         changed.contents = lost.contents;

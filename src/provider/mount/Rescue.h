@@ -35,6 +35,7 @@ private:
         std::function<void(replica::Inode)> rescued;
     };
     void seek(const Lost& lost, replica::Inode folder, std::size_t from);
+    std::string freeName(replica::Inode folder, const std::string& wanted);
     void settle(const Lost& lost, replica::Inode folder, const std::string& name);
     void wait(const Lost& lost);
 

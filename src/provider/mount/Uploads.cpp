@@ -127,7 +127,7 @@ bool Uploads::takeOne() {
             return touch != state.touched.end() && touch->second.isRecent(now);
         });
         isUnsettled = isUnsettled || isRecent;
-        return isRecent || (hasContents(job) && isBusy(inode, now));
+        return isRecent || (hasContents(job) && isBusy(inode));
     };
     const auto refreshed = state_.with([](State& state) { return std::exchange(state.refreshed, {}); });
     const auto job = places_.common.replica.next(isHeld, refreshed);
@@ -155,7 +155,7 @@ void Uploads::run(const Job& job) {
     const bool mayHarm = pending.creation || pending.deletion || pending.fields & replica::kPlaceFields;
     if (!mayHarm || places_.folders->isFresh(folder, notBefore)) return send(job, std::nullopt);
     state_.with([](State& state) { ++state.refreshing; });
-    orLog("run(_:)", [&] { putBack(job, std::nullopt); }); // to meet what a listing brings
+    putBack(job, std::nullopt); // to meet what a listing brings
     finished(job);
     refresh(job, folder);
 }
@@ -165,7 +165,7 @@ void Uploads::run(const Job& job) {
 void Uploads::refresh(const Job& job, replica::Inode folder) {
     places_.folders->list(folder, [self = shared_from_this(), job, folder](bool more, const auto& error) {
         if (more) return self->refresh(job, folder);
-        if (error) orLog("refresh(_:)", [&] { self->putBack(job, error); });
+        if (error) self->putBack(job, error);
         self->state_.with([&](State& state) {
             --state.refreshing;
             if (!error) state.refreshed.push_back(job.item.inode); // before the listing is old
@@ -186,8 +186,8 @@ void Uploads::sendUnlessConflict(const Job& job) {
                 [self, job, seen = item ? std::optional(replica::hostVersion(*item)) : std::nullopt] {
                     self->send(job, seen);
                 });
+        self->putBack(job, std::nullopt); // else the item would be left alone
         orLog("sendUnlessConflict(_:)", [&] {
-            self->putBack(job, std::nullopt); // else the item would be left alone
             self->places_.common.notices.tell(
                 replica.merge(job.parent.inode, *job.parent.identifier, std::array{item}, now));
         });
@@ -251,63 +251,84 @@ bool Uploads::resize(const Job& job) {
 
 void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                     const std::optional<NSError>& error) {
-    replica::Replica& replica = places_.common.replica;
-    try {
-        if (error && *error == userCancelled()) {
-            if (hasContents(job)) pause(job.item.inode);
-            putBack(job, std::nullopt);
-        } else if (error && !BxMessages::sharedInstance().isReachable(connectionOf(job))) {
-            putBack(job, serverUnreachable());
-        } else if (error && error->code == FileProviderErrorCode::noSuchItem && job.item.identifier) {
-            // Gone on the host: what was changed here since is made anew, what was deleted is.
-            if (job.item.pending.deletion) {
-                places_.common.notices.tell(replica.succeeded(job, nullptr, places_.common.clock.now()));
-            } else {
-                putBack(job, std::nullopt);
-                places_.common.notices.tell(
-                    replica.remove(std::vector{*job.item.identifier}, places_.common.clock.now()));
-            }
-        } else if (error && *error == cannotSynchronize() && job.item.pending.creation &&
-                   job.parent.parent != replica::kRoot) { // the tops of connections cannot be looked up
-            return unlessParentIsGone(job);
-        } else if (error) {
-            LogScope(Logger::shared(), "ended(_:)").warning(job.item.name, ": ", error->localizedDescription());
-            putBack(job, error);
-        } else {
-            places_.common.notices.tell(replica.succeeded(job, item.get(), places_.common.clock.now()));
-            if (places_.common.replica.hasMoreToIdentify()) places_.folders->identifyAll();
-            if (job.item.folder && job.item.pending.creation) places_.folders->setNew(job.item.inode);
-            if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
-                places_.contents.unmark(*now->contents);
-            state_.with([&](State& state) { state.paused.erase(job.item.inode); });
-        }
-        finished(job);
-    } catch (const std::exception& failure) { // of the disk: it is told again, but not at once
-        toldError("ended(_:)", failure);
-        state_.with([&](State& state) { state.running.erase(job.item.inode); });
-        look();
-    }
+    const bool isOther = item && (item->contentType() == UTType::directory) != job.item.folder;
+    if (error || isOther) return failed(job, error.value_or(cannotSynchronize()));
+    succeeded(job, item);
 }
 
-/// The host may have refused because it has not the folder any more, which is made anew then.
+void Uploads::succeeded(const Job& job, const std::shared_ptr<NSFileProviderItem>& item) {
+    untilTaken([self = shared_from_this(), job, item] {
+        const Places& places = self->places_;
+        replica::Replica& replica = places.common.replica;
+        places.common.notices.tell(replica.succeeded(job, item.get(), places.common.clock.now()));
+        orLog("succeeded(_:)", [&] {
+            if (replica.hasMoreToIdentify()) places.folders->identifyAll();
+            if (job.item.folder && job.item.pending.creation) places.folders->setNew(job.item.inode);
+            if (const auto now = replica.row(job.item.inode); now && now->contents && !now->pending.any())
+                places.contents.unmark(*now->contents);
+        });
+        self->state_.with([&](State& state) { state.paused.erase(job.item.inode); });
+        self->finished(job);
+    });
+}
+
+void Uploads::failed(const Job& job, const NSError& error) {
+    const bool isReachable = BxMessages::sharedInstance().isReachable(connectionOf(job));
+    const bool isGone = error.code == FileProviderErrorCode::noSuchItem && job.item.identifier;
+    if (error == userCancelled()) {
+        if (hasContents(job)) pause(job.item.inode);
+        putBack(job, std::nullopt);
+    } else if (!isReachable) {
+        putBack(job, serverUnreachable());
+    } else if (isGone && job.item.pending.deletion) {
+        return succeeded(job, nullptr);
+    } else if (isGone) {
+        return putBackWithout(*job.item.identifier, job);
+    } else if (error == cannotSynchronize() && job.item.pending.creation &&
+               job.parent.parent != replica::kRoot) { // the tops of connections cannot be looked up
+        return unlessParentIsGone(job);
+    } else {
+        LogScope(Logger::shared(), "failed(_:)").warning(job.item.name, ": ", error.localizedDescription());
+        putBack(job, error);
+    }
+    finished(job);
+}
+
+/// The host may have refused because it has not the folder any more.
 void Uploads::unlessParentIsGone(const Job& job) {
     const ItemIdentifier parent = job.parent.identifier.value_or("");
     places_.common.extension->item(parent, [self = shared_from_this(), job, parent](const auto&, const auto& error) {
-        const bool isGone = error && error->code == FileProviderErrorCode::noSuchItem;
-        orLog("unlessParentIsGone(_:)", [&] {
-            LogScope(Logger::shared(), "ended(_:)")
-                .warning(job.item.name, ": ", cannotSynchronize().localizedDescription());
-            self->putBack(job, isGone ? std::nullopt : std::optional(cannotSynchronize()));
-            if (isGone)
-                self->places_.common.notices.tell(
-                    self->places_.common.replica.remove(std::vector{parent}, self->places_.common.clock.now()));
-        });
+        LogScope(Logger::shared(), "failed(_:)")
+            .warning(job.item.name, ": ", cannotSynchronize().localizedDescription());
+        if (error && error->code == FileProviderErrorCode::noSuchItem) return self->putBackWithout(parent, job);
+        self->putBack(job, cannotSynchronize());
+        self->finished(job);
+    });
+}
+
+/// The host does not have that item any more: what was changed in it here since is made anew.
+void Uploads::putBackWithout(const ItemIdentifier& gone, const Job& job) {
+    untilTaken([self = shared_from_this(), gone, job] {
+        const Folders::Places& common = self->places_.common;
+        common.notices.tell(common.replica.remove(std::array{gone}, common.clock.now()));
+        self->putBack(job, std::nullopt);
         self->finished(job);
     });
 }
 
 void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
-    if (places_.common.replica.failed(job, error)) places_.folders->list(job.item.parent, nullptr);
+    untilTaken([self = shared_from_this(), job, error] {
+        if (self->places_.common.replica.failed(job, error)) self->places_.folders->list(job.item.parent, nullptr);
+    });
+}
+
+/// What became of a job is not lost when the disk does not take it: until it does, the job is under way.
+void Uploads::untilTaken(const std::function<void()>& body) {
+    if (orLog("untilTaken(_:)", body) || stopping_) return;
+    places_.common.tasks.after(kFirstPause, [self = shared_from_this(), body] {
+        self->untilTaken(body);
+        self->look();
+    });
 }
 
 /// What is written to and made safe all the time is not to be copied all the time.
@@ -324,8 +345,8 @@ void Uploads::pause(replica::Inode inode) {
     places_.common.tasks.after(length, [self = shared_from_this()] { self->look(); });
 }
 
-/// Programs write to it: what is not safe is not told, nor what was never the same for long.
-bool Uploads::isBusy(replica::Inode inode, Timestamp now) {
+bool Uploads::isBusy(replica::Inode inode) {
+    const Timestamp now = places_.common.clock.now();
     const auto file = places_.open.find(inode);
     const bool isWritten = file && file->writers > 0;
     return state_.with([&](State& state) {

@@ -33,6 +33,8 @@ public:
     void stop() { stopping_ = true; }
 
     std::vector<Transfer> transfers() const;
+    /// Programs write to it: what is not safe is not told, nor what was never the same for long.
+    bool isBusy(replica::Inode inode);
 
 private:
     struct State {
@@ -62,12 +64,15 @@ private:
     void call(const replica::Job& job, const std::optional<replica::HostVersion>& seen);
     bool resize(const replica::Job& job);
     void unlessParentIsGone(const replica::Job& job);
+    void putBackWithout(const ItemIdentifier& gone, const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
+    void untilTaken(const std::function<void()>& body);
     void finished(const replica::Job& job);
     void pause(replica::Inode inode);
-    bool isBusy(replica::Inode inode, Timestamp now);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                const std::optional<NSError>& error);
+    void succeeded(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item);
+    void failed(const replica::Job& job, const NSError& error);
 
     const Places places_;
     std::atomic<bool> stopping_{false};

@@ -6,9 +6,9 @@
 
 namespace brindlemar::replica {
 
-void Replica::Merging::forget(const Row& row, bool isConnection) {
+void Replica::Merging::forget(const Row& row) {
     std::size_t most = std::numeric_limits<std::size_t>::max();
-    Going going = begin(row, isConnection);
+    Going going = begin(row);
     goOn(going, most);
 }
 
@@ -87,28 +87,25 @@ void Replica::Merging::leave(const Row& row, bool isConnection) {
     statements.put(kept);
 }
 
-/// For each of so many, which `begin` gives by its index, unless it does not go; others get their turn between.
+/// For each of so many, which `begin` gives by its index, unless it does not go.
 Effects Replica::forgetAll(std::size_t count, Timestamp now,
                            const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin) {
-    constexpr std::size_t kAtOnce = 1000;
-    Effects effects;
+    if (count == 0) return {};
+    std::size_t index = 0;
     std::optional<Going> going;
-    for (std::size_t index = 0; index < count || going;) {
-        Merging merging(*this, now, std::move(effects));
-        write([&] {
-            for (std::size_t left = kAtOnce; left > 0 && (index < count || going);) {
-                if (!going) {
-                    going = begin(merging, index++);
-                    --left;
-                } else {
-                    merging.goOn(*going, left);
-                    if (going->path.empty()) going.reset();
-                }
+    const auto goesOn = [&] { return index < count || going; };
+    return inSteps(now, [&](Merging& merging) {
+        for (std::size_t left = kStep; left > 0 && goesOn();) {
+            if (!going) {
+                going = begin(merging, index++);
+                --left;
+            } else {
+                merging.goOn(*going, left);
+                if (going->path.empty()) going.reset();
             }
-        });
-        effects = std::move(merging.effects);
-    }
-    return effects;
+        }
+        return goesOn();
+    });
 }
 
 Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {
@@ -123,8 +120,7 @@ Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp 
         const auto estranged = estranged_.find(folder);
         if (estranged != estranged_.end() && began < estranged->second + Past::kCached) return;
         if (estranged != estranged_.end()) estranged_.erase(estranged);
-        for (const Row& each : Statements::all(changes_->onHost, folder))
-            if (!each.identifier) lost.push_back(each.inode);
+        changes_->namelessIn.each([&](const auto& at) { lost.push_back(Statements::readInode(at)); }, folder);
     });
     return forgetAll(lost.size(), now, [&](Merging& merging, std::size_t index) {
         const auto row = changes_->get(lost[index]);

@@ -31,7 +31,7 @@ Row Replica::create(Inode parent, std::string_view name, std::optional<std::stri
     row.generation = 1;
     if (row.folder) row.listed = now; // there is nothing in it on the host
     write([&] {
-        requireFolder(parent, 0);
+        requireFolder(parent);
         require(!changes_->shown(parent, name), std::errc::file_exists);
         changes_->put(row);
         stamp(parent, now);
@@ -58,17 +58,20 @@ std::optional<Row> Replica::change(Inode inode, const std::function<bool(Row&)>&
     return row;
 }
 
-void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp now) {
+void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp now, bool replaces) {
     write([&] {
         auto row = changes_->get(inode);
         const auto victim = changes_->shown(parent, name);
         require(isThere(row), std::errc::no_such_file_or_directory);
-        requireFolder(parent, inode);
+        requireFolder(parent);
+        requireOutside(*row, parent);
         if (victim && victim->inode == inode) return;
-        if (victim)
+        if (victim) {
+            require(replaces, std::errc::file_exists);
             require(victim->folder == row->folder,
                     row->folder ? std::errc::not_a_directory : std::errc::is_a_directory);
-        if (victim) requireEmpty(victim->inode);
+            requireEmpty(victim->inode);
+        }
         stamp(row->parent, now);
         stamp(parent, now);
         const bool isKnown = victim && (!victim->pending.creation || sent(victim->inode));
@@ -89,8 +92,10 @@ void Replica::exchange(Inode one, Inode other, Timestamp now) {
     write([&] {
         auto first = changes_->get(one), second = changes_->get(other);
         require(isThere(first) && isThere(second), std::errc::no_such_file_or_directory);
-        requireFolder(first->parent, other);
-        requireFolder(second->parent, one);
+        requireFolder(first->parent);
+        requireFolder(second->parent);
+        requireOutside(*first, second->parent);
+        requireOutside(*second, first->parent);
         if (one == other) return;
         stamp(first->parent, now);
         stamp(second->parent, now);
@@ -122,12 +127,15 @@ void Replica::remove(Inode inode, Timestamp now) {
 }
 
 /// What a program has looked at may be otherwise by now.
-void Replica::requireFolder(Inode folder, Inode toBePutThere) {
+void Replica::requireFolder(Inode folder) {
     require(folder != kRoot, std::errc::permission_denied);
     const auto row = changes_->get(folder);
     require(isThere(row), std::errc::no_such_file_or_directory);
     require(row->folder, std::errc::not_a_directory);
-    require(!changes_->isAround(toBePutThere, folder), std::errc::invalid_argument);
+}
+
+void Replica::requireOutside(const Row& item, Inode folder) {
+    require(!item.folder || !changes_->isAround(item.inode, folder), std::errc::invalid_argument);
 }
 
 void Replica::requireEmpty(Inode folder) {

@@ -1,6 +1,7 @@
 #include "provider/replica/Merging.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace brindlemar::replica {
@@ -19,7 +20,7 @@ std::optional<Row> Replica::Merging::known(std::string_view identifier) {
     auto row = statements.known(identifier);
     if (!row) return row;
     if (!hasNameless) hasNameless = statements.anyNameless.first(Statements::readInode).has_value();
-    if (!*hasNameless || !replica.isStale(statements.above(row->hostParent, true))) return row;
+    if (!*hasNameless || !replica.isStale(row->hostParent)) return row;
     statements.disown.run(row->inode);
     return std::nullopt;
 }
@@ -27,7 +28,7 @@ std::optional<Row> Replica::Merging::known(std::string_view identifier) {
 /// The folder, if it is the one that a listing of this identifier is about.
 std::optional<Row> Replica::folderOf(Inode folder, std::string_view identifier) {
     auto row = changes_->get(folder);
-    if (row && (row->identifier != identifier || isStale(changes_->above(row->hostParent, true)))) row.reset();
+    if (row && (row->identifier != identifier || isStale(row->hostParent))) row.reset();
     return row;
 }
 
@@ -112,7 +113,8 @@ void Replica::Merging::giveName(Row& row, Inode folder, std::string_view name) {
 
 void Replica::Merging::update(const Row& before, Row& after, bool contents) {
     if (after == before && !contents) return;
-    if (contents || after.modified != before.modified || after.size != before.size) after.changed = began;
+    if (contents || after.modified != before.modified || after.size != before.size)
+        after.changed = std::max(after.changed, began);
     statements.put(after);
     const bool isMoved = before.parent != after.parent || before.name != after.name;
     if (isMoved) effects.push_back({.parent = before.parent, .name = before.name, .inode = after.inode, .entry = true});
@@ -180,18 +182,33 @@ void Replica::Merging::keepBoth(Row mine, const Row& around, const NSFileProvide
 
 Effects Replica::merge(Inode folder, std::string_view identifier,
                        std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
-    constexpr std::size_t kAtOnce = 1000; // others get their turn between
-    Effects effects;
-    while (!items.empty()) {
-        Merging merging(*this, began, std::move(effects));
-        const auto some = items.first(std::min(items.size(), kAtOnce));
+    if (items.empty()) return {};
+    return inSteps(began, [&](Merging& merging) {
+        const auto some = items.first(std::min(items.size(), kStep));
         items = items.subspan(some.size());
-        write([&] {
-            const auto row = folderOf(folder, identifier);
-            if (!row) return;
-            past_.forget(began);
-            for (const auto& item : some) merging.take(*row, *item);
-        });
+        const auto row = folderOf(folder, identifier);
+        if (!row) return false;
+        past_.forget(began);
+        for (const auto& item : some) merging.take(*row, *item);
+        return !items.empty();
+    });
+}
+
+/// A transaction for each, until step() gives false; others get their turn between.
+Effects Replica::inSteps(Timestamp began, const std::function<bool(Merging&)>& step) {
+    Effects effects;
+    for (bool goesOn = true; goesOn;) {
+        Merging merging(*this, began, std::move(effects));
+        try {
+            write([&] {
+                std::ranges::move(std::exchange(untold_, {}), std::back_inserter(merging.effects));
+                goesOn = step(merging);
+            });
+        } catch (...) { // of the steps before this one
+            std::lock_guard lock(writing_);
+            std::ranges::move(merging.effects, std::back_inserter(untold_));
+            throw;
+        }
         effects = std::move(merging.effects);
     }
     return effects;

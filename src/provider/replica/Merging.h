@@ -17,6 +17,9 @@ struct Replica::Going {
     bool isConnection = false;
 };
 
+/// Rows of which a transaction writes at most so many when there are more.
+inline constexpr std::size_t kStep = 1000;
+
 /// Within one transaction.
 struct Replica::Merging {
     /// `began`: when the listing did.
@@ -29,7 +32,7 @@ struct Replica::Merging {
     /// An item of a listing of the folder.
     void take(const Row& around, const NSFileProviderItem& item);
     /// The host does not have this row's item any more, nor what is below it.
-    void forget(const Row& row, bool isConnection = false);
+    void forget(const Row& row);
     /// The same in steps: the first, and those that follow until the path is empty, each for `most` rows at most, which
     /// it counts down.
     Going begin(const Row& row, bool isConnection = false);

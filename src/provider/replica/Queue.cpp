@@ -48,9 +48,11 @@ std::optional<Job> Replica::next(const std::function<bool(const Job&)>& isHeld, 
     // From where the queue was last taken from to its end, and from its beginning.
     std::unique_lock lock(writing_);
     const std::int64_t lap = lap_;
-    for (const Inode inode : first)
-        if (const auto place = changes_->placeOf.first(Statements::readInode, inode); place && !found)
+    for (const Inode inode : first) {
+        if (found) break;
+        if (const auto place = changes_->placeOf.first(Statements::readInode, inode))
             changes_->ready.some(consider, *place - 1, *place);
+    }
     lap_ = lap;
     if (found) return send(std::move(*found));
     bool isFromBeginning = lap_ == 0;
@@ -86,17 +88,15 @@ std::optional<Job> Replica::job(Inode inode) {
 bool Replica::isInTheWay(const Job& job) {
     const Inode inode = job.item.inode;
     const bool isMove = (job.item.pending.fields & ItemField::parentItemIdentifier) != 0;
-    const auto around = changes_->above(job.parent.inode, true);
-    if (isStale(around) || (isMove && isStale(changes_->above(job.formerParent.inode, true)))) return true;
-    if (job.item.folder && isMove && contains(around, inode)) return true;
+    if (isStale(job.parent.inode) || (isMove && isStale(job.formerParent.inode))) return true;
+    if (job.item.folder && isMove && changes_->isAround(inode, job.parent.inode, true)) return true;
     const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
     if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
     if (underWay_.empty()) return false;
+    if (isExpected(job.parent.inode, job.item.name)) return true;
     const std::vector<Inode> above = allAbove(job);
     return std::ranges::any_of(underWay_, [&](const auto& entry) {
-        const Sent& other = entry.second;
-        const bool hasPlace = other.parent == job.parent.inode && other.name == job.item.name;
-        return hasPlace || contains(other.above, inode) || contains(above, other.owner);
+        return contains(entry.second.above, inode) || contains(above, entry.second.owner);
     });
 }
 
@@ -109,9 +109,12 @@ bool Replica::isExpected(Inode parent, std::string_view name) const {
 /// Here and on the host.
 std::vector<Inode> Replica::allAbove(const Job& job) {
     std::vector<Inode> all;
-    for (const Inode folder : {job.parent.inode, job.formerParent.inode})
+    const auto add = [&](Inode folder) {
         for (const bool onHost : {false, true})
             std::ranges::copy(changes_->above(folder, onHost), std::back_inserter(all));
+    };
+    add(job.parent.inode);
+    if (job.formerParent.inode != job.parent.inode) add(job.formerParent.inode);
     return all;
 }
 
@@ -140,18 +143,12 @@ std::int64_t Replica::waiting() {
            reader_.integer("SELECT count(*) FROM items WHERE errorDomain IS NOT NULL");
 }
 
-/// The job is not under way any more, also when the disk does not take what became of it.
+/// The job is not under way any more.
 void Replica::settle(const Job& job, const std::function<void(const Sent&)>& body) {
-    try {
-        write([&] {
-            const auto entry = underWay_.extract(job.item.inode);
-            body(entry ? entry.mapped() : Sent{.owner = job.item.inode});
-        });
-    } catch (...) {
-        std::lock_guard lock(writing_);
-        underWay_.erase(job.item.inode);
-        throw;
-    }
+    write([&] {
+        const auto entry = underWay_.extract(job.item.inode);
+        body(entry ? entry.mapped() : Sent{.owner = job.item.inode});
+    });
 }
 
 Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now) {
@@ -162,9 +159,9 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if (!row) return;
         const Row before = *row;
         past_.add(before, now);
-        const bool isOther = result && (result->contentType() == UTType::directory) != row->folder;
-        if (told.deletion || !result || isOther) {
-            row->pending = {.deletion = told.deletion || row->pending.deletion, .fields = way.changed};
+        if (told.deletion || !result) {
+            row->pending = {.deletion = told.deletion || row->pending.deletion,
+                            .fields = (row->pending.fields & ~told.fields) | way.changed};
             changes_->put(*row);
             return merging.forget(*row);
         }
@@ -223,7 +220,7 @@ bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
             if (!changes_->get(row->hostParent)) return changes_->erase.run(row->inode);
             row->pending.creation = false;
             isUncertain = true;
-        } else if (error && way.changed == 0) {
+        } else if (error && way.changed == 0 && row->pending.any()) {
             row->error = error;
         } else {
             return;
@@ -254,10 +251,12 @@ std::int64_t Replica::retry(const std::optional<NSError>& only) {
     return count;
 }
 
-bool Replica::isStale(const std::vector<Inode>& around) {
+/// The host has to tell the identifier of the folder, or of one around it.
+bool Replica::isStale(Inode folder) {
     if (!changes_->anyNameless.first(Statements::readInode)) return false; // as nearly always
-    return std::ranges::any_of(
-        around, [&](Inode inode) { return changes_->isNameless.first(Statements::readInode, inode).has_value(); });
+    return std::ranges::any_of(changes_->above(folder, true), [&](Inode inode) {
+        return changes_->isNameless.first(Statements::readInode, inode).has_value();
+    });
 }
 
 std::optional<Row> Replica::outermostNameless(Inode inode) {

@@ -132,17 +132,6 @@ std::optional<std::string> Replica::path(Inode inode) {
     return path;
 }
 
-std::optional<Row> Replica::at(std::string_view path) {
-    std::lock_guard lock(reading_);
-    auto row = looks_->get(kRoot);
-    while (row && !path.empty()) {
-        const std::size_t end = std::min(path.find('/'), path.size());
-        row = looks_->shown(row->inode, path.substr(0, end));
-        path.remove_prefix(std::min(end + 1, path.size()));
-    }
-    return row;
-}
-
 bool Replica::setContents(Inode inode, std::string_view identifier, const std::string& contents, std::uint64_t size,
                           const std::optional<HostVersion>& version) {
     bool isTaken = false;

@@ -59,7 +59,6 @@ public:
     void children(Inode parent, Inode after, const std::function<bool(const Row&)>& body);
     /// "Work/photos/a.txt"; empty for the root, none for what is not there.
     std::optional<std::string> path(Inode inode);
-    std::optional<Row> at(std::string_view path);
 
     // What the host tells.
 
@@ -94,9 +93,9 @@ public:
     /// afterwards; none, and nothing happens, when edit() gave false or the item was removed meanwhile.
     std::optional<Row> change(Inode inode, const std::function<bool(Row&)>& edit, ItemFields fields, Timestamp now,
                               Safe safe, std::optional<std::string_view> bytes = std::nullopt);
-    /// Gives the item another place; what is there goes. When that is a file, and the item is one with contents, its
-    /// identity with the host passes to the item: the host hears of new contents only.
-    void move(Inode inode, Inode parent, std::string_view name, Timestamp now);
+    /// Gives the item another place; what is there goes, if it `replaces`. When that is a file, and the item is one
+    /// with contents, its identity with the host passes to the item: the host hears of new contents only.
+    void move(Inode inode, Inode parent, std::string_view name, Timestamp now, bool replaces = true);
     /// Two items change places.
     void exchange(Inode one, Inode other, Timestamp now);
     void remove(Inode inode, Timestamp now);
@@ -113,8 +112,9 @@ public:
     std::int64_t waiting();
     /// The job goes to the host now, which had `seen`, if somebody has looked.
     void sending(const Job& job, const std::optional<HostVersion>& seen);
-    /// The host has carried out the job; `result` is the item as it has it now, if there is one. What is below a
-    /// folder that has another identifier by now is known again after the folder's next listing.
+    /// The host has carried out the job; `result` is the item as it has it now, if there is one, of the same kind. What
+    /// is below a folder that has another identifier by now is known again after the folder's next listing. As long as
+    /// the disk does not take it, the job is under way; so with failed().
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
     /// True when the host's item is neither what was known of it nor what was sent: somebody else has changed it.
     bool isConflict(const Job& job, const NSFileProviderItem& item, Timestamp now);
@@ -168,11 +168,13 @@ private:
     void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
     void relocate(Row& row, Inode parent, std::string_view name, Timestamp now);
     void stamp(Inode folder, Timestamp now);
-    void requireFolder(Inode folder, Inode toBePutThere);
+    void requireFolder(Inode folder);
+    void requireOutside(const Row& item, Inode folder);
     void requireEmpty(Inode folder);
     void estrange(Inode folder, Timestamp now); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name, Timestamp now);
     void bury(const Row& row);
+    Effects inSteps(Timestamp began, const std::function<bool(Merging&)>& step);
     Effects forgetAll(std::size_t count, Timestamp now,
                       const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);
     Sent* sent(Inode owner);
@@ -183,7 +185,7 @@ private:
     bool isInTheWay(const Job& job);
     bool isExpected(Inode parent, std::string_view name) const;
     Job send(Job job);
-    bool isStale(const std::vector<Inode>& around);
+    bool isStale(Inode folder);
     std::optional<Row> folderOf(Inode folder, std::string_view identifier);
 
     TurnMutex writing_;  // long work lets others in between
@@ -198,6 +200,7 @@ private:
     std::int64_t lap_ = 0;                     // where the queue was last taken from
     Past past_;
     std::unordered_map<Inode, Timestamp> estranged_; // folders, in this run
+    Effects untold_;                                 // of what was written before the disk took no more
     std::atomic<bool> isEstranged_{false};
 };
 

@@ -105,7 +105,7 @@ Replica::Statements::Statements(sqlite::Database& database)
           database.prepare("SELECT inode FROM items INDEXED BY nameless WHERE identifier IS NULL AND creation=0 "
                            "AND hostParent>0 LIMIT 1")),
       namelessIn(database.prepare("SELECT inode FROM items INDEXED BY nameless WHERE identifier IS NULL AND creation=0 "
-                                  "AND hostParent>0 AND hostParent=? LIMIT 1")),
+                                  "AND hostParent>0 AND hostParent=?")),
       nameless(
           database.prepare("SELECT DISTINCT item.hostParent FROM items item INDEXED BY nameless JOIN items folder ON "
                            "folder.inode=item.hostParent WHERE item.hostParent>0 AND item.identifier IS NULL AND "

@@ -48,7 +48,7 @@ struct Replica::Statements {
     sqlite::Statement failed;       // some of the first
     sqlite::Statement forgive;      // all that failed, or for one reason
     sqlite::Statement anyNameless;  // one that the host has to tell the identifier of
-    sqlite::Statement namelessIn;   // the same in a folder
+    sqlite::Statement namelessIn;   // those in a folder
     sqlite::Statement nameless;     // folders to list again, for identifiers
     sqlite::Statement estrange;     // those in a folder, when it has another identifier
     sqlite::Statement estrangeMoved;

@@ -57,7 +57,7 @@ std::optional<Job> Replica::untangle(const std::vector<Inode>& jammed) {
         }
     }
     auto found = one == 0 ? std::nullopt : job(one);
-    if (!found || isStale(changes_->above(found->formerParent.inode, true))) return std::nullopt;
+    if (!found || isStale(found->formerParent.inode)) return std::nullopt;
     Row& item = found->item;
     found->parent = found->formerParent;
     item.parent = item.hostParent;
