@@ -197,7 +197,12 @@ void Uploads::sendUnlessConflict(const Job& job) {
 }
 
 void Uploads::send(const Job& job, const std::optional<replica::HostVersion>& seen) {
-    if (const auto error = attempt("send(_:)", [&] { call(job, seen); })) ended(job, nullptr, error);
+    if (orLog("send(_:)", [&] { call(job, seen); })) return;
+    // The disk took no more: again, but not at once.
+    places_.common.tasks.after(kFirstPause, [self = shared_from_this(), job] {
+        self->putBack(job, std::nullopt);
+        self->finished(job);
+    });
 }
 
 void Uploads::call(const Job& job, const std::optional<replica::HostVersion>& seen) {
