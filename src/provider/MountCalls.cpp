@@ -16,9 +16,10 @@ Mount* mountOf(const Call& call) {
 void succeed(const Call& call) { call.output->write(completionEvent(nullptr, std::nullopt)); }
 
 constexpr auto kLook = std::chrono::milliseconds(200);
-constexpr int kPatience = 50; // looks at files that programs only have to close
+constexpr int kPatience = 50; // looks at which nothing has moved
 
-void unmount(Call call, int looks) {
+/// `last`: how much waited at the last look.
+void unmount(Call call, std::int64_t last, int looks) {
     Mount* const mount = mountOf(call);
     if (!mount) return;
     const bool waits = call.arguments["wait"].uInt16Value() != 0;
@@ -27,19 +28,21 @@ void unmount(Call call, int looks) {
         mount->hide();
         return succeed(call);
     }
-    if (queue.length == queue.failed)
+    looks = queue.length == last && !queue.isBeingSent ? looks + 1 : 0;
+    const bool isStuck = looks > kPatience;
+    if (queue.length == queue.failed || (isStuck && queue.failed > 0))
         return call.fail(cannotSynchronize(), std::to_string(queue.failed) +
                                                   " of the changes cannot be sent to the host; nothing is unmounted. "
                                                   "See why with \"brindlemar status\".");
     if (!call.places.manager.isConnected()) return call.fail(serverUnreachable());
-    looks = queue.length <= queue.failed + std::ssize(queue.written) ? looks + 1 : 0;
-    if (looks > kPatience)
+    if (isStuck && !queue.written.empty())
         return call.fail(cannotSynchronize(),
                          "Programs are writing to files, of which the host hears once they are closed, or synced and "
                          "left alone; nothing is unmounted. See which with \"brindlemar status\".");
     if (call.output->write(countEvent("queue", "length", queue.length)))
-        call.places.tasks.after(
-            kLook, [call, looks] { call.guarded([looks](Call again) { unmount(std::move(again), looks); }); });
+        call.places.tasks.after(kLook, [call, last = queue.length, looks] {
+            call.guarded([=](Call again) { unmount(std::move(again), last, looks); });
+        });
 }
 } // namespace
 
@@ -70,6 +73,6 @@ void callRetry(Call call) {
     succeed(call);
 }
 
-void callUnmount(Call call) { unmount(std::move(call), 0); }
+void callUnmount(Call call) { unmount(std::move(call), 0, 0); }
 
 } // namespace brindlemar

@@ -286,6 +286,23 @@ TEST(ReplicaTests, AnAnswerThatTheDiskDidNotTakeIsTakenLater) {
     }
 }
 
+TEST(ReplicaTests, OnlyTheJobThatIsUnderWayEnds) {
+    World world;
+    world.act("create f");
+    const Job old = *world.next();
+    world.replica->failed(old, std::nullopt);
+    world.replica->refuse(old, cannotSynchronize());
+    EXPECT_EQ(world.replica->failureCount(), 1);
+    EXPECT_EQ(world.replica->retry(), 1);
+    const Job job = *world.next();
+    world.replica->failed(old, cannotSynchronize());
+    world.replica->refuse(old, cannotSynchronize());
+    EXPECT_EQ(world.replica->failureCount(), 0);
+    world.act("write f");
+    world.answer(job);
+    EXPECT_EQ(world.drain(), "contents n1 W/f");
+}
+
 TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
     const std::pair<std::string, std::errc> cases[] = {
         {"create D/f", std::errc::no_such_file_or_directory},

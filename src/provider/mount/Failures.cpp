@@ -15,4 +15,9 @@ NSError toldError(std::string_view where, const std::exception& error) {
     return cocoaError(isFull ? CocoaErrorCode::fileWriteOutOfSpace : CocoaErrorCode::fileWriteUnknown);
 }
 
+bool isOfTheDisk(const NSError& error) {
+    return error == cocoaError(CocoaErrorCode::fileWriteOutOfSpace) ||
+           error == cocoaError(CocoaErrorCode::fileWriteUnknown);
+}
+
 } // namespace brindlemar

@@ -12,6 +12,9 @@ namespace brindlemar {
 /// Says in the log what was thrown, and what it means for whoever asked.
 NSError toldError(std::string_view where, const std::exception& error);
 
+/// True for the errors that toldError() gives: the host is not asked for its part.
+bool isOfTheDisk(const NSError& error);
+
 /// What a task throws would end the process: it is told instead. The error, if something was thrown.
 template <class Body>
 std::optional<NSError> attempt(std::string_view where, Body&& body) {

@@ -115,10 +115,10 @@ void Uploads::pump() {
 
 bool Uploads::takeOne() {
     const Timestamp now = places_.common.clock.now();
-    const auto [isFull, notBefore] = state_.with([](const State& state) {
-        return std::pair(state.refreshing > 0 || state.running.size() >= kAtOnce, state.notBefore);
+    const bool waits = state_.with([&](const State& state) {
+        return state.refreshing > 0 || state.running.size() >= kAtOnce || now < state.notBefore || now < state.resting;
     });
-    if (isFull || now < notBefore || !places_.common.manager.isConnected()) return false;
+    if (waits || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
     const auto isHeld = [&](const Job& job) {
         const replica::Inode inode = job.item.inode;
@@ -165,7 +165,10 @@ void Uploads::run(const Job& job) {
 void Uploads::refresh(const Job& job, replica::Inode folder) {
     places_.folders->list(folder, [self = shared_from_this(), job, folder](bool more, const auto& error) {
         if (more) return self->refresh(job, folder);
-        if (error) self->putBack(job, error);
+        if (error && isOfTheDisk(*error))
+            self->rest();
+        else if (error)
+            self->untilTaken([self, job, error] { self->places_.common.replica.refuse(job, *error); });
         self->state_.with([&](State& state) {
             --state.refreshing;
             if (!error) state.refreshed.push_back(job.item.inode); // before the listing is old
@@ -187,10 +190,11 @@ void Uploads::sendUnlessConflict(const Job& job) {
                     self->send(job, seen);
                 });
         self->putBack(job, std::nullopt); // else the item would be left alone
-        orLog("sendUnlessConflict(_:)", [&] {
+        const bool isKnown = orLog("sendUnlessConflict(_:)", [&] {
             self->places_.common.notices.tell(
                 replica.merge(job.parent.inode, *job.parent.identifier, std::array{item}, now));
         });
+        if (!isKnown) self->rest();
         self->finished(job);
     };
     places_.common.extension->item(*job.item.identifier, found);
@@ -198,11 +202,9 @@ void Uploads::sendUnlessConflict(const Job& job) {
 
 void Uploads::send(const Job& job, const std::optional<replica::HostVersion>& seen) {
     if (orLog("send(_:)", [&] { call(job, seen); })) return;
-    // The disk took no more: again, but not at once.
-    places_.common.tasks.after(kFirstPause, [self = shared_from_this(), job] {
-        self->putBack(job, std::nullopt);
-        self->finished(job);
-    });
+    rest();
+    putBack(job, std::nullopt);
+    finished(job);
 }
 
 void Uploads::call(const Job& job, const std::optional<replica::HostVersion>& seen) {
@@ -330,10 +332,18 @@ void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
 /// What became of a job is not lost when the disk does not take it: until it does, the job is under way.
 void Uploads::untilTaken(const std::function<void()>& body) {
     if (orLog("untilTaken(_:)", body) || stopping_) return;
+    rest();
     places_.common.tasks.after(kFirstPause, [self = shared_from_this(), body] {
         self->untilTaken(body);
-        self->look();
+        if (self->places_.common.manager.isConnected()) self->hostIsBack(); // perhaps since
     });
+}
+
+/// The disk takes no more just now: nothing is told for a moment.
+void Uploads::rest() {
+    const Timestamp until = places_.common.clock.now() + kFirstPause;
+    state_.with([&](State& state) { state.resting = until; });
+    places_.common.tasks.after(kFirstPause, [self = shared_from_this()] { self->look(); });
 }
 
 /// What is written to and made safe all the time is not to be copied all the time.

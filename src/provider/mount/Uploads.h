@@ -54,6 +54,7 @@ private:
         bool isPumping = false, again = false;
         std::size_t refreshing = 0; // folders
         Timestamp notBefore{};      // see hostIsAway()
+        Timestamp resting{};        // until then
     };
     void pump();
     bool takeOne();
@@ -67,6 +68,7 @@ private:
     void putBackWithout(const ItemIdentifier& gone, const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
     void untilTaken(const std::function<void()>& body);
+    void rest();
     void finished(const replica::Job& job);
     void pause(replica::Inode inode);
     void ended(const replica::Job& job, const std::shared_ptr<NSFileProviderItem>& item,

@@ -198,19 +198,18 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
 Effects Replica::inSteps(Timestamp began, const std::function<bool(Merging&)>& step) {
     Effects effects;
     for (bool goesOn = true; goesOn;) {
-        Merging merging(*this, began, std::move(effects));
+        Merging merging(*this, began);
         try {
-            write([&] {
-                std::ranges::move(std::exchange(untold_, {}), std::back_inserter(merging.effects));
-                goesOn = step(merging);
-            });
-        } catch (...) { // of the steps before this one
+            write([&] { goesOn = step(merging); });
+        } catch (...) {
             std::lock_guard lock(writing_);
-            std::ranges::move(merging.effects, std::back_inserter(untold_));
+            std::ranges::move(effects, std::back_inserter(untold_));
             throw;
         }
-        effects = std::move(merging.effects);
+        std::ranges::move(merging.effects, std::back_inserter(effects));
     }
+    std::lock_guard lock(writing_);
+    std::ranges::move(std::exchange(untold_, {}), std::back_inserter(effects));
     return effects;
 }
 

@@ -23,8 +23,7 @@ inline constexpr std::size_t kStep = 1000;
 /// Within one transaction.
 struct Replica::Merging {
     /// `began`: when the listing did.
-    Merging(Replica& replica, Timestamp began, Effects effects = {})
-        : effects(std::move(effects)), began(began), replica(replica), statements(*replica.changes_) {}
+    Merging(Replica& replica, Timestamp began) : began(began), replica(replica), statements(*replica.changes_) {}
 
     /// The item that the host knows by this. A row below a folder whose identifier is not known any more loses its own:
     /// it is another item's by now.

@@ -119,7 +119,8 @@ std::vector<Inode> Replica::allAbove(const Job& job) {
 }
 
 Job Replica::send(Job job) {
-    Sent way{.owner = job.item.inode, .parent = job.parent.inode, .name = job.item.name};
+    job.number = ++lastJob_;
+    Sent way{.number = job.number, .owner = job.item.inode, .parent = job.parent.inode, .name = job.item.name};
     way.above = allAbove(job);
     underWay_[job.item.inode] = std::move(way);
     return job;
@@ -146,8 +147,9 @@ std::int64_t Replica::waiting() {
 /// The job is not under way any more.
 void Replica::settle(const Job& job, const std::function<void(const Sent&)>& body) {
     write([&] {
-        const auto entry = underWay_.extract(job.item.inode);
-        body(entry ? entry.mapped() : Sent{.owner = job.item.inode});
+        const auto entry = underWay_.find(job.item.inode);
+        if (entry == underWay_.end() || entry->second.number != job.number) return;
+        body(underWay_.extract(entry).mapped());
     });
 }
 
@@ -220,7 +222,7 @@ bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
             if (!changes_->get(row->hostParent)) return changes_->erase.run(row->inode);
             row->pending.creation = false;
             isUncertain = true;
-        } else if (error && way.changed == 0 && row->pending.any()) {
+        } else if (error && way.changed == 0) {
             row->error = error;
         } else {
             return;
@@ -228,6 +230,16 @@ bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
         changes_->put(*row);
     });
     return isUncertain;
+}
+
+void Replica::refuse(const Job& job, const NSError& error) {
+    write([&] {
+        auto row = changes_->get(job.item.inode);
+        const bool isTheSame = row && row->generation == job.item.generation && row->pending.any();
+        if (!isTheSame || underWay_.contains(row->inode) || sent(row->inode)) return;
+        row->error = error;
+        changes_->put(*row);
+    });
 }
 
 std::vector<Row> Replica::failures(std::size_t most) {

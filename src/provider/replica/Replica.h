@@ -28,9 +28,10 @@ using Effects = std::vector<Effect>;
 
 /// One request for the host, taken from the queue.
 struct Job {
-    Row item;         // with what is to be told in `pending`, a part of all that waits
-    Row parent;       // the folder it is in
-    Row formerParent; // the folder that the host has it in; for a creation the same as `parent`
+    Row item;                // with what is to be told in `pending`, a part of all that waits
+    Row parent;              // the folder it is in
+    Row formerParent;        // the folder that the host has it in; for a creation the same as `parent`
+    std::int64_t number = 0; // no other job has it
 };
 
 /// When a local change has to be safe.
@@ -114,13 +115,15 @@ public:
     void sending(const Job& job, const std::optional<HostVersion>& seen);
     /// The host has carried out the job; `result` is the item as it has it now, if there is one, of the same kind. What
     /// is below a folder that has another identifier by now is known again after the folder's next listing. As long as
-    /// the disk does not take it, the job is under way; so with failed().
+    /// the disk does not take it, the job is under way; so with failed(). Both do nothing for a job that is not.
     Effects succeeded(const Job& job, const NSFileProviderItem* result, Timestamp now);
     /// True when the host's item is neither what was known of it nor what was sent: somebody else has changed it.
     bool isConflict(const Job& job, const NSFileProviderItem& item, Timestamp now);
     /// With no error the job is to be taken again. True when it was to make what was removed meanwhile: only a listing
     /// of its folder tells whether the host has it.
     bool failed(const Job& job, const std::optional<NSError>& error);
+    /// A job that was put back cannot be taken for now. Nothing happens when it was taken again, or the item changed.
+    void refuse(const Job& job, const NSError& error);
     /// The items that failed, some of the first.
     std::vector<Row> failures(std::size_t most);
     std::int64_t failureCount();
@@ -156,6 +159,7 @@ private:
     struct Going;
     /// A job that the host has. The item that its answer is for may have been given to another row meanwhile.
     struct Sent {
+        std::int64_t number = 0; // of the job
         Inode owner = 0;
         ItemFields changed = 0; // since
         Inode parent = 0;       // where the host has the item when it succeeds
@@ -197,7 +201,8 @@ private:
     Safe safe_ = Safe::fromPowerLoss;          // the writer's setting
     bool isSynced_ = false;                    // all that was committed is safe from power loss
     std::unordered_map<Inode, Sent> underWay_; // by the inode in the job
-    std::int64_t lap_ = 0;                     // where the queue was last taken from
+    std::int64_t lastJob_ = 0;
+    std::int64_t lap_ = 0; // where the queue was last taken from
     Past past_;
     std::unordered_map<Inode, Timestamp> estranged_; // folders, in this run
     Effects untold_;                                 // of what was written before the disk took no more
