@@ -16,7 +16,7 @@ Mount* mountOf(const Call& call) {
 void succeed(const Call& call) { call.output->write(completionEvent(nullptr, std::nullopt)); }
 
 constexpr auto kLook = std::chrono::milliseconds(200);
-constexpr int kPatience = 50; // looks at which nothing has moved
+constexpr int kPatience = 100; // looks at which nothing has moved
 
 /// `last`: how much waited at the last look.
 void unmount(Call call, std::int64_t last, int looks) {
@@ -28,7 +28,7 @@ void unmount(Call call, std::int64_t last, int looks) {
         mount->hide();
         return succeed(call);
     }
-    looks = queue.length == last && !queue.isBeingSent ? looks + 1 : 0;
+    looks = queue.length == last && !queue.isAtWork ? looks + 1 : 0;
     const bool isStuck = looks > kPatience;
     if (queue.length == queue.failed || (isStuck && queue.failed > 0))
         return call.fail(cannotSynchronize(), std::to_string(queue.failed) +
@@ -39,6 +39,10 @@ void unmount(Call call, std::int64_t last, int looks) {
         return call.fail(cannotSynchronize(),
                          "Programs are writing to files, of which the host hears once they are closed, or synced and "
                          "left alone; nothing is unmounted. See which with \"brindlemar status\".");
+    if (isStuck)
+        return call.fail(cannotSynchronize(),
+                         "Nothing has been sent for a while; nothing is unmounted. See why with \"brindlemar doctor\" "
+                         "and in the service's log.");
     if (call.output->write(countEvent("queue", "length", queue.length)))
         call.places.tasks.after(kLook, [call, last = queue.length, looks] {
             call.guarded([=](Call again) { unmount(std::move(again), last, looks); });

@@ -12,7 +12,7 @@ namespace brindlemar {
 /// Says in the log what was thrown, and what it means for whoever asked.
 NSError toldError(std::string_view where, const std::exception& error);
 
-/// True for the errors that toldError() gives: the host is not asked for its part.
+/// An error of this machine's disk, as toldError() gives them.
 bool isOfTheDisk(const NSError& error);
 
 /// What a task throws would end the process: it is told instead. The error, if something was thrown.

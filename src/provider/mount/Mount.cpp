@@ -211,7 +211,7 @@ ChangeFeed::TopLevel Mount::topLevel() {
 }
 
 Mount::Waiting Mount::waiting() {
-    Waiting all{replica_.waiting(), replica_.failureCount(), {}, !uploads_->transfers().empty()};
+    Waiting all{replica_.waiting(), replica_.failureCount(), {}, uploads_->isAtWork()};
     open_.each([&](const OpenFile& file) {
         const auto row = uploads_->isBusy(file.inode()) ? replica_.row(file.inode()) : std::nullopt;
         if (row && row->pending.any() && !row->pending.deletion && !row->error)

@@ -44,7 +44,7 @@ public:
         std::int64_t length = 0;
         std::int64_t failed = 0;          // of it
         std::vector<std::string> written; // of it; by programs, just now: see Uploads::isBusy()
-        bool isBeingSent = false;         // some of it
+        bool isAtWork = false;            // see Uploads
     };
     Waiting waiting();
     struct Status {

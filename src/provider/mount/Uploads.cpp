@@ -116,7 +116,7 @@ void Uploads::pump() {
 bool Uploads::takeOne() {
     const Timestamp now = places_.common.clock.now();
     const bool waits = state_.with([&](const State& state) {
-        return state.refreshing > 0 || state.running.size() >= kAtOnce || now < state.notBefore || now < state.resting;
+        return state.refreshing > 0 || state.running.size() >= kAtOnce || state.resting > 0 || now < state.notBefore;
     });
     if (waits || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
@@ -136,7 +136,7 @@ bool Uploads::takeOne() {
         return false;
     }
     state_.with([&](State& state) {
-        state.running[job->item.inode] = nullptr;
+        state.running[job->item.inode] = {job->number, nullptr};
         if (std::ranges::count(refreshed, job->item.inode) == 0) return; // they have to wait for something else
         std::ranges::copy_if(refreshed, std::back_inserter(state.refreshed),
                              [&](replica::Inode inode) { return inode != job->item.inode; });
@@ -165,8 +165,9 @@ void Uploads::run(const Job& job) {
 void Uploads::refresh(const Job& job, replica::Inode folder) {
     places_.folders->list(folder, [self = shared_from_this(), job, folder](bool more, const auto& error) {
         if (more) return self->refresh(job, folder);
-        if (error && isOfTheDisk(*error))
-            self->rest();
+        const bool isBack = BxMessages::sharedInstance().isReachable(connectionOf(job));
+        if (error && (isOfTheDisk(*error) || (*error == serverUnreachable() && isBack)))
+            self->rest(); // and again
         else if (error)
             self->untilTaken([self, job, error] { self->places_.common.replica.refuse(job, *error); });
         self->state_.with([&](State& state) {
@@ -237,7 +238,7 @@ void Uploads::call(const Job& job, const std::optional<replica::HostVersion>& se
         progress = extension.modifyItem({draft, job.item.pending.fields, contents}, changed);
     state_.with([&](State& state) {
         const auto entry = state.running.find(job.item.inode);
-        if (entry != state.running.end()) entry->second = progress;
+        if (entry != state.running.end() && entry->second.job == job.number) entry->second.progress = progress;
     });
 }
 
@@ -329,21 +330,26 @@ void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
     });
 }
 
-/// What became of a job is not lost when the disk does not take it: until it does, the job is under way.
-void Uploads::untilTaken(const std::function<void()>& body) {
-    if (orLog("untilTaken(_:)", body) || stopping_) return;
+/// What became of a job is not lost when the disk does not take it: until it does, the job is under way. True when the
+/// disk has taken it at once.
+bool Uploads::untilTaken(const std::function<void()>& body) {
+    if (orLog("untilTaken(_:)", body)) return true;
+    if (stopping_) return false;
     rest();
     places_.common.tasks.after(kFirstPause, [self = shared_from_this(), body] {
-        self->untilTaken(body);
-        if (self->places_.common.manager.isConnected()) self->hostIsBack(); // perhaps since
+        const bool isTaken = self->untilTaken(body);
+        if (isTaken && self->places_.common.manager.isConnected()) self->hostIsBack(); // perhaps since
     });
+    return false;
 }
 
-/// The disk takes no more just now: nothing is told for a moment.
+/// The disk takes no more just now, or the host has just gone: nothing is told for a moment.
 void Uploads::rest() {
-    const Timestamp until = places_.common.clock.now() + kFirstPause;
-    state_.with([&](State& state) { state.resting = until; });
-    places_.common.tasks.after(kFirstPause, [self = shared_from_this()] { self->look(); });
+    state_.with([](State& state) { ++state.resting; });
+    places_.common.tasks.after(kFirstPause, [self = shared_from_this()] {
+        self->state_.with([](State& state) { --state.resting; });
+        self->look();
+    });
 }
 
 /// What is written to and made safe all the time is not to be copied all the time.
@@ -372,16 +378,23 @@ bool Uploads::isBusy(replica::Inode inode) {
 }
 
 void Uploads::finished(const Job& job) {
-    state_.with([&](State& state) { state.running.erase(job.item.inode); });
+    state_.with([&](State& state) {
+        const auto entry = state.running.find(job.item.inode);
+        if (entry != state.running.end() && entry->second.job == job.number) state.running.erase(entry);
+    });
     if (!stopping_) pump();
 }
 
 std::vector<Transfer> Uploads::transfers() const {
     return state_.with([](const State& state) {
         std::vector<Transfer> all;
-        for (const auto& [inode, progress] : state.running) all.push_back(transferOf(inode, progress));
+        for (const auto& [inode, running] : state.running) all.push_back(transferOf(inode, running.progress));
         return all;
     });
+}
+
+bool Uploads::isAtWork() const {
+    return state_.with([](const State& state) { return state.refreshing > 0 || !state.running.empty(); });
 }
 
 } // namespace brindlemar

@@ -33,6 +33,8 @@ public:
     void stop() { stopping_ = true; }
 
     std::vector<Transfer> transfers() const;
+    /// The host has been asked for something, or the disk is to take what it answered.
+    bool isAtWork() const;
     /// Programs write to it: what is not safe is not told, nor what was never the same for long.
     bool isBusy(replica::Inode inode);
 
@@ -49,12 +51,16 @@ private:
         };
         std::unordered_map<replica::Inode, Pause> paused; // open files that changed while they were copied
         std::vector<replica::Inode> refreshed;            // items whose folders were listed for them
-        std::unordered_map<replica::Inode, std::shared_ptr<NSProgress>> running;
+        struct Running {
+            std::int64_t job = 0; // its number: the next one about the item may begin before the end of this is heard
+            std::shared_ptr<NSProgress> progress;
+        };
+        std::unordered_map<replica::Inode, Running> running;
         bool isScheduled = false;
         bool isPumping = false, again = false;
         std::size_t refreshing = 0; // folders
         Timestamp notBefore{};      // see hostIsAway()
-        Timestamp resting{};        // until then
+        unsigned resting = 0;       // see rest()
     };
     void pump();
     bool takeOne();
@@ -67,7 +73,7 @@ private:
     void unlessParentIsGone(const replica::Job& job);
     void putBackWithout(const ItemIdentifier& gone, const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
-    void untilTaken(const std::function<void()>& body);
+    bool untilTaken(const std::function<void()>& body);
     void rest();
     void finished(const replica::Job& job);
     void pause(replica::Inode inode);
