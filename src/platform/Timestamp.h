@@ -20,4 +20,9 @@ inline std::int64_t wholeSecondsSince1970(Timestamp time) {
     return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
 }
 
+/// True from `then` on until the span is over. Clocks are set: what lies in the future was long ago.
+inline bool isWithin(Timestamp::duration span, Timestamp then, Timestamp now) {
+    return then <= now && now - then < span;
+}
+
 } // namespace brindlemar

@@ -14,14 +14,17 @@ constexpr int kTries = 10;
 }
 
 Downloads::Token Downloads::want(replica::Inode inode, Handler handler) {
+    const bool isAway = !places_.common.manager.isConnected(); // who looks for it may take a while
     bool isFirst = false;
     const Token token = state_.with([&](State& state) {
         const auto [entry, made] = state.downloads.try_emplace(inode);
-        entry->second.waiting.emplace_back(++state.last, std::move(handler));
         isFirst = made;
+        ++state.last;
+        if (made || !isAway) entry->second.waiting.emplace_back(state.last, std::exchange(handler, nullptr));
         return state.last;
     });
     if (isFirst) places_.common.tasks.async([self = shared_from_this(), inode] { self->start(inode, true); });
+    if (handler) places_.common.tasks.async([handler = std::move(handler)] { handler(serverUnreachable()); });
     return token;
 }
 

@@ -9,7 +9,8 @@ namespace brindlemar {
 
 namespace {
 constexpr std::int64_t kFirstPage = 200, kFurtherPages = 5000; // the first is for people, who wait
-}
+constexpr std::size_t kMany = 1000;
+} // namespace
 
 /// One listing on its way through its pages.
 class FolderListing final : public NSFileProviderEnumerationObserver,
@@ -24,6 +25,7 @@ public:
     void start() { ask(NSFileProviderPage(std::string(NSFileProviderInitialPageSortedByName))); }
     std::int64_t suggestedPageSize() const override { return pageSize_; }
     void didEnumerateItems(ItemBatch items) override {
+        isEmpty_ = false;
         const auto failure = attempt("didEnumerateItems(_:)", [&] {
             folders_->places_.notices.tell(
                 folders_->places_.replica.merge(folder_, identifier_, items.items(), began_));
@@ -42,8 +44,10 @@ private:
             return ask(std::move(*page));
         }
         // Without a host a listing is empty; that does not mean that the folder is.
-        const bool isAnswer = connection_.empty() || (BxMessages::sharedInstance().isReachable(connection_) &&
-                                                      folders_->places_.manager.state().since == since_);
+        const bool isHere = connection_.empty() || (BxMessages::sharedInstance().isReachable(connection_) &&
+                                                    folders_->places_.manager.state().since == since_);
+        const bool isAnswer = isHere && (connection_.empty() || !isEmpty_ || folders_->mayBeEmpty(folder_));
+        if (!isHere) folders_->unanswered(folder_);
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
         const auto failure = failure_.copy();
@@ -61,23 +65,26 @@ private:
     const std::shared_ptr<NSFileProviderEnumerator> enumerator_;
     const Timestamp since_, began_;
     std::atomic<std::int64_t> pageSize_{kFirstPage};
+    std::atomic<bool> isEmpty_{true};
     Guarded<std::optional<NSError>> failure_; // of what has arrived
 };
 
 void Folders::list(replica::Inode folder, Handler handler) {
+    const bool isAway = folder != replica::kRoot && !places_.manager.isConnected(); // who looks for it may take a while
     const bool isFirst = listings_.with([&](auto& listings) {
         const auto [entry, made] = listings.try_emplace(folder);
-        if (handler) entry->second.waiting.push_back(std::move(handler));
+        if (handler && (made || !isAway)) entry->second.waiting.push_back(std::exchange(handler, nullptr));
         return made;
     });
-    if (isFirst) places_.tasks.async([self = shared_from_this(), folder] { self->start(folder); });
+    if (isFirst) return places_.tasks.async([self = shared_from_this(), folder] { self->start(folder); });
+    if (handler) places_.tasks.async([handler = std::move(handler)] { handler(false, serverUnreachable()); });
 }
 
 void Folders::refresh(replica::Inode folder) {
     const Timestamp now = places_.clock.now();
     const bool isDue = checked_.with([&](auto& checked) {
         const auto entry = checked.find(folder);
-        return entry == checked.end() || now - entry->second.began >= OpenFolders::kFresh;
+        return entry == checked.end() || !isWithin(OpenFolders::kFresh, entry->second.began, now);
     });
     if (isDue && places_.manager.isConnected()) list(folder, nullptr);
 }
@@ -142,7 +149,15 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
     auto opened = places_.folders.open(*places_.extension, *row.identifier);
     if (const auto* error = std::get_if<NSError>(&opened)) return ended(folder, *error);
     const auto& [enumerator, stale] = std::get<OpenFolders::Opened>(opened);
-    checked_.with([&](auto& checked) { checked[folder] = {.began = now}; });
+    checked_.with([&](auto& checked) {
+        if (checked.size() > kMany)
+            std::erase_if(checked, [&](const auto& each) {
+                const Check& last = each.second;
+                return !isWithin(OpenFolders::kFresh, std::max({last.began, last.completed, last.unanswered}), now);
+            });
+        Check& last = checked[folder];
+        last = {.began = now, .unanswered = last.unanswered};
+    });
     const auto listing = std::make_shared<FolderListing>(shared_from_this(), folder, *row.identifier,
                                                          isRoot ? "" : connection, enumerator);
     if (!stale || isRoot) return listing->start();
@@ -159,10 +174,9 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
 /// Where identifiers are paths, another folder may have had this one a moment ago, whose listing the extension would
 /// give once more; or this one, with less in it.
 Timestamp Folders::askableFrom(replica::Inode folder, const ItemIdentifier& identifier, Timestamp now) {
-    constexpr std::size_t many = 1000;
     const bool hasNameless = places_.replica.hasNameless(folder);
     return asked_.with([&](auto& asked) {
-        if (asked.size() > many)
+        if (asked.size() > kMany)
             std::erase_if(asked, [&](const auto& each) { return now - each.second.at > OpenFolders::kFresh; });
         const auto [entry, isNew] = asked.try_emplace(identifier, Asked{folder, now});
         Asked& last = entry->second;
@@ -199,12 +213,35 @@ void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier,
     if (places_.replica.hasMoreToIdentify()) orLog("completed(_:)", [&] { identifyAll(); });
 }
 
-bool Folders::isFresh(replica::Inode folder, Timestamp notBefore) const {
-    const Timestamp from = std::max(notBefore, places_.manager.state().since);
-    const Timestamp until = places_.clock.now() - OpenFolders::kFresh;
+bool Folders::isFresh(replica::Inode folder) const {
+    const Timestamp now = places_.clock.now(), lost = hostLost_.copy(), since = places_.manager.state().since;
+    const auto ifPast = [now](Timestamp time) { return time <= now ? time : Timestamp(); }; // clocks are set
+    const Timestamp from = std::max(ifPast(lost) + OpenFolders::kFresh, ifPast(since));
     return checked_.with([&](const auto& checked) {
         const auto entry = checked.find(folder);
-        return entry != checked.end() && entry->second.began >= from && entry->second.completed >= until;
+        return entry != checked.end() && entry->second.began >= from &&
+               isWithin(OpenFolders::kFresh, entry->second.completed, now);
+    });
+}
+
+void Folders::hostIsAway() {
+    hostLost_.with([now = places_.clock.now()](Timestamp& last) { last = now; });
+}
+
+bool Folders::isHostLostLately() const { return isWithin(OpenFolders::kFresh, hostLost_.copy(), places_.clock.now()); }
+
+/// It was asked for without an answer.
+void Folders::unanswered(replica::Inode folder) {
+    const Timestamp now = places_.clock.now();
+    checked_.with([&](auto& checked) { checked[folder].unanswered = now; });
+}
+
+/// An empty listing is not one that a cache gives once more.
+bool Folders::mayBeEmpty(replica::Inode folder) const {
+    const Timestamp now = places_.clock.now();
+    return !isHostLostLately() && checked_.with([&](const auto& checked) {
+        const auto entry = checked.find(folder);
+        return entry == checked.end() || !isWithin(OpenFolders::kFresh, entry->second.unanswered, now);
     });
 }
 

@@ -36,9 +36,13 @@ public:
     void list(replica::Inode folder, Handler handler);
     /// Looks for changes in a folder that was shown before, at most every ten seconds.
     void refresh(replica::Inode folder);
-    /// True when the folder was listed to its end, by the host that is there, in the last ten seconds, in a listing
-    /// that began no earlier.
-    bool isFresh(replica::Inode folder, Timestamp notBefore) const;
+    /// True when the folder was listed to its end in the last ten seconds, by the host that is there, and not out of
+    /// caches from before it was.
+    bool isFresh(replica::Inode folder) const;
+    /// A host went away just now. What was asked for then the extension takes for empty, and its caches give that once
+    /// more for ten seconds.
+    void hostIsAway();
+    bool isHostLostLately() const;
     /// The host has just made the folder: there is nothing else in it.
     void setNew(replica::Inode folder);
     /// Learns from the host by what identifier it knows the item; `known` is called once, on any thread.
@@ -66,6 +70,8 @@ private:
     void answer(const std::vector<Handler>& waiting, bool more, const std::optional<NSError>& error) const;
     void completed(replica::Inode folder, const ItemIdentifier& identifier, Timestamp began);
     void ended(replica::Inode folder, std::optional<NSError> error);
+    void unanswered(replica::Inode folder);
+    bool mayBeEmpty(replica::Inode folder) const;
 
     const Places places_;
     std::function<void()> listed_;
@@ -75,6 +81,7 @@ private:
     Guarded<std::unordered_map<replica::Inode, Listing>> listings_;
     struct Check {
         Timestamp began{}, completed{};
+        Timestamp unanswered{}; // the last one that was
     };
     Guarded<std::unordered_map<replica::Inode, Check>> checked_; // the last listing of each in this run
     struct Asked {
@@ -82,6 +89,7 @@ private:
         Timestamp at{};
     };
     Guarded<std::unordered_map<ItemIdentifier, Asked>> asked_; // lately, and which folder had the identifier
+    Guarded<Timestamp> hostLost_{};
 };
 
 } // namespace brindlemar

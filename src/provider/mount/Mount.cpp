@@ -150,8 +150,8 @@ void Mount::hide() {
         return std::move(current.session);
     });
     if (!session) return;
-    ParkedRequest::failAll(ENOTCONN); // and those to come
-    notices_.stop();                  // it may wait for requests, which are still answered
+    ParkedRequest::refuse(ENOTCONN);
+    notices_.stop(); // it may wait for requests, which are still answered
     session->writeBack();
     session->stop();
     session.reset(); // nobody can write any more
@@ -193,9 +193,15 @@ void Mount::domainChanged() {
         return std::exchange(current, {domain.since, domain.connected});
     });
     if (last.since == domain.since && last.connected == domain.connected) return;
-    if (last.connected) uploads_->hostIsAway(); // for a moment at least, even when it is back
+    if (last.connected) { // for a moment at least, even when it is back
+        folders_->hostIsAway();
+        places_.tasks.after(OpenFolders::kFresh, [this] { uploads_->look(); });
+    }
     places_.tasks.async([this, domain] {
-        if (!domain.connected) return notifyDesktop("Brindlemar", domain.reason);
+        if (!domain.connected) {
+            ParkedRequest::failAll(EHOSTDOWN); // also what waits for somebody who looks for the host
+            return notifyDesktop("Brindlemar", domain.reason);
+        }
         uploads_->hostIsBack();
         orLog("domainChanged()", [&] { lookForLost(); });
     });

@@ -83,7 +83,6 @@ void ParkedRequest::failAll(int error) {
     std::unique_lock lock(answering);
     ++depth;
     const auto all = parked().with([&](Parked& everything) {
-        everything.refusal = error;
         std::vector<std::shared_ptr<ParkedRequest>> alive;
         for (const auto& [number, request] : everything.requests)
             if (auto one = request.lock()) alive.push_back(std::move(one));
@@ -91,6 +90,11 @@ void ParkedRequest::failAll(int error) {
     });
     for (const auto& request : all) request->fail(error);
     --depth;
+}
+
+void ParkedRequest::refuse(int error) {
+    parked().with([&](Parked& all) { all.refusal = error; });
+    failAll(error);
 }
 
 void ParkedRequest::admit() {

@@ -32,8 +32,10 @@ public:
     /// Calls body(request), which answers it or throws; see answerOrFail(). Not called when that has happened already.
     void answer(const Body& body);
     void fail(int error);
-    /// Answers all there are and will be, before their session ends.
+    /// Answers all there are.
     static void failAll(int error);
+    /// And all to come, before their session ends.
+    static void refuse(int error);
     /// A session begins.
     static void admit();
     bool isAnswered() const { return answered_; }

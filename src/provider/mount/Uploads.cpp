@@ -50,7 +50,7 @@ std::string connectionOf(const Job& job) {
 } // namespace
 
 bool Uploads::State::Touch::isRecent(Timestamp now) const {
-    return now - last < kSettling && now - first < kLongestSettling;
+    return isWithin(kSettling, last, now) && isWithin(kLongestSettling, first, now);
 }
 
 void Uploads::touched(replica::Inode inode) {
@@ -68,12 +68,6 @@ void Uploads::look() {
         self->state_.with([](State& state) { state.isScheduled = false; });
         self->pump();
     });
-}
-
-void Uploads::hostIsAway() {
-    const Timestamp now = places_.common.clock.now();
-    state_.with([&](State& state) { state.notBefore = now + OpenFolders::kFresh; });
-    places_.common.tasks.after(OpenFolders::kFresh, [self = shared_from_this()] { self->look(); });
 }
 
 void Uploads::hostIsBack() {
@@ -116,9 +110,10 @@ void Uploads::pump() {
 bool Uploads::takeOne() {
     const Timestamp now = places_.common.clock.now();
     const bool waits = state_.with([&](const State& state) {
-        return state.refreshing > 0 || state.running.size() >= kAtOnce || state.resting > 0 || now < state.notBefore;
+        return state.refreshing > 0 || state.running.size() >= kAtOnce || state.resting > 0;
     });
-    if (waits || !places_.common.manager.isConnected()) return false;
+    // As long as the extension's caches know what a lost host said, nothing is told.
+    if (waits || places_.folders->isHostLostLately() || !places_.common.manager.isConnected()) return false;
     bool isUnsettled = false;
     const auto isHeld = [&](const Job& job) {
         const replica::Inode inode = job.item.inode;
@@ -149,11 +144,10 @@ void Uploads::run(const Job& job) {
     if (!places_.common.hostIsExpected(connectionOf(job))) return ended(job, nullptr, serverUnreachable());
     const bool replaces = job.item.identifier && job.item.pending.fields & ItemField::contents;
     if (replaces) return sendUnlessConflict(job);
-    const Timestamp notBefore = state_.with([](const State& state) { return state.notBefore; });
     const Pending& pending = job.item.pending;
     const replica::Inode folder = pending.deletion && job.item.folder ? job.item.inode : job.parent.inode;
     const bool mayHarm = pending.creation || pending.deletion || pending.fields & replica::kPlaceFields;
-    if (!mayHarm || places_.folders->isFresh(folder, notBefore)) return send(job, std::nullopt);
+    if (!mayHarm || places_.folders->isFresh(folder)) return send(job, std::nullopt);
     state_.with([](State& state) { ++state.refreshing; });
     putBack(job, std::nullopt); // to meet what a listing brings
     finished(job);

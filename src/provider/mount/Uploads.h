@@ -24,8 +24,6 @@ public:
     void touched(replica::Inode inode);
     /// There may be something to do: a file was closed, a host has come back.
     void look();
-    /// A host went away just now: nothing is told as long as the extension's caches know what it said.
-    void hostIsAway();
     /// What has failed for want of a host may be told again.
     void hostIsBack();
     std::int64_t retry();
@@ -59,7 +57,6 @@ private:
         bool isScheduled = false;
         bool isPumping = false, again = false;
         std::size_t refreshing = 0; // folders
-        Timestamp notBefore{};      // see hostIsAway()
         unsigned resting = 0;       // see rest()
     };
     void pump();
