@@ -109,6 +109,18 @@ TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
         {"write a,send,reopen,write a", {item("a", "a", 1000)}, "a=a/c2+", "contents a W/a"},
         {"create f,write f,send,reopen", {item("f", "f", 1000)}, "a=a f=f/c2+", "contents f W/f"},
         {"move a b,send,reopen", {item("b", "b")}, "b=b", ""},
+        {"create f,write f,send,lost,move f g", {item("f", "f", 1000)}, "a=a g=f/c2+", "place f W/g, contents f W/g"},
+        {"create f,write f,send,reopen,move f g", {item("f", "f", 6)}, "a=a f=f g=-/c2+", "create W/g"},
+        {"create f,write f,send,lost,remove f", {item("f", "f", 1000)}, "a=a", "delete f "},
+        {"create f,write f,send,lost,remove f", {item("f", "f", 6)}, "a=a f=f", ""},
+        {"create f,write f,send,lost,create g,move g f", {item("f", "f", 1000)}, "a=a f=f/c3+", "contents f W/f"},
+        {"create f,write f,send,lost,move f a", {item("f", "f", 1000)}, "a=a/c2+", "delete f , contents a W/a"},
+        {"folder F,send,lost,move F G", {item("F", "F")}, "G=F+ a=a", "place F W/G"},
+        {"folder F,send,lost,remove F", {item("F", "F")}, "a=a", "delete F "},
+        {"move a b,send,lost,move b c", {item("b", "b")}, "c=b+", "place b W/c"},
+        {"move a b,send,lost,move b a", {item("b", "b")}, "a=b+", "place b W/a"},
+        {"move a b,send,lost,remove b", {item("b", "b")}, "", "delete b "},
+        {"move a b,send,lost,create f,move f b", {item("b", "b")}, "b=b/c1+", "contents b W/b"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.steps + " then " + test.shown);
@@ -241,6 +253,10 @@ TEST(ReplicaTests, AnAnswerMayComeWhenItsItemIsGone) {
     world.answer(*first);
     EXPECT_EQ(world.drain(), "create W/D");
     EXPECT_EQ(world.shown(world.top), "D=N1 E=E a=a/c1");
+    world.acts("move a b,send,lost");
+    EXPECT_TRUE(world.replica->remove(gone, world.now).empty()) << "it was moved, most likely";
+    world.list(world.top, {item("b", "b", 1000)}, true);
+    EXPECT_EQ(world.shown(world.top), "D=N1 E=E b=b/c1");
 }
 
 TEST(ReplicaTests, WhatHasAnotherKindIsAnotherItem) {
@@ -502,7 +518,8 @@ TEST(ReplicaTests, AnOldFileIsMigrated) {
     world.replica.reset();
     sqlite::Database(world.place / "items.sqlite")
         .execute(
-            "DROP INDEX nameless; DROP INDEX waiting; ALTER TABLE items DROP COLUMN changed; PRAGMA user_version=1");
+            "DROP INDEX nameless; DROP INDEX waiting; ALTER TABLE items DROP COLUMN changed; DROP INDEX sentPlaces; "
+            "ALTER TABLE items DROP COLUMN sentParent; ALTER TABLE items DROP COLUMN sentName; PRAGMA user_version=1");
     world.reopen();
     EXPECT_TRUE(world.said.empty());
     EXPECT_EQ(world.replica->remembered("boot"), "one");

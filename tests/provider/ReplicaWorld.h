@@ -95,6 +95,7 @@ struct World {
             drain();
         } else if (verb == "lost") {
             replica->failed(*sent, std::nullopt);
+            sent.reset();
         } else {
             reopen();
         }

@@ -93,6 +93,7 @@ void Uploads::pump() {
     if (!isMine) return;
     orLog("pump()", [&] { // else they are found at the next start
         for (const std::string& name : places_.common.replica.takeDiscarded()) places_.contents.remove(name);
+        if (places_.common.replica.hasMoreToIdentify()) places_.folders->identifyAll();
     });
     const Timestamp now = places_.common.clock.now();
     state_.with([&](State& state) {
@@ -145,13 +146,25 @@ void Uploads::run(const Job& job) {
     const bool replaces = job.item.identifier && job.item.pending.fields & ItemField::contents;
     if (replaces) return sendUnlessConflict(job);
     const Pending& pending = job.item.pending;
-    const replica::Inode folder = pending.deletion && job.item.folder ? job.item.inode : job.parent.inode;
     const bool mayHarm = pending.creation || pending.deletion || pending.fields & replica::kPlaceFields;
-    if (!mayHarm || places_.folders->isFresh(folder)) return send(job, std::nullopt);
+    const auto isUnknown = [&](replica::Inode folder) { return folder != 0 && !places_.folders->isFresh(folder); };
+    const std::array folders{pending.deletion && job.item.folder ? job.item.inode : job.parent.inode, lostIn(job)};
+    const auto unknown = std::ranges::find_if(folders, isUnknown);
+    if (!mayHarm || unknown == folders.end()) return send(job, std::nullopt);
     state_.with([](State& state) { ++state.refreshing; });
     putBack(job, std::nullopt); // to meet what a listing brings
     finished(job);
-    refresh(job, folder);
+    refresh(job, *unknown);
+}
+
+/// The folder that the item may be in by a request whose answer was lost, if it can be listed.
+replica::Inode Uploads::lostIn(const Job& job) {
+    replica::Inode folder = 0;
+    orLog("lostIn(_:)", [&] {
+        const auto row = places_.common.replica.row(job.item.sentParent);
+        if (row && row->identifier && !row->pending.deletion) folder = row->inode;
+    });
+    return folder;
 }
 
 /// What came up on the host by the name of what was made here, and what was written to what was removed here, or into

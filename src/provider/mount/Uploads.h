@@ -62,6 +62,7 @@ private:
     void pump();
     bool takeOne();
     void refresh(const replica::Job& job, replica::Inode folder);
+    replica::Inode lostIn(const replica::Job& job);
     void run(const replica::Job& job);
     void sendUnlessConflict(const replica::Job& job);
     void send(const replica::Job& job, const std::optional<replica::HostVersion>& seen);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace brindlemar::replica {
 
@@ -68,13 +69,14 @@ void Replica::Merging::leave(const Row& row, bool isConnection) {
             effects.push_back({.parent = row.parent, .name = row.name, .inode = row.inode, .entry = true});
         return;
     }
-    if (Sent* const way = replica.sent(row.inode))
-        way->changed |= kContentsFields; // its answer is not about this any more
+    if (Sent* const way = replica.sent(row.inode)) // its answer is not about this any more
+        way->changed |= row.folder ? ItemField::contentModificationDate : kContentsFields;
     Row kept = row;
     kept.identifier.reset();
     if (!isConnection) {
         kept.host = {};
         kept.sent.reset();
+        kept.sentParent = 0;
         kept.hostParent = 0;
         kept.hostName.clear();
         kept.pending = {.creation = true};
@@ -138,6 +140,16 @@ Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp n
         if (!isConnection) { // what has its identifier from now on is another one
             changes_->disown.run(row->inode);
             row->identifier.reset();
+        }
+        if (row->sentParent != 0 && !sent(row->inode) && changes_->get(row->sentParent)) { // it was moved, most likely
+            row->hostParent = std::exchange(row->sentParent, 0);
+            row->hostName = row->sentName;
+            row->pending.fields &= ~kPlaceFields;
+            if (!row->pending.deletion)
+                row->pending.fields |= placeChanges(row->hostParent, row->hostName, row->parent, row->name);
+            changes_->put(*row);
+            isEstranged_ = true;
+            return std::nullopt;
         }
         return merging.begin(*row, isConnection);
     });

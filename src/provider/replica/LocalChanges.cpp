@@ -6,10 +6,6 @@
 namespace brindlemar::replica {
 
 namespace {
-ItemFields placeChanges(Inode parent, std::string_view name, Inode newParent, std::string_view newName) {
-    return (name != newName ? ItemField::filename : 0) | (parent != newParent ? ItemField::parentItemIdentifier : 0);
-}
-
 void require(bool isSo, std::errc otherwise) {
     if (!isSo) throw std::system_error(std::make_error_code(otherwise));
 }
@@ -74,10 +70,9 @@ void Replica::move(Inode inode, Inode parent, std::string_view name, Timestamp n
         }
         stamp(row->parent, now);
         stamp(parent, now);
-        const bool isKnown = victim && (!victim->pending.creation || sent(victim->inode));
-        if (isKnown && !victim->folder && !row->folder && row->contents) {
+        if (victim && mayBeThere(*victim) && !victim->folder && !row->folder && row->contents) {
             // One modification of the old item, whatever the new contents were called while they were written.
-            if (!row->pending.creation || sent(inode)) bury(*row);
+            if (mayBeThere(*row)) bury(*row);
             return pass(*victim, *row, parent, name, now);
         }
         if (victim) {
@@ -143,20 +138,34 @@ void Replica::requireEmpty(Inode folder) {
             std::errc::directory_not_empty);
 }
 
+/// On the host, or once a request is carried out that is or was under way.
+bool Replica::mayBeThere(const Row& row) {
+    return !row.pending.creation || sent(row.inode) || changes_->get(row.sentParent);
+}
+
+/// A row to be removed that was to be made, and may have been: only a listing tells.
+void Replica::lookFor(Row& row, const Sent* way) {
+    if (row.hostParent == 0) {
+        row.hostParent = way ? way->parent : row.sentParent;
+        row.hostName = way ? way->name : row.sentName;
+    }
+    if (way) return; // its answer does, too
+    row.pending.creation = false;
+    isEstranged_ = true;
+}
+
 /// Writes the row after one more change.
 void Replica::note(Row& row, LocalChange change, ItemFields fields, Timestamp now) {
     Sent* const way = sent(row.inode);
     const bool isRemoved = change == LocalChange::deletion;
-    const auto pending = afterLocalChange(row.pending, change, fields, way != nullptr);
+    const auto pending =
+        afterLocalChange(row.pending, change, fields, way || (isRemoved && row.pending.creation && mayBeThere(row)));
     if (!pending) return changes_->erase.run(row.inode);
     if (way) way->changed |= isRemoved ? kContentsFields : fields;
     row.pending = *pending;
     if (isRemoved) {
         row.contents.reset();
-        if (way && row.hostParent == 0) { // there when the answer comes
-            row.hostParent = way->parent;
-            row.hostName = way->name;
-        }
+        if (row.pending.creation) lookFor(row, way);
     }
     row.error.reset(); // a new change is a new try
     ++row.generation;
@@ -167,7 +176,7 @@ void Replica::note(Row& row, LocalChange change, ItemFields fields, Timestamp no
 /// Gives the row another place. Nothing waits any more when it is the one that the host has it in.
 void Replica::relocate(Row& row, Inode parent, std::string_view name, Timestamp now) {
     ItemFields fields = placeChanges(row.parent, row.name, parent, name);
-    if (row.hostParent != 0 && !row.pending.creation && !sent(row.inode)) {
+    if (row.hostParent != 0 && !row.pending.creation && !sent(row.inode) && row.sentParent == 0) {
         row.pending.fields &= ~kPlaceFields;
         fields = placeChanges(row.hostParent, row.hostName, parent, name);
     }
@@ -185,6 +194,8 @@ void Replica::pass(const Row& from, Row& to, Inode parent, std::string_view name
     to.identifier = from.identifier;
     to.host = from.host;
     to.sent = from.sent;
+    to.sentParent = from.sentParent;
+    to.sentName = from.sentName;
     to.hostParent = from.hostParent;
     to.hostName = from.hostName;
     to.parent = parent;
@@ -204,10 +215,7 @@ void Replica::bury(const Row& row) {
     buried.error.reset();
     buried.pending = {.creation = row.pending.creation, .deletion = true};
     Sent* const way = sent(row.inode);
-    if (way && buried.hostParent == 0) {
-        buried.hostParent = way->parent;
-        buried.hostName = way->name;
-    }
+    if (buried.pending.creation) lookFor(buried, way);
     changes_->put(buried);
     if (!way) return;
     way->owner = buried.inode;

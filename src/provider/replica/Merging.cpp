@@ -67,6 +67,8 @@ void Replica::Merging::meet(Row row, const Row& around, const NSFileProviderItem
     case MergeAction::insert:
     case MergeAction::leave:
         row.identifier = item.itemIdentifier();
+        row.hostParent = around.inode;
+        row.hostName = item.filename();
         if (row.identifier == before.identifier) return;
         statements.put(row); // what was lost can be told now
         if (row.folder) replica.estrange(row.inode, began);
@@ -125,10 +127,20 @@ void Replica::Merging::update(const Row& before, Row& after, bool contents) {
 }
 
 /// Whether what has come is what waits for the host here: by its version, as it has no identifier yet, or another one.
-static bool isThisOne(const Row& waiting, const Row& come) {
+static bool isThisOne(const Row& waiting, const Row& come, bool wasSentThere) {
     if (waiting.folder != come.folder) return false;
-    if (waiting.pending.creation) return waiting.folder || waiting.sent == come.host;
-    return waiting.host == come.host || waiting.sent == come.host;
+    if (waiting.folder && (waiting.pending.creation || wasSentThere)) return true;
+    return waiting.sent == come.host || (!waiting.pending.creation && waiting.host == come.host);
+}
+
+/// What was sent to that place, or waits to be.
+std::optional<Row> Replica::Merging::expected(const Row& come) {
+    for (Row& row : Statements::all(statements.sentTo, come.parent, std::string_view(come.hostName)))
+        if (!replica.sent(row.inode) && isThisOne(row, come, true)) return std::move(row);
+    auto row = statements.shown(come.parent, come.hostName);
+    const bool isWaiting = row && (row->pending.creation || row->pending.fields & kPlaceFields);
+    if (isWaiting && isThisOne(*row, come, false)) return row;
+    return std::nullopt;
 }
 
 void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item) {
@@ -137,11 +149,12 @@ void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item)
     takeProperties(row, item);
     row.parent = row.hostParent = folder;
     row.hostName = item.filename();
-    auto same = statements.shown(folder, row.hostName);
-    if (same && (same->pending.creation || same->pending.fields & kPlaceFields) && isThisOne(*same, row)) {
-        // And the answer that said so was lost.
-        if (std::exchange(same->pending.creation, false) && !same->folder) same->pending.fields = kContentsFields;
-        same->pending.fields &= ~kPlaceFields;
+    if (auto same = expected(row)) { // and the answer that said so was lost
+        Pending& pending = same->pending;
+        if (std::exchange(pending.creation, false) && !same->folder) pending.fields = kContentsFields;
+        pending.fields &= ~kPlaceFields;
+        if (!pending.deletion) pending.fields |= placeChanges(folder, row.hostName, same->parent, same->name);
+        same->sentParent = 0;
         return meet(std::move(*same), around, item);
     }
     giveName(row, folder, row.hostName);
@@ -173,6 +186,7 @@ void Replica::Merging::keepBoth(Row mine, const Row& around, const NSFileProvide
     mine.identifier.reset();
     mine.host = {};
     mine.sent.reset();
+    mine.sentParent = 0;
     mine.hostParent = 0;
     mine.hostName.clear();
     mine.pending = {.creation = true};

@@ -47,6 +47,7 @@ private:
     bool isPast(Inode folder, const NSFileProviderItem& item) const;
     void meet(Row row, const Row& around, const NSFileProviderItem& item);
     void insert(const Row& around, const NSFileProviderItem& item);
+    std::optional<Row> expected(const Row& come);
     void giveName(Row& row, Inode folder, std::string_view name);
     void revive(Inode folder);
     void keepBoth(Row mine, const Row& around, const NSFileProviderItem& item);

@@ -128,12 +128,18 @@ Job Replica::send(Job job) {
 
 void Replica::sending(const Job& job, const std::optional<HostVersion>& seen) {
     const Row& item = job.item;
-    if (item.folder || !(item.pending.creation || item.pending.fields & kContentsFields)) return;
+    const bool isPlaced = item.pending.creation || item.pending.fields & kPlaceFields;
+    const bool hasContents = !item.folder && (item.pending.creation || item.pending.fields & kContentsFields);
+    if (!isPlaced && !hasContents) return;
     write([&] {
         const auto integer = [](std::uint64_t size) { return std::int64_t{static_cast<std::uint32_t>(size)}; };
+        const auto way = underWay_.find(item.inode);
+        if (way == underWay_.end()) return;
+        const Inode owner = way->second.owner;
         if (seen && seen == item.sent) // whose answer was lost
-            changes_->note.run(item.inode, seen->modified, integer(seen->size));
-        changes_->record.run(item.inode, wholeSecondsSince1970(item.modified), integer(item.size));
+            changes_->note.run(owner, seen->modified, integer(seen->size));
+        if (hasContents) changes_->record.run(owner, wholeSecondsSince1970(item.modified), integer(item.size));
+        if (isPlaced) changes_->recordPlace.run(owner, item.parent, std::string_view(item.name));
     });
 }
 
@@ -182,11 +188,11 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if (isPlaced) {
             row->hostParent = job.parent.inode;
             row->hostName = job.item.name;
+            row->sentParent = 0;
         }
         if (!row->pending.deletion && (isPlaced || row->pending.fields & kPlaceFields)) {
             row->pending.fields &= ~kPlaceFields;
-            if (row->parent != row->hostParent) row->pending.fields |= ItemField::parentItemIdentifier;
-            if (row->name != row->hostName) row->pending.fields |= ItemField::filename;
+            row->pending.fields |= placeChanges(row->hostParent, row->hostName, row->parent, row->name);
         }
         takeProperties(*row, *result);
         const bool isNews = isOtherVersion(before.host, row->host, told);
@@ -210,6 +216,7 @@ bool Replica::isConflict(const Job& job, const NSFileProviderItem& item, Timesta
     std::lock_guard lock(writing_);
     Row told = job.item;
     told.host = hostVersion(item);
+    told.hostName = item.filename();
     return told.host != job.item.host && told.host != job.item.sent && !past_.knows(item.itemIdentifier(), told, now);
 }
 
@@ -218,16 +225,16 @@ bool Replica::failed(const Job& job, const std::optional<NSError>& error) {
     settle(job, [&](const Sent& way) {
         auto row = changes_->get(way.owner);
         if (!row) return;
+        const Row before = *row;
         if (row->pending.creation && row->pending.deletion) {
             if (!changes_->get(row->hostParent)) return changes_->erase.run(row->inode);
             row->pending.creation = false;
             isUncertain = true;
-        } else if (error && way.changed == 0) {
-            row->error = error;
         } else {
-            return;
+            if (error && way.changed == 0) row->error = error;
+            if (error && *error != serverUnreachable()) row->sentParent = 0; // it was not carried out
         }
-        changes_->put(*row);
+        if (*row != before) changes_->put(*row);
     });
     return isUncertain;
 }

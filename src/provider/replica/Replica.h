@@ -170,6 +170,8 @@ private:
     void free(const std::function<void()>& body, Safe safe = Safe::fromCrash);   // what makes room, also on a full disk
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
     void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
+    bool mayBeThere(const Row& row);
+    void lookFor(Row& row, const Sent* way);
     void relocate(Row& row, Inode parent, std::string_view name, Timestamp now);
     void stamp(Inode folder, Timestamp now);
     void requireFolder(Inode folder);

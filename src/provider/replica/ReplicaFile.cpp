@@ -65,6 +65,11 @@ CREATE INDEX waiting ON items(parent) WHERE place IS NOT NULL AND errorDomain IS
 )",
                                        R"(
 ALTER TABLE items ADD COLUMN changed INTEGER NOT NULL DEFAULT 0;
+)",
+                                       R"(
+ALTER TABLE items ADD COLUMN sentParent INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE items ADD COLUMN sentName TEXT NOT NULL DEFAULT '';
+CREATE INDEX sentPlaces ON items(sentParent, sentName) WHERE sentParent>0;
 )"};
 static_assert(std::size(kMigrations) == kSchemaVersion);
 

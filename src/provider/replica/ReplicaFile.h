@@ -8,7 +8,7 @@
 namespace brindlemar::replica {
 
 /// The newest schema.
-inline constexpr int kSchemaVersion = 3;
+inline constexpr int kSchemaVersion = 4;
 
 /// Opens `directory`/items.sqlite with the newest schema, making or migrating it. One that is damaged, or newer than
 /// this program, is moved aside beside it under a name with its date, and `say` is told; nothing is deleted. Throws

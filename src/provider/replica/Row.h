@@ -23,9 +23,11 @@ struct Row {
     std::optional<unsigned> mode{}; // permission bits that somebody asked for
     unsigned capabilities = 0, flags = 0;
     std::string storageClass, decoration;
-    HostVersion host;                      // what the host told last
-    std::optional<HostVersion> sent{};     // by a request whose answer may have been lost
-    Inode hostParent = 0;                  // and where the host has the item, as far as it has answered;
+    HostVersion host;                  // what the host told last
+    std::optional<HostVersion> sent{}; // by a request whose answer may have been lost
+    Inode sentParent = 0;              // and where the item is to be by such a request, if that was in it
+    std::string sentName{};
+    Inode hostParent = 0;                  // where the host has the item, as far as it has answered;
     std::string hostName;                  // none while it knows nothing of the item
     std::optional<std::string> contents{}; // the name of its file, when it is local
     std::optional<Timestamp> listed{};     // when a folder was first listed to the end
@@ -34,5 +36,10 @@ struct Row {
     std::optional<NSError> error{};
     bool operator==(const Row&) const = default;
 };
+
+/// What of the place differs.
+inline ItemFields placeChanges(Inode parent, std::string_view name, Inode newParent, std::string_view newName) {
+    return (name != newName ? ItemField::filename : 0) | (parent != newParent ? ItemField::parentItemIdentifier : 0);
+}
 
 } // namespace brindlemar::replica

@@ -9,8 +9,8 @@ namespace brindlemar::replica {
 namespace {
 constexpr const char* kColumns =
     "inode,parent,identifier,name,folder,size,modified,used,changed,mode,capabilities,flags,storageClass,decoration,"
-    "hostModified,hostSize,sentModified,sentSize,hostParent,hostName,contents,listed,creation,deletion,fields,"
-    "generation,errorDomain,errorCode,errorText";
+    "hostModified,hostSize,sentModified,sentSize,sentParent,sentName,hostParent,hostName,contents,listed,"
+    "creation,deletion,fields,generation,errorDomain,errorCode,errorText";
 
 // Something else that waits has the place on the host where this one is to be.
 constexpr const char* kNameIsTaken =
@@ -116,6 +116,8 @@ Replica::Statements::Statements(sqlite::Database& database)
       isNameless(database.prepare("SELECT inode FROM items WHERE inode=? AND identifier IS NULL AND creation=0")),
       note(database.prepare("UPDATE items SET hostModified=?2, hostSize=?3 WHERE inode=?1")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
+      recordPlace(database.prepare("UPDATE items SET sentParent=?2, sentName=?3 WHERE inode=?1")),
+      sentTo(database.prepare(selected("INDEXED BY sentPlaces WHERE sentParent>0 AND sentParent=? AND sentName=?"))),
       stamp(database.prepare("UPDATE items SET modified=?2, changed=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
       isIndexedSo(
@@ -156,6 +158,8 @@ Row Replica::Statements::read(const sqlite::Statement& at) {
     const auto sentModified = optionalInteger();
     const std::int64_t sentSize = integer();
     if (sentModified) row.sent = HostVersion{*sentModified, static_cast<std::uint32_t>(sentSize)};
+    row.sentParent = integer();
+    row.sentName = text();
     row.hostParent = integer();
     row.hostName = text();
     row.contents = at.optionalText(column++);
@@ -200,10 +204,10 @@ void Replica::Statements::put(Row& row) {
                       given(row.mode, integer), integer(row.capabilities), integer(row.flags),
                       std::string_view(row.storageClass), std::string_view(row.decoration), row.host.modified,
                       integer(row.host.size), given(row.sent, [](const HostVersion& sent) { return sent.modified; }),
-                      given(row.sent, [&](const HostVersion& sent) { return integer(sent.size); }), row.hostParent,
-                      hostName, row.contents, given(row.listed, [](Timestamp time) { return ticks(time); }),
-                      integer(row.pending.creation), integer(row.pending.deletion), integer(row.pending.fields),
-                      row.generation, errorDomain,
+                      given(row.sent, [&](const HostVersion& sent) { return integer(sent.size); }), row.sentParent,
+                      std::string_view(row.sentName), row.hostParent, hostName, row.contents,
+                      given(row.listed, [](Timestamp time) { return ticks(time); }), integer(row.pending.creation),
+                      integer(row.pending.deletion), integer(row.pending.fields), row.generation, errorDomain,
                       given(row.error, [&](const NSError& error) { return integer(error.code); }),
                       row.error ? Text(row.error->description) : Text(), place);
     };
