@@ -257,6 +257,11 @@ TEST(ReplicaTests, AnAnswerMayComeWhenItsItemIsGone) {
     EXPECT_TRUE(world.replica->remove(gone, world.now).empty()) << "it was moved, most likely";
     world.list(world.top, {item("b", "b", 1000)}, true);
     EXPECT_EQ(world.shown(world.top), "D=N1 E=E b=b/c1");
+    world.acts("move D F,send");
+    const ItemIdentifier moved[] = {"N1"};
+    world.replica->remove(moved, world.now);
+    world.act("done");
+    EXPECT_EQ(world.drain(), "date N1 W/F") << "a folder has no contents";
 }
 
 TEST(ReplicaTests, WhatHasAnotherKindIsAnotherItem) {

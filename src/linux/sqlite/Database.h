@@ -39,7 +39,6 @@ public:
     void execute(const std::string& text);
     std::int64_t integer(const std::string& query);
 
-    std::int64_t lastRow() const { return sqlite3_last_insert_rowid(handle_.get()); }
     std::int64_t changedRows() const { return sqlite3_changes64(handle_.get()); }
     std::int64_t allChangedRows() const { return sqlite3_total_changes64(handle_.get()); } // since it was opened
 

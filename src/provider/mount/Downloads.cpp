@@ -155,7 +155,9 @@ void Downloads::missed(replica::Inode inode, const std::string& identifier, NSEr
         const auto row = places_.common.replica.row(inode);
         if (row && error == cannotSynchronize() && !places_.contents.hasRoomFor(row->size)) // the host cannot tell
             error = cocoaError(CocoaErrorCode::fileWriteOutOfSpace);
-        if (error.code == FileProviderErrorCode::noSuchItem) {
+        if (error.code == FileProviderErrorCode::noSuchItem && places_.common.replica.isMoving(inode)) {
+            error = cannotSynchronize();
+        } else if (error.code == FileProviderErrorCode::noSuchItem) {
             const Timestamp now = places_.common.clock.now();
             places_.common.notices.tell(places_.common.replica.remove(std::vector{identifier}, now));
         }

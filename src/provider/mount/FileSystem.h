@@ -61,6 +61,7 @@ public:
     void makeSafe(OpenFile& file) const;
     /// The same where no program hears of a failure: the log does.
     void makeSafeAtLast(OpenFile& file) const;
+    void giveUp(OpenFile& file) const;
 
 private:
     struct Handle;

@@ -165,6 +165,11 @@ std::shared_ptr<LocalFile> FileSystem::changeableContents(const OpenFilePointer&
 
 /// Unless the item as it is now does not fit.
 void FileSystem::mark(OpenFile& file, const std::function<bool(const Row&)>& fits) const {
+    // After a power cut what is marked is sent: it is not to be half of what was fetched.
+    const auto now = places_.common.replica.row(file.inode());
+    const bool isMarkedAlready = now && (now->pending.creation || now->pending.fields & ItemField::contents);
+    const auto old = now && now->contents && !isMarkedAlready ? places_.contents.open(*now->contents) : nullptr;
+    if (old && ::fdatasync(old->fd()) != 0) failWithErrno();
     bool isMarked = true;
     const auto look = [&](const Row& item) { return isMarked = fits(item); };
     places_.common.replica.change(file.inode(), look, ItemField::contents, places_.common.clock.now(),
@@ -176,7 +181,8 @@ void FileSystem::replaceContents(OpenFile& file) const {
     std::lock_guard lock(file.saving);
     const auto local = file.local();
     const auto item = places_.common.replica.row(file.inode());
-    const bool isBegun = local && (!item || item->contents != local->name); // anew already, or removed
+    const bool isRemoved = !item || item->pending.deletion;
+    const bool isBegun = local && (isRemoved || (file.unsaved && item->contents != local->name)); // anew already
     const auto fresh = isBegun ? nullptr : places_.contents.create(); // the old ones stay until the new ones are safe
     try {
         mark(file, [](const Row&) { return true; });
@@ -240,6 +246,20 @@ void FileSystem::makeSafeAtLast(OpenFile& file) const {
     }
 }
 
+/// What could not be made safe by its last close takes no room any more when it was to be all of the contents.
+void FileSystem::giveUp(OpenFile& file) const {
+    std::lock_guard lock(file.saving);
+    const auto local = file.local();
+    const auto item = places_.common.replica.row(file.inode());
+    if (!local || file.writers > 0 || (item && item->contents == local->name)) return;
+    file.setLocal(nullptr);
+    file.changed = file.unsaved = false;
+    places_.contents.remove(local->name);
+    if (item) // the kernel has it in its memory
+        places_.common.notices.tell(
+            {{.parent = item->parent, .name = item->name, .inode = item->inode, .contents = true}});
+}
+
 void FileSystem::save(fuse_req_t request, const fuse_file_info& info) {
     makeSafe(*Handle::of(info).file); // whoever has written
     fuse_reply_err(request, 0);
@@ -250,6 +270,7 @@ void FileSystem::release(fuse_req_t request, const fuse_file_info& info) {
     const bool isLast = handle->writes && handle->file->writers.fetch_sub(1) == 1;
     if (isLast) {
         makeSafeAtLast(*handle->file); // written through a mapping after the last flush
+        if (handle->file->changed) giveUp(*handle->file);
         places_.uploads.look();
     }
     fuse_reply_err(request, 0);

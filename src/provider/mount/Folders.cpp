@@ -160,7 +160,8 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
     });
     const auto listing = std::make_shared<FolderListing>(shared_from_this(), folder, *row.identifier,
                                                          isRoot ? "" : connection, enumerator);
-    if (!stale || isRoot) return listing->start();
+    // While its name is changing on the host, what had the old one is told as gone.
+    if (!stale || isRoot || places_.replica.isMoving(folder)) return listing->start();
     enumerator->enumerateChanges(
         std::make_shared<ChangeCollector>([self = shared_from_this(), listing](const ChangeSet& changes) {
             orLog("enumerate(_:)", [&] {
@@ -174,7 +175,7 @@ void Folders::enumerate(replica::Inode folder, const replica::Row& row) {
 /// Where identifiers are paths, another folder may have had this one a moment ago, whose listing the extension would
 /// give once more; or this one, with less in it.
 Timestamp Folders::askableFrom(replica::Inode folder, const ItemIdentifier& identifier, Timestamp now) {
-    const bool hasNameless = places_.replica.hasNameless(folder);
+    const bool hasNameless = folder != replica::kRoot && places_.replica.hasNameless(folder);
     return asked_.with([&](auto& asked) {
         if (asked.size() > kMany)
             std::erase_if(asked, [&](const auto& each) { return now - each.second.at > OpenFolders::kFresh; });
@@ -204,7 +205,7 @@ void Folders::answer(const std::vector<Handler>& waiting, bool more, const std::
 void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier, Timestamp began) {
     const Timestamp now = places_.clock.now();
     if (folder != replica::kRoot) places_.notices.tell(places_.replica.setListed(folder, identifier, began, now));
-    if (places_.replica.hasNameless(folder))
+    if (folder != replica::kRoot && places_.replica.hasNameless(folder))
         places_.tasks.after(replica::Past::kCached,
                             [self = shared_from_this(), folder] { self->list(folder, nullptr); });
     checked_.with([&](auto& checked) { checked[folder].completed = now; });

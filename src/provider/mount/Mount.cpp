@@ -91,7 +91,9 @@ void Mount::recover() {
             changed.size = size;
             return true;
         };
-        replica_.change(inode, resize, ItemField::contents, places_.clock.now(), replica::Safe::fromCrash);
+        orLog("recover()", [&] { // else it is seen when they are sent
+            replica_.change(inode, resize, ItemField::contents, places_.clock.now(), replica::Safe::fromCrash);
+        });
     });
     for (const std::string& name : replica_.takeDiscarded()) contents_.remove(name);
     const bool rescues = isRescuing();
@@ -104,7 +106,7 @@ void Mount::recover() {
         else
             putAside(name);
     });
-    replica_.retry();
+    orLog("recover()", [&] { replica_.retry(); });
 }
 
 /// A new replica knows nothing of contents that lie here, until all of them have their places again.

@@ -191,6 +191,7 @@ void Uploads::sendUnlessConflict(const Job& job) {
         replica::Replica& replica = self->places_.common.replica;
         const bool isGone = error && error->code == FileProviderErrorCode::noSuchItem;
         if (isGone || (error && *error == serverUnreachable())) return self->ended(job, nullptr, error);
+        if (item && !job.item.contents) return self->ended(job, item, std::nullopt); // they were never saved
         const Timestamp now = self->places_.common.clock.now();
         if (!item || !replica.isConflict(job, *item, now))
             return self->places_.common.tasks.async(
@@ -266,7 +267,8 @@ bool Uploads::resize(const Job& job) {
 
 void Uploads::ended(const Job& job, const std::shared_ptr<NSFileProviderItem>& item,
                     const std::optional<NSError>& error) {
-    const bool isOther = item && (item->contentType() == UTType::directory) != job.item.folder;
+    const bool isOther = item && ((item->contentType() == UTType::directory) != job.item.folder ||
+                                  item->itemIdentifier().empty()); // the host was not asked
     if (error || isOther) return failed(job, error.value_or(cannotSynchronize()));
     succeeded(job, item);
 }
@@ -305,6 +307,7 @@ void Uploads::failed(const Job& job, const NSError& error) {
     } else {
         LogScope(Logger::shared(), "failed(_:)").warning(job.item.name, ": ", error.localizedDescription());
         putBack(job, error);
+        if (isOfTheDisk(error)) retryLater(error);
     }
     finished(job);
 }
@@ -348,6 +351,14 @@ bool Uploads::untilTaken(const std::function<void()>& body) {
         if (isTaken && self->places_.common.manager.isConnected()) self->hostIsBack(); // perhaps since
     });
     return false;
+}
+
+/// This machine's disk had no room for the copy that the host is given.
+void Uploads::retryLater(const NSError& error) {
+    places_.common.tasks.after(kLongestPause, [self = shared_from_this(), error] {
+        orLog("retryLater(_:)", [&] { self->places_.common.replica.retry(error); });
+        self->look();
+    });
 }
 
 /// The disk takes no more just now, or the host has just gone: nothing is told for a moment.

@@ -96,7 +96,7 @@ Effects Replica::forgetAll(std::size_t count, Timestamp now,
     std::size_t index = 0;
     std::optional<Going> going;
     const auto goesOn = [&] { return index < count || going; };
-    return inSteps(now, [&](Merging& merging) {
+    return inSteps(now, &Replica::writeToFree, [&](Merging& merging) {
         for (std::size_t left = kStep; left > 0 && goesOn();) {
             if (!going) {
                 going = begin(merging, index++);

@@ -104,7 +104,7 @@ void Replica::exchange(Inode one, Inode other, Timestamp now) {
 }
 
 void Replica::remove(Inode inode, Timestamp now) {
-    free([&] {
+    writeToFree([&] {
         auto row = changes_->get(inode);
         require(isThere(row), std::errc::no_such_file_or_directory);
         requireEmpty(inode);

@@ -197,7 +197,7 @@ void Replica::Merging::keepBoth(Row mine, const Row& around, const NSFileProvide
 Effects Replica::merge(Inode folder, std::string_view identifier,
                        std::span<const std::shared_ptr<NSFileProviderItem>> items, Timestamp began) {
     if (items.empty()) return {};
-    return inSteps(began, [&](Merging& merging) {
+    return inSteps(began, &Replica::write, [&](Merging& merging) {
         const auto some = items.first(std::min(items.size(), kStep));
         items = items.subspan(some.size());
         const auto row = folderOf(folder, identifier);
@@ -209,12 +209,12 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
 }
 
 /// A transaction for each, until step() gives false; others get their turn between.
-Effects Replica::inSteps(Timestamp began, const std::function<bool(Merging&)>& step) {
+Effects Replica::inSteps(Timestamp began, Writer writer, const std::function<bool(Merging&)>& step) {
     Effects effects;
     for (bool goesOn = true; goesOn;) {
         Merging merging(*this, began);
         try {
-            write([&] { goesOn = step(merging); });
+            (this->*writer)([&] { goesOn = step(merging); }, Safe::fromCrash);
         } catch (...) {
             std::lock_guard lock(writing_);
             std::ranges::move(effects, std::back_inserter(untold_));

@@ -14,7 +14,7 @@ Replica::Replica(const std::string& directory, const std::function<void(const st
     : writer_(openReplicaFile(directory, say)), reader_(openReplicaReader(directory)),
       changes_(std::make_unique<Statements>(writer_)), looks_(std::make_unique<Statements>(reader_)),
       ballast_(directory + "/ballast") {
-    write([&] {
+    writeToFree([&] {
         // Of what waits, by the indexes: the table may be long.
         const std::string waits = "inode IN (SELECT inode FROM items INDEXED BY queue WHERE place IS NOT NULL AND "
                                   "errorDomain IS NULL UNION ALL SELECT inode FROM items INDEXED BY failures WHERE "
@@ -50,7 +50,7 @@ void Replica::write(const std::function<void()>& body, Safe safe) {
     commit(body, safe);
 }
 
-void Replica::free(const std::function<void()>& body, Safe safe) {
+void Replica::writeToFree(const std::function<void()>& body, Safe safe) {
     std::lock_guard lock(writing_);
     try {
         commit(body, safe);
@@ -149,7 +149,7 @@ bool Replica::setContents(Inode inode, std::string_view identifier, const std::s
 
 bool Replica::dropContents(Inode inode) {
     bool isDropped = false;
-    free([&] {
+    writeToFree([&] {
         auto row = changes_->get(inode);
         if (!row || !row->contents || row->pending.creation || row->pending.fields & ItemField::contents) return;
         row->contents.reset();
@@ -177,7 +177,7 @@ std::vector<std::string> Replica::takeDiscarded() {
             .each([&](const auto& at) { names.emplace_back(at.text(0)); });
         writer_.execute("DELETE FROM discarded");
     };
-    free(collect, Safe::fromPowerLoss);
+    writeToFree(collect, Safe::fromPowerLoss);
     return names;
 }
 
@@ -238,8 +238,8 @@ std::optional<std::string> Replica::remembered(std::string_view key) {
 }
 
 void Replica::remember(std::string_view key, std::string_view value) {
-    write([&] { writer_.prepare("INSERT OR REPLACE INTO remembered VALUES(?,?)").run(key, value); },
-          Safe::fromPowerLoss);
+    writeToFree([&] { writer_.prepare("INSERT OR REPLACE INTO remembered VALUES(?,?)").run(key, value); },
+                Safe::fromPowerLoss);
 }
 
 } // namespace brindlemar::replica

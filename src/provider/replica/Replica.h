@@ -143,7 +143,8 @@ public:
 
     // Contents.
 
-    /// The names of contents that no item has any more, since the last call; they can be removed: sync() was called.
+    /// The names of contents that no item has any more, since the last call; they can be removed: that is safe from
+    /// power loss.
     std::vector<std::string> takeDiscarded();
     /// Every contents file that an item has: body(inode, name, isPending).
     void eachContents(const std::function<void(Inode, const std::string&, bool)>& body);
@@ -167,7 +168,8 @@ private:
         std::vector<Inode> above{}; // the folders around it
     };
     void write(const std::function<void()>& body, Safe safe = Safe::fromCrash);
-    void free(const std::function<void()>& body, Safe safe = Safe::fromCrash);   // what makes room, also on a full disk
+    // What makes room, also on a full disk.
+    void writeToFree(const std::function<void()>& body, Safe safe = Safe::fromCrash);
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
     void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
     bool mayBeThere(const Row& row);
@@ -180,7 +182,8 @@ private:
     void estrange(Inode folder, Timestamp now); // it has another identifier
     void pass(const Row& from, Row& to, Inode parent, std::string_view name, Timestamp now);
     void bury(const Row& row);
-    Effects inSteps(Timestamp began, const std::function<bool(Merging&)>& step);
+    using Writer = void (Replica::*)(const std::function<void()>& body, Safe safe);
+    Effects inSteps(Timestamp began, Writer writer, const std::function<bool(Merging&)>& step);
     Effects forgetAll(std::size_t count, Timestamp now,
                       const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);
     Sent* sent(Inode owner);
