@@ -14,7 +14,7 @@ std::variant<OpenFolders::Opened, NSError> OpenFolders::open(NSFileProviderRepli
     const auto known = folders_.with([&](std::list<Folder>& folders) -> std::optional<Opened> {
         const auto found = std::ranges::find(folders, container, &Folder::container);
         if (found == folders.end()) return std::nullopt;
-        const Opened opened{found->enumerator, now - found->checked >= kFresh};
+        const Opened opened{found->enumerator, !isWithin(kFresh, found->checked, now)};
         if (opened.stale) found->checked = now;
         folders.splice(folders.begin(), folders, found);
         return opened;

@@ -61,7 +61,6 @@ public:
     void makeSafe(OpenFile& file) const;
     /// The same where no program hears of a failure: the log does.
     void makeSafeAtLast(OpenFile& file) const;
-    void giveUp(OpenFile& file) const;
 
 private:
     struct Handle;
@@ -70,6 +69,7 @@ private:
 
     static void openHandle(fuse_file_info& info, OpenFilePointer file);
     static void dropHandle(const fuse_file_info& info);
+    void giveUp(OpenFile& file) const;
 
     struct stat attributes(const replica::Row& row) const;
     fuse_entry_param entry(const replica::Row& row) const;

@@ -48,6 +48,8 @@ private:
                                                     folders_->places_.manager.state().since == since_);
         const bool isAnswer = isHere && (connection_.empty() || !isEmpty_ || folders_->mayBeEmpty(folder_));
         if (!isHere) folders_->unanswered(folder_);
+        if (isHere && !isAnswer)
+            folders_->places_.tasks.after(OpenFolders::kFresh, [folders = folders_] { folders->identifyAll(); });
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
         const auto failure = failure_.copy();
@@ -178,10 +180,10 @@ Timestamp Folders::askableFrom(replica::Inode folder, const ItemIdentifier& iden
     const bool hasNameless = folder != replica::kRoot && places_.replica.hasNameless(folder);
     return asked_.with([&](auto& asked) {
         if (asked.size() > kMany)
-            std::erase_if(asked, [&](const auto& each) { return now - each.second.at > OpenFolders::kFresh; });
+            std::erase_if(asked, [&](const auto& each) { return !isWithin(OpenFolders::kFresh, each.second.at, now); });
         const auto [entry, isNew] = asked.try_emplace(identifier, Asked{folder, now});
         Asked& last = entry->second;
-        if (!isNew && (hasNameless || last.folder != folder) && now < last.at + OpenFolders::kFresh)
+        if (!isNew && (hasNameless || last.folder != folder) && isWithin(OpenFolders::kFresh, last.at, now))
             return last.at + OpenFolders::kFresh;
         last = {folder, now};
         return now;
@@ -215,13 +217,19 @@ void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier,
 }
 
 bool Folders::isFresh(replica::Inode folder) const {
+    const auto at = answered(folder);
+    return at && isWithin(OpenFolders::kFresh, *at, places_.clock.now());
+}
+
+std::optional<Timestamp> Folders::answered(replica::Inode folder) const {
     const Timestamp now = places_.clock.now(), lost = hostLost_.copy(), since = places_.manager.state().since;
     const auto ifPast = [now](Timestamp time) { return time <= now ? time : Timestamp(); }; // clocks are set
     const Timestamp from = std::max(ifPast(lost) + OpenFolders::kFresh, ifPast(since));
     return checked_.with([&](const auto& checked) {
         const auto entry = checked.find(folder);
-        return entry != checked.end() && entry->second.began >= from &&
-               isWithin(OpenFolders::kFresh, entry->second.completed, now);
+        const bool isSo =
+            entry != checked.end() && entry->second.began >= from && entry->second.completed != Timestamp();
+        return isSo ? std::optional(entry->second.completed) : std::nullopt;
     });
 }
 

@@ -36,8 +36,9 @@ public:
     void list(replica::Inode folder, Handler handler);
     /// Looks for changes in a folder that was shown before, at most every ten seconds.
     void refresh(replica::Inode folder);
-    /// True when the folder was listed to its end in the last ten seconds, by the host that is there, and not out of
-    /// caches from before it was.
+    /// When the folder was last listed to its end, by the host that is there, and not out of caches from before it was.
+    std::optional<Timestamp> answered(replica::Inode folder) const;
+    /// In the last ten seconds.
     bool isFresh(replica::Inode folder) const;
     /// A host went away just now. What was asked for then the extension takes for empty, and its caches give that once
     /// more for ten seconds.

@@ -23,7 +23,7 @@ Guarded<Parked>& parked() {
     static Guarded<Parked> all;
     return all;
 }
-/// Held while a request is answered, which may park another; alone by whoever ends the session.
+/// Held while a request is answered, which may park another; alone by whoever answers all.
 std::shared_mutex answering;
 thread_local int depth = 0;
 struct Answering {
@@ -80,9 +80,10 @@ void ParkedRequest::fail(int error) {
 }
 
 void ParkedRequest::failAll(int error) {
+    std::vector<std::shared_ptr<ParkedRequest>> all; // longer than the lock, which the end of the last pointer takes
     std::unique_lock lock(answering);
     ++depth;
-    const auto all = parked().with([&](Parked& everything) {
+    all = parked().with([&](Parked& everything) {
         std::vector<std::shared_ptr<ParkedRequest>> alive;
         for (const auto& [number, request] : everything.requests)
             if (auto one = request.lock()) alive.push_back(std::move(one));
@@ -104,7 +105,7 @@ void ParkedRequest::admit() {
 void ParkedRequest::onInterruption(std::function<void()> handler) {
     handler_ = std::move(handler);
     const Answering lock;
-    if (answered_) return; // the session ends
+    if (answered_) return; // with all others
     const auto onInterrupt = [](fuse_req_t, void* number) {
         const auto request = parked().with([&](Parked& all) {
             const auto found = all.requests.find(reinterpret_cast<std::uintptr_t>(number));

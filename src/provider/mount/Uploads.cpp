@@ -144,17 +144,17 @@ bool Uploads::takeOne() {
 void Uploads::run(const Job& job) {
     if (!places_.common.hostIsExpected(connectionOf(job))) return ended(job, nullptr, serverUnreachable());
     const bool replaces = job.item.identifier && job.item.pending.fields & ItemField::contents;
-    if (replaces) return sendUnlessConflict(job);
+    const replica::Inode lost = lostIn(job);
+    const bool isLost = lost != 0 && !places_.folders->answered(lost);
+    if (replaces && !isLost) return sendUnlessConflict(job);
     const Pending& pending = job.item.pending;
     const bool mayHarm = pending.creation || pending.deletion || pending.fields & replica::kPlaceFields;
-    const auto isUnknown = [&](replica::Inode folder) { return folder != 0 && !places_.folders->isFresh(folder); };
-    const std::array folders{pending.deletion && job.item.folder ? job.item.inode : job.parent.inode, lostIn(job)};
-    const auto unknown = std::ranges::find_if(folders, isUnknown);
-    if (!mayHarm || unknown == folders.end()) return send(job, std::nullopt);
+    const replica::Inode folder = pending.deletion && job.item.folder ? job.item.inode : job.parent.inode;
+    if (!isLost && (!mayHarm || places_.folders->isFresh(folder))) return send(job, std::nullopt);
     state_.with([](State& state) { ++state.refreshing; });
     putBack(job, std::nullopt); // to meet what a listing brings
     finished(job);
-    refresh(job, *unknown);
+    refresh(job, isLost ? lost : folder);
 }
 
 /// The folder that the item may be in by a request whose answer was lost, if it can be listed.
@@ -319,7 +319,9 @@ void Uploads::unlessParentIsGone(const Job& job) {
         LogScope(Logger::shared(), "failed(_:)")
             .warning(job.item.name, ": ", cannotSynchronize().localizedDescription());
         if (error && error->code == FileProviderErrorCode::noSuchItem) return self->putBackWithout(parent, job);
-        self->putBack(job, cannotSynchronize());
+        const bool isLost =
+            (error && *error == serverUnreachable()) || !BxMessages::sharedInstance().isReachable(connectionOf(job));
+        self->putBack(job, isLost ? serverUnreachable() : cannotSynchronize());
         self->finished(job);
     });
 }
@@ -355,7 +357,10 @@ bool Uploads::untilTaken(const std::function<void()>& body) {
 
 /// This machine's disk had no room for the copy that the host is given.
 void Uploads::retryLater(const NSError& error) {
+    const bool isFirst = state_.with([](State& state) { return !std::exchange(state.isRetrying, true); });
+    if (!isFirst) return;
     places_.common.tasks.after(kLongestPause, [self = shared_from_this(), error] {
+        self->state_.with([](State& state) { state.isRetrying = false; });
         orLog("retryLater(_:)", [&] { self->places_.common.replica.retry(error); });
         self->look();
     });
@@ -378,7 +383,7 @@ void Uploads::pause(replica::Inode inode) {
     const auto length = state_.with([&](State& state) {
         State::Pause& pause = state.paused[inode];
         pause.length = std::clamp<std::chrono::milliseconds>(2 * pause.length, kFirstPause, kLongestPause);
-        pause.until = now + pause.length;
+        pause.since = now;
         return pause.length;
     });
     places_.common.tasks.after(length, [self = shared_from_this()] { self->look(); });
@@ -391,7 +396,8 @@ bool Uploads::isBusy(replica::Inode inode) {
     return state_.with([&](State& state) {
         const auto pause = state.paused.find(inode);
         if (!isWritten && pause != state.paused.end()) state.paused.erase(pause);
-        return isWritten && (file->unsaved || (pause != state.paused.end() && now < pause->second.until));
+        return isWritten && (file->unsaved ||
+                             (pause != state.paused.end() && isWithin(pause->second.length, pause->second.since, now)));
     });
 }
 

@@ -44,7 +44,7 @@ private:
         };
         std::unordered_map<replica::Inode, Touch> touched;
         struct Pause {
-            Timestamp until;
+            Timestamp since;
             std::chrono::milliseconds length{0};
         };
         std::unordered_map<replica::Inode, Pause> paused; // open files that changed while they were copied
@@ -56,6 +56,7 @@ private:
         std::unordered_map<replica::Inode, Running> running;
         bool isScheduled = false;
         bool isPumping = false, again = false;
+        bool isRetrying = false;    // see retryLater()
         std::size_t refreshing = 0; // folders
         unsigned resting = 0;       // see rest()
     };

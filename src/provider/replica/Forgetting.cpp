@@ -93,21 +93,25 @@ void Replica::Merging::leave(const Row& row, bool isConnection) {
 Effects Replica::forgetAll(std::size_t count, Timestamp now,
                            const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin) {
     if (count == 0) return {};
-    std::size_t index = 0;
-    std::optional<Going> going;
-    const auto goesOn = [&] { return index < count || going; };
-    return inSteps(now, &Replica::writeToFree, [&](Merging& merging) {
+    struct Place {
+        std::size_t index = 0;
+        std::optional<Going> going{};
+    } done, next;
+    const auto step = [&](Merging& merging) {
+        next = done;
+        const auto goesOn = [&] { return next.index < count || next.going; };
         for (std::size_t left = kStep; left > 0 && goesOn();) {
-            if (!going) {
-                going = begin(merging, index++);
+            if (!next.going) {
+                next.going = begin(merging, next.index++);
                 --left;
             } else {
-                merging.goOn(*going, left);
-                if (going->path.empty()) going.reset();
+                merging.goOn(*next.going, left);
+                if (next.going->path.empty()) next.going.reset();
             }
         }
         return goesOn();
-    });
+    };
+    return inSteps(now, &Replica::writeToFree, step, [&] { done = std::move(next); });
 }
 
 Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp began, Timestamp now) {

@@ -109,9 +109,9 @@ void Replica::remove(Inode inode, Timestamp now) {
         require(isThere(row), std::errc::no_such_file_or_directory);
         requireEmpty(inode);
         stamp(row->parent, now);
-        if (!row->folder && row->hostParent != 0) {
+        if (!row->folder && row->hostParent != 0 && (row->sentParent == 0 || sent(inode))) {
             auto heir = changes_->shown(row->hostParent, row->hostName);
-            if (heir && heir->pending.creation && heir->contents && !sent(heir->inode)) {
+            if (heir && heir->pending.creation && heir->contents && !mayBeThere(*heir)) {
                 const Inode parent = heir->parent;
                 const std::string name = heir->name;
                 return pass(*row, *heir, parent, name, now);

@@ -208,13 +208,19 @@ Effects Replica::merge(Inode folder, std::string_view identifier,
     });
 }
 
-/// A transaction for each, until step() gives false; others get their turn between.
-Effects Replica::inSteps(Timestamp began, Writer writer, const std::function<bool(Merging&)>& step) {
+/// A transaction for each, until step() gives false; others get their turn between. taken() follows when it is written.
+Effects Replica::inSteps(Timestamp began, Writer writer, const std::function<bool(Merging&)>& step,
+                         const std::function<void()>& taken) {
     Effects effects;
     for (bool goesOn = true; goesOn;) {
         Merging merging(*this, began);
         try {
-            (this->*writer)([&] { goesOn = step(merging); }, Safe::fromCrash);
+            const auto body = [&] {
+                merging.effects.clear();
+                goesOn = step(merging);
+            };
+            (this->*writer)(body, Safe::fromCrash);
+            taken();
         } catch (...) {
             std::lock_guard lock(writing_);
             std::ranges::move(effects, std::back_inserter(untold_));

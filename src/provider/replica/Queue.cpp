@@ -295,7 +295,7 @@ bool Replica::isMoving(Inode inode) {
     std::lock_guard lock(reading_);
     return std::ranges::any_of(looks_->above(inode, true), [&](Inode folder) {
         const auto row = looks_->get(folder);
-        return row && row->pending.fields & kPlaceFields;
+        return row && !row->error && row->pending.fields & kPlaceFields;
     });
 }
 

@@ -168,7 +168,7 @@ private:
         std::vector<Inode> above{}; // the folders around it
     };
     void write(const std::function<void()>& body, Safe safe = Safe::fromCrash);
-    // What makes room, also on a full disk.
+    // What makes room, or has to be written also on a full disk: the body may run twice.
     void writeToFree(const std::function<void()>& body, Safe safe = Safe::fromCrash);
     void commit(const std::function<void()>& body, Safe safe = Safe::fromCrash); // under writing_
     void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
@@ -183,7 +183,9 @@ private:
     void pass(const Row& from, Row& to, Inode parent, std::string_view name, Timestamp now);
     void bury(const Row& row);
     using Writer = void (Replica::*)(const std::function<void()>& body, Safe safe);
-    Effects inSteps(Timestamp began, Writer writer, const std::function<bool(Merging&)>& step);
+    Effects inSteps(
+        Timestamp began, Writer writer, const std::function<bool(Merging&)>& step,
+        const std::function<void()>& taken = [] {});
     Effects forgetAll(std::size_t count, Timestamp now,
                       const std::function<std::optional<Going>(Merging&, std::size_t index)>& begin);
     Sent* sent(Inode owner);

@@ -32,7 +32,7 @@ std::string selected(const std::string& from) { return std::string("SELECT ") + 
 
 struct Writing {
     std::string insertOrUpdate;
-    std::string update; // leaves alone what an index is about: fewer pages are written
+    std::string update; // leaves alone what large indexes are about: fewer pages are written
 };
 
 /// With the same values: those of the columns, and a place in the queue for when it waits and has none.
