@@ -119,6 +119,7 @@ TEST(ReplicaTests, WhatTheHostTellsMeetsWhatIsHere) {
          {item("q", "q", 1000)},
          "a=q/c2+",
          "delete a , place q W/a, contents q W/a"},
+        {"move a b,send,lost,move b a,create t,move t a,send,done", {item("b", "b")}, "a=a/c1 b=b", ""},
         {"folder F,send,lost,move F G", {item("F", "F")}, "G=F+ a=a", "place F W/G"},
         {"folder F,send,lost,remove F", {item("F", "F")}, "a=a", "delete F "},
         {"move a b,send,lost,move b c", {item("b", "b")}, "c=b+", "place b W/c"},
@@ -261,6 +262,14 @@ TEST(ReplicaTests, AnAnswerMayComeWhenItsItemIsGone) {
     EXPECT_TRUE(world.replica->remove(gone, world.now).empty()) << "it was moved, most likely";
     world.list(world.top, {item("b", "b", 1000)}, true);
     EXPECT_EQ(world.shown(world.top), "D=N1 E=E b=b/c1");
+    world.acts(
+        "folder D/G,drain,create D/G/k,drain,move D/G/k l,send,lost"); // and by another name in an unknown folder
+    world.acts("move D/G H,send");
+    world.replica->succeeded(*world.sent, item("H", "H").get(), world.now);
+    world.now += 31s;
+    world.list(world.at("H"), {}, true);
+    world.list(world.top, {item("l", "l", 1000)}, true);
+    EXPECT_EQ(world.shown(world.top), "D=N1 E=E H=H b=b/c1 l=l/c2");
     world.acts("move D F,send");
     const ItemIdentifier moved[] = {"N1"};
     world.replica->remove(moved, world.now);

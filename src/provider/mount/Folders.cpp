@@ -49,7 +49,8 @@ private:
         const bool isAnswer = isHere && (connection_.empty() || !isEmpty_ || folders_->mayBeEmpty(folder_));
         if (!isHere) folders_->unanswered(folder_);
         if (isHere && !isAnswer)
-            folders_->places_.tasks.after(OpenFolders::kFresh, [folders = folders_] { folders->identifyAll(); });
+            folders_->places_.tasks.after(
+                OpenFolders::kFresh, [folders = folders_] { orLog("finish(_:)", [&] { folders->identifyAll(); }); });
         if (!folders_->isStill(folder_, identifier_))
             return folders_->start(folder_); // renamed: all its identifiers differ
         const auto failure = failure_.copy();

@@ -307,7 +307,6 @@ void Uploads::failed(const Job& job, const NSError& error) {
     } else {
         LogScope(Logger::shared(), "failed(_:)").warning(job.item.name, ": ", error.localizedDescription());
         putBack(job, error);
-        if (isOfTheDisk(error)) retryLater(error);
     }
     finished(job);
 }
@@ -339,6 +338,7 @@ void Uploads::putBackWithout(const ItemIdentifier& gone, const Job& job) {
 void Uploads::putBack(const Job& job, const std::optional<NSError>& error) {
     untilTaken([self = shared_from_this(), job, error] {
         if (self->places_.common.replica.failed(job, error)) self->places_.folders->list(job.item.parent, nullptr);
+        if (error && isOfTheDisk(*error)) self->retryLater();
     });
 }
 
@@ -355,13 +355,17 @@ bool Uploads::untilTaken(const std::function<void()>& body) {
     return false;
 }
 
-/// This machine's disk had no room for the copy that the host is given.
-void Uploads::retryLater(const NSError& error) {
+/// This machine's disk had no room for the copy that the host is given, or did not take it.
+void Uploads::retryLater() {
     const bool isFirst = state_.with([](State& state) { return !std::exchange(state.isRetrying, true); });
     if (!isFirst) return;
-    places_.common.tasks.after(kLongestPause, [self = shared_from_this(), error] {
+    places_.common.tasks.after(kLongestPause, [self = shared_from_this()] {
         self->state_.with([](State& state) { state.isRetrying = false; });
-        orLog("retryLater(_:)", [&] { self->places_.common.replica.retry(error); });
+        const bool isTaken = orLog("retryLater()", [&] {
+            for (const int code : {CocoaErrorCode::fileWriteOutOfSpace, CocoaErrorCode::fileWriteUnknown})
+                self->places_.common.replica.retry(cocoaError(code));
+        });
+        if (!isTaken) self->retryLater();
         self->look();
     });
 }

@@ -73,7 +73,7 @@ private:
     void putBackWithout(const ItemIdentifier& gone, const replica::Job& job);
     void putBack(const replica::Job& job, const std::optional<NSError>& error);
     bool untilTaken(const std::function<void()>& body);
-    void retryLater(const NSError& error);
+    void retryLater();
     void rest();
     void finished(const replica::Job& job);
     void pause(replica::Inode inode);

@@ -131,8 +131,20 @@ Effects Replica::setListed(Inode folder, std::string_view identifier, Timestamp 
     return forgetAll(lost.size(), now, [&](Merging& merging, std::size_t index) {
         const auto row = changes_->get(lost[index]);
         const bool isLost = row && !row->identifier && row->hostParent == folder && !sent(row->inode);
-        return isLost ? std::optional(merging.begin(*row)) : std::nullopt;
+        return isLost && !wasMoved(*row) ? std::optional(merging.begin(*row)) : std::nullopt;
     });
+}
+
+/// What is not where the host had it is where it was to be by a request whose answer was lost, most likely.
+bool Replica::wasMoved(Row row) {
+    const bool isSamePlace = row.sentParent == row.hostParent && row.sentName == row.hostName;
+    if (isSamePlace || sent(row.inode) || !changes_->get(row.sentParent)) return false;
+    row.hostParent = std::exchange(row.sentParent, 0);
+    row.hostName = row.sentName;
+    row.pending.fields &= ~kPlaceFields;
+    if (!row.pending.deletion) row.pending.fields |= placeChanges(row.hostParent, row.hostName, row.parent, row.name);
+    changes_->put(row);
+    return isEstranged_ = true;
 }
 
 Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp now) {
@@ -145,16 +157,7 @@ Effects Replica::remove(std::span<const ItemIdentifier> identifiers, Timestamp n
             changes_->disown.run(row->inode);
             row->identifier.reset();
         }
-        if (row->sentParent != 0 && !sent(row->inode) && changes_->get(row->sentParent)) { // it was moved, most likely
-            row->hostParent = std::exchange(row->sentParent, 0);
-            row->hostName = row->sentName;
-            row->pending.fields &= ~kPlaceFields;
-            if (!row->pending.deletion)
-                row->pending.fields |= placeChanges(row->hostParent, row->hostName, row->parent, row->name);
-            changes_->put(*row);
-            isEstranged_ = true;
-            return std::nullopt;
-        }
+        if (wasMoved(*row)) return std::nullopt;
         return merging.begin(*row, isConnection);
     });
 }

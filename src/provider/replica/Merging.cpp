@@ -92,6 +92,7 @@ void Replica::Merging::show(Row& row, Inode folder, std::string_view name) {
         return; // each in the other: one of the listings is older
     row.hostParent = folder;
     row.hostName = name;
+    if (row.sentParent == folder && row.sentName == name) row.sentParent = 0;
     if (row.pending.creation || row.pending.fields & kPlaceFields) return;
     if (row.parent == folder && row.name == name) return;
     if (isMoved && statements.isAround(row.inode, folder)) { // what it is in there has been put into it here
@@ -154,7 +155,7 @@ void Replica::Merging::insert(const Row& around, const NSFileProviderItem& item)
         if (std::exchange(pending.creation, false) && !same->folder) pending.fields = kContentsFields;
         pending.fields &= ~kPlaceFields;
         if (!pending.deletion) pending.fields |= placeChanges(folder, row.hostName, same->parent, same->name);
-        same->sentParent = 0;
+        same->sentParent = 0; // known now
         return meet(std::move(*same), around, item);
     }
     giveName(row, folder, row.hostName);
@@ -175,6 +176,7 @@ void Replica::Merging::revive(Inode folder) {
         }
         row->name = statements.freeNameFor(*row, row->parent, row->name);
         row->pending = {.fields = row->name != row->hostName ? ItemField::filename : 0};
+        row->sentParent = 0;
         statements.put(*row);
         effects.push_back({.parent = row->parent, .name = row->name, .inode = row->inode, .entry = true});
         row = statements.get(row->parent);

@@ -89,6 +89,7 @@ bool Replica::isInTheWay(const Job& job) {
     const Inode inode = job.item.inode;
     const bool isMove = (job.item.pending.fields & ItemField::parentItemIdentifier) != 0;
     if (isStale(job.parent.inode) || (isMove && isStale(job.formerParent.inode))) return true;
+    if (job.item.sentParent != 0 && isStale(job.item.sentParent)) return true; // it may be there
     if (job.item.folder && isMove && changes_->isAround(inode, job.parent.inode, true)) return true;
     const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
     if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
@@ -139,7 +140,9 @@ void Replica::sending(const Job& job, const std::optional<HostVersion>& seen) {
         if (seen && seen == item.sent) // whose answer was lost
             changes_->note.run(owner, seen->modified, integer(seen->size));
         if (hasContents) changes_->record.run(owner, wholeSecondsSince1970(item.modified), integer(item.size));
-        if (isPlaced) changes_->recordPlace.run(owner, item.parent, std::string_view(item.name));
+        if (!isPlaced) return;
+        changes_->clearPlace.run(item.parent, std::string_view(item.name)); // nothing was there
+        changes_->recordPlace.run(owner, item.parent, std::string_view(item.name));
     });
 }
 
@@ -188,8 +191,8 @@ Effects Replica::succeeded(const Job& job, const NSFileProviderItem* result, Tim
         if (isPlaced) {
             row->hostParent = job.parent.inode;
             row->hostName = job.item.name;
-            row->sentParent = 0;
         }
+        row->sentParent = 0; // it was looked for there before
         if (!row->pending.deletion && (isPlaced || row->pending.fields & kPlaceFields)) {
             row->pending.fields &= ~kPlaceFields;
             row->pending.fields |= placeChanges(row->hostParent, row->hostName, row->parent, row->name);
@@ -295,7 +298,8 @@ bool Replica::isMoving(Inode inode) {
     std::lock_guard lock(reading_);
     return std::ranges::any_of(looks_->above(inode, true), [&](Inode folder) {
         const auto row = looks_->get(folder);
-        return row && !row->error && row->pending.fields & kPlaceFields;
+        const bool isRefused = row && row->error && *row->error != serverUnreachable();
+        return row && !isRefused && row->pending.fields & kPlaceFields;
     });
 }
 

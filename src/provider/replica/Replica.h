@@ -174,6 +174,7 @@ private:
     void note(Row& row, LocalChange change, ItemFields fields, Timestamp now);
     bool mayBeThere(const Row& row);
     void lookFor(Row& row, const Sent* way);
+    bool wasMoved(Row row);
     void relocate(Row& row, Inode parent, std::string_view name, Timestamp now);
     void stamp(Inode folder, Timestamp now);
     void requireFolder(Inode folder);

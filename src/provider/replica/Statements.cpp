@@ -117,6 +117,8 @@ Replica::Statements::Statements(sqlite::Database& database)
       note(database.prepare("UPDATE items SET hostModified=?2, hostSize=?3 WHERE inode=?1")),
       record(database.prepare("UPDATE items SET sentModified=?2, sentSize=?3 WHERE inode=?1")),
       recordPlace(database.prepare("UPDATE items SET sentParent=?2, sentName=?3 WHERE inode=?1")),
+      clearPlace(database.prepare("UPDATE items INDEXED BY sentPlaces SET sentParent=0 WHERE sentParent>0 AND "
+                                  "sentParent=? AND sentName=?")),
       sentTo(database.prepare(selected("INDEXED BY sentPlaces WHERE sentParent>0 AND sentParent=? AND sentName=?"))),
       stamp(database.prepare("UPDATE items SET modified=?2, changed=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),
