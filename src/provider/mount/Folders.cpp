@@ -212,6 +212,10 @@ void Folders::completed(replica::Inode folder, const ItemIdentifier& identifier,
         places_.tasks.after(replica::Past::kCached,
                             [self = shared_from_this(), folder] { self->list(folder, nullptr); });
     checked_.with([&](auto& checked) { checked[folder].completed = now; });
+    if (answered(folder))
+        places_.replica.forgetSentTo(folder);
+    else if (places_.replica.hasSentTo(folder))
+        places_.tasks.after(OpenFolders::kFresh, [self = shared_from_this(), folder] { self->list(folder, nullptr); });
     ended(folder, std::nullopt);
     // The listing has ended: what is thrown here is not its failure.
     if (places_.replica.hasMoreToIdentify()) orLog("completed(_:)", [&] { identifyAll(); });

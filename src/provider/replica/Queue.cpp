@@ -90,6 +90,7 @@ bool Replica::isInTheWay(const Job& job) {
     const bool isMove = (job.item.pending.fields & ItemField::parentItemIdentifier) != 0;
     if (isStale(job.parent.inode) || (isMove && isStale(job.formerParent.inode))) return true;
     if (job.item.sentParent != 0 && isStale(job.item.sentParent)) return true; // it may be there
+    if (isBelowLost(job.parent.inode) || (isMove && isBelowLost(job.formerParent.inode))) return true;
     if (job.item.folder && isMove && changes_->isAround(inode, job.parent.inode, true)) return true;
     const bool isDateOfFolder = job.item.folder && job.item.pending.fields == ItemField::contentModificationDate;
     if (isDateOfFolder && changes_->waitingBelow.first(Statements::readInode, inode)) return true;
@@ -281,6 +282,30 @@ bool Replica::isStale(Inode folder) {
     });
 }
 
+/// The folder, or one around it, may have another place on the host by now, and all below another identifier.
+bool Replica::isBelowLost(Inode folder) {
+    if (!changes_->anyFolderSent.first(Statements::readInode)) return false; // as nearly always
+    return std::ranges::any_of(changes_->above(folder, true), [&](Inode inode) {
+        const auto row = changes_->get(inode);
+        return row && row->identifier && row->sentParent != 0;
+    });
+}
+
+bool Replica::hasSentTo(Inode folder) {
+    std::lock_guard lock(reading_);
+    return looks_->allSentTo.first(Statements::readInode, folder).has_value();
+}
+
+void Replica::forgetSentTo(Inode folder) {
+    if (!hasSentTo(folder)) return;
+    write([&] {
+        std::vector<Inode> all;
+        changes_->allSentTo.each([&](const auto& at) { all.push_back(Statements::readInode(at)); }, folder);
+        for (const Inode inode : all)
+            if (!sent(inode)) changes_->recordPlace.run(inode, Inode{0}, std::string_view());
+    });
+}
+
 std::optional<Row> Replica::outermostNameless(Inode inode) {
     std::lock_guard lock(reading_);
     std::optional<Row> found;
@@ -311,9 +336,16 @@ void Replica::estrange(Inode folder, Timestamp now) {
 }
 
 std::vector<Inode> Replica::foldersToIdentify() {
-    std::lock_guard lock(reading_);
     std::vector<Inode> folders;
-    looks_->nameless.each([&](const auto& at) { folders.push_back(at.integer(0)); });
+    {
+        std::lock_guard lock(reading_);
+        looks_->nameless.each([&](const auto& at) { folders.push_back(at.integer(0)); });
+    }
+    std::lock_guard lock(writing_);
+    changes_->sentToAny.each([&](const auto& at) {
+        const bool isKnown = sent(at.integer(0)) || std::ranges::count(folders, at.integer(1)) > 0;
+        if (!isKnown) folders.push_back(at.integer(1));
+    });
     return folders;
 }
 

@@ -129,8 +129,13 @@ public:
     std::int64_t failureCount();
     /// Failed ones may be told again; those that failed for `only`, if it is given. How many there are.
     std::int64_t retry(const std::optional<NSError>& only = std::nullopt);
-    /// Folders that the host knows, with items in them that it has to tell the identifiers of.
+    /// Folders that the host knows, with items in them that it has to tell the identifiers of, or that may be in them
+    /// by requests without an answer.
     std::vector<Inode> foldersToIdentify();
+    /// True when there are such requests, also ones under way.
+    bool hasSentTo(Inode folder);
+    /// The folder was listed since the last of those that are not under way: what was not found was not carried out.
+    void forgetSentTo(Inode folder);
     /// True when there have come more of these since the last call.
     bool hasMoreToIdentify() { return isEstranged_.exchange(false); }
     /// The outermost of the folders around the item, where the host has it, that it has to tell the identifier of:
@@ -198,6 +203,7 @@ private:
     bool isExpected(Inode parent, std::string_view name) const;
     Job send(Job job);
     bool isStale(Inode folder);
+    bool isBelowLost(Inode folder);
     std::optional<Row> folderOf(Inode folder, std::string_view identifier);
 
     TurnMutex writing_;  // long work lets others in between

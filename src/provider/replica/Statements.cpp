@@ -119,6 +119,12 @@ Replica::Statements::Statements(sqlite::Database& database)
       recordPlace(database.prepare("UPDATE items SET sentParent=?2, sentName=?3 WHERE inode=?1")),
       clearPlace(database.prepare("UPDATE items INDEXED BY sentPlaces SET sentParent=0 WHERE sentParent>0 AND "
                                   "sentParent=? AND sentName=?")),
+      allSentTo(database.prepare("SELECT inode FROM items INDEXED BY sentPlaces WHERE sentParent>0 AND sentParent=?")),
+      anyFolderSent(
+          database.prepare("SELECT inode FROM items INDEXED BY sentPlaces WHERE sentParent>0 AND folder LIMIT 1")),
+      sentToAny(database.prepare("SELECT item.inode, item.sentParent FROM items item INDEXED BY sentPlaces JOIN items "
+                                 "folder ON folder.inode=item.sentParent WHERE item.sentParent>0 AND folder.identifier "
+                                 "IS NOT NULL AND NOT folder.deletion")),
       sentTo(database.prepare(selected("INDEXED BY sentPlaces WHERE sentParent>0 AND sentParent=? AND sentName=?"))),
       stamp(database.prepare("UPDATE items SET modified=?2, changed=?2 WHERE inode=?1 AND inode<>1 AND modified<?2")),
       disown(database.prepare("UPDATE items SET identifier=NULL WHERE inode=?")),

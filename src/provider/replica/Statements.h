@@ -57,8 +57,10 @@ struct Replica::Statements {
     sqlite::Statement record;     // what is being sent
     sqlite::Statement recordPlace;
     sqlite::Statement clearPlace; // of what was sent there before
-    sqlite::Statement sentTo;     // those that may be at that place
-    sqlite::Statement stamp;      // a folder, when an entry came or went
+    sqlite::Statement allSentTo;  // those that may be in a folder
+    sqlite::Statement anyFolderSent, sentToAny;
+    sqlite::Statement sentTo; // those that may be at that place
+    sqlite::Statement stamp;  // a folder, when an entry came or went
     sqlite::Statement disown;
     sqlite::Statement isIndexedSo; // the row has these values in what an index is about
     sqlite::Statement insertOrUpdate, update, erase;
