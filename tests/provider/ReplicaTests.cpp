@@ -1,11 +1,5 @@
 #include "provider/ReplicaWorld.h"
 
-#include <filesystem>
-#include <latch>
-#include <optional>
-#include <set>
-#include <thread>
-
 namespace brindlemar::replica {
 namespace {
 
@@ -300,43 +294,6 @@ TEST(ReplicaTests, FoldersThatAreInEachOtherStayApart) {
     EXPECT_EQ(world.shown(inner), "F=F");
 }
 
-TEST(ReplicaTests, AnAnswerThatTheDiskDidNotTakeIsTakenLater) {
-    for (const auto& [steps, shown] : std::map<std::string, std::string>{{"create f,send,remove f", ""},
-                                                                         {"create f,send,move f g", "g=n2/c1"},
-                                                                         {"create f,send,move f a", "a=a/c1"}}) {
-        SCOPED_TRACE(steps);
-        World world;
-        world.list(world.top, {item("a", "a")}, true);
-        world.acts(steps);
-        sqlite::Database(world.place / "items.sqlite")
-            .execute("CREATE TRIGGER refusal BEFORE UPDATE ON items BEGIN SELECT RAISE(ABORT, 'full'); END");
-        EXPECT_THROW(world.act("done"), sqlite::Error);
-        EXPECT_FALSE(world.next()) << "it is under way";
-        sqlite::Database(world.place / "items.sqlite").execute("DROP TRIGGER refusal");
-        world.act("done");
-        world.drain();
-        EXPECT_EQ(world.shown(world.top).find("f="), std::string::npos) << world.shown(world.top);
-        EXPECT_NE(world.shown(world.top).find(shown), std::string::npos) << world.shown(world.top);
-    }
-}
-
-TEST(ReplicaTests, OnlyTheJobThatIsUnderWayEnds) {
-    World world;
-    world.act("create f");
-    const Job old = *world.next();
-    world.replica->failed(old, std::nullopt);
-    world.replica->refuse(old, cannotSynchronize());
-    EXPECT_EQ(world.replica->failureCount(), 1);
-    EXPECT_EQ(world.replica->retry(), 1);
-    const Job job = *world.next();
-    world.replica->failed(old, cannotSynchronize());
-    world.replica->refuse(old, cannotSynchronize());
-    EXPECT_EQ(world.replica->failureCount(), 0);
-    world.act("write f");
-    world.answer(job);
-    EXPECT_EQ(world.drain(), "contents n1 W/f");
-}
-
 TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
     const std::pair<std::string, std::errc> cases[] = {
         {"create D/f", std::errc::no_such_file_or_directory},
@@ -370,59 +327,6 @@ TEST(ReplicaTests, WhatCannotBeAnyMoreIsRefused) {
     }
 }
 
-TEST(ReplicaTests, WhatTheHostRefusesIsNotAskedForEver) {
-    World world;
-    world.list(world.top, {item("a", "a"), item("b", "b")}, true);
-    world.acts("move a t,folder a,move t a/a,write b");
-    int asked = 0;
-    for (; asked < 9; ++asked) {
-        const auto job = world.next();
-        if (!job) break;
-        world.replica->failed(*job, cannotSynchronize());
-    }
-    EXPECT_EQ(asked, 2) << "the contents of b, and a name between for the first a";
-    EXPECT_EQ(world.replica->retry(), 2);
-    EXPECT_EQ(world.drain(), "contents b W/b, place a W/a (2), create W/a, place a N1/a");
-}
-
-TEST(ReplicaTests, WhatIsPreferredGoesFirst) {
-    World world;
-    world.acts("create a,create b,create c");
-    const Inode first[] = {world.at("c")};
-    const auto job = world.replica->next([](const Job&) { return false; }, first);
-    ASSERT_TRUE(job);
-    EXPECT_EQ(World::what(*job), "create W/c");
-    world.answer(*job);
-    EXPECT_EQ(world.drain(), "create W/a, create W/b") << "and the others keep their turn";
-}
-
-TEST(ReplicaTests, ContentsAreDiscardedOnceNothingHasThem) {
-    World world;
-    const auto kept = [&] {
-        std::string text;
-        world.replica->eachKept(
-            [&](const std::string& name, std::string_view bytes) { text += name + "=" + std::string(bytes) + " "; });
-        return text;
-    };
-    world.list(world.top, {item("a", "a"), item("b", "b")});
-    const Inode b = world.at("b");
-    EXPECT_FALSE(world.replica->setContents(b, "a", "fetched", 4));
-    EXPECT_TRUE(world.replica->setContents(b, "b", "fetched", 4));
-    EXPECT_FALSE(world.replica->setContents(b, "b", "again", 4));
-    EXPECT_TRUE(world.replica->dropContents(b));
-    world.acts("write a,write a,exchange a b");
-    EXPECT_EQ(kept(), "c2=bytes ");
-    EXPECT_FALSE(world.replica->dropContents(world.at("b"))) << "the host does not have them";
-    world.reopen();
-    const auto discarded = world.replica->takeDiscarded();
-    EXPECT_EQ(std::set(discarded.begin(), discarded.end()), (std::set<std::string>{"c1", "fetched"}));
-    EXPECT_TRUE(world.replica->takeDiscarded().empty());
-    world.drain();
-    EXPECT_EQ(kept(), "");
-    world.act("remove b");
-    EXPECT_EQ(world.replica->takeDiscarded(), std::vector<std::string>{"c2"});
-}
-
 TEST(ReplicaTests, AFolderThatSomebodyFillsIsNotRemoved) {
     World world;
     world.list(world.top, {item("D", "D")}, true);
@@ -454,35 +358,6 @@ TEST(ReplicaTests, AnAnswerMayTellOfOtherContents) {
     }
 }
 
-TEST(ReplicaTests, BelowANamelessFolderNothingIsTold) {
-    World world;
-    world.list(world.top, {item("A", "A"), item("B", "B")});
-    for (const std::string name : {"A", "B"}) {
-        world.list(world.at(name), {item(name + "/S", "S")}, true);
-        world.list(world.at(name + "/S"), {item(name + "/S/T", "T")}, true);
-        world.list(world.at(name + "/S/T"), {item("f" + name, "f")}, true);
-    }
-    // They change places, and what is in them has the other's paths until it is listed, level by level.
-    world.act("exchange A B");
-    while (const auto job = world.next())
-        world.replica->succeeded(*job, item(job->item.name, job->item.name).get(), world.now);
-    const Inode inner = world.at("B/S/T"), file = world.at("B/S/T/f");
-    world.replica->merge(inner, "A/S/T", ItemList{item("other", "other")}, world.now);
-    EXPECT_EQ(world.shown(inner), "f=fA") << "it is another folder's listing";
-    const ItemIdentifier gone[] = {"A/S/T"};
-    EXPECT_TRUE(world.replica->remove(gone, world.now).empty()) << "and another folder that has gone";
-    EXPECT_TRUE(world.replica->row(file));
-    world.act("remove B/S/T/f");
-    EXPECT_FALSE(world.next()) << "whose identifier may be the other one's";
-    EXPECT_EQ(world.replica->outermostNameless(world.at("B/S/T"))->inode, world.at("B/S"));
-    world.list(world.at("B"), {item("B/S", "S")}, true);
-    EXPECT_FALSE(world.next());
-    world.list(world.at("B/S"), {item("B/S/T", "T")}, true);
-    EXPECT_FALSE(world.next());
-    world.list(world.at("B/S/T"), {item("fA", "f")}, true);
-    EXPECT_EQ(world.drain(), "delete fA ");
-}
-
 TEST(ReplicaTests, AListingOfAnotherTimeChangesNothing) {
     World world;
     world.list(world.top, {item("D", "D")});
@@ -495,22 +370,6 @@ TEST(ReplicaTests, AListingOfAnotherTimeChangesNothing) {
     EXPECT_EQ(world.shown(folder), "a=-/c1+");
     world.list(folder, {item("E/a", "a")}, true);
     EXPECT_EQ(world.drain(), "contents E/a E/a");
-}
-
-TEST(ReplicaTests, ALongQueueIsTakenStepByStep) {
-    World world;
-    world.act("folder F");
-    const Inode folder = world.at("F");
-    const auto isHeld = [&](const Job& job) { return job.item.inode == folder; };
-    for (int i = 0; i < 1200; ++i)
-        world.replica->create(folder, std::to_string(i), "in" + std::to_string(i), {}, world.now);
-    for (int i = 0; i < 500; ++i)
-        world.replica->create(world.top, std::to_string(i), "c" + std::to_string(i), {}, world.now);
-    int count = 0;
-    for (; const auto job = world.replica->next(isHeld); ++count) world.answer(*job);
-    EXPECT_EQ(count, 500) << "the others wait for their folder";
-    for (; const auto job = world.next(); ++count) world.answer(*job);
-    EXPECT_EQ(count, 1701);
 }
 
 TEST(ReplicaTests, AFolderHasTheDateOfItsLastEntry) {
@@ -527,55 +386,6 @@ TEST(ReplicaTests, AFolderHasTheDateOfItsLastEntry) {
     EXPECT_EQ(date(), wholeSecondsSince1970(world.now)) << "what the host does not renew is no news";
     host(1042);
     EXPECT_EQ(date(), 1042);
-}
-
-TEST(ReplicaTests, AnOldFileIsMigrated) {
-    World world;
-    world.acts("folder F,create F/a,remove F/a,create F/b");
-    world.replica->remember("boot", "one");
-    world.replica.reset();
-    sqlite::Database(world.place / "items.sqlite")
-        .execute(
-            "DROP INDEX nameless; DROP INDEX waiting; ALTER TABLE items DROP COLUMN changed; DROP INDEX sentPlaces; "
-            "ALTER TABLE items DROP COLUMN sentParent; ALTER TABLE items DROP COLUMN sentName; PRAGMA user_version=1");
-    world.reopen();
-    EXPECT_TRUE(world.said.empty());
-    EXPECT_EQ(world.replica->remembered("boot"), "one");
-    EXPECT_EQ(world.drain(), "create W/F, create N1/b");
-}
-
-TEST(ReplicaTests, AChangeWaitsForAnotherConnectionsLock) {
-    World world;
-    sqlite::Database other(world.place / "items.sqlite");
-    auto transaction = std::make_optional<sqlite::Transaction>(other);
-    std::latch bothAreHere(2);
-    std::jthread program([&] {
-        bothAreHere.arrive_and_wait();
-        EXPECT_NO_THROW(world.act("create a"));
-    });
-    bothAreHere.arrive_and_wait();
-    for (int number = 0; number < 10'000; ++number) // the program tries meanwhile
-        other.execute("UPDATE items SET used=" + std::to_string(number) + " WHERE inode=1");
-    transaction.reset();
-}
-
-TEST(ReplicaTests, ADamagedFileIsSetAside) {
-    World world;
-    world.replica.reset();
-    const std::string file = world.place / "items.sqlite";
-    for (const std::string suffix : {"-wal", "-shm"}) std::filesystem::remove(file + suffix);
-    std::filesystem::resize_file(file, 5000);
-    world.reopen();
-    EXPECT_EQ(world.said.size(), 1u);
-    EXPECT_EQ(world.shown(kRoot), "");
-    std::size_t aside = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(world.place.path()))
-        aside += entry.path().filename().string().find(".aside-") != std::string::npos;
-    EXPECT_GE(aside, 1u);
-    world.replica.reset();
-    sqlite::Database(file).execute("PRAGMA user_version=99");
-    world.reopen();
-    EXPECT_EQ(world.said.size(), 2u);
 }
 
 } // namespace

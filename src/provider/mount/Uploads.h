@@ -31,7 +31,7 @@ public:
     void stop() { stopping_ = true; }
 
     std::vector<Transfer> transfers() const;
-    /// The host has been asked for something, or the disk is to take what it answered.
+    /// A job is under way, or waits for a listing of its folder.
     bool isAtWork() const;
     /// Programs write to it: what is not safe is not told, nor what was never the same for long.
     bool isBusy(replica::Inode inode);
@@ -57,7 +57,7 @@ private:
         bool isScheduled = false;
         bool isPumping = false, again = false;
         bool isRetrying = false;    // see retryLater()
-        std::size_t refreshing = 0; // folders
+        std::size_t refreshing = 0; // jobs that wait for a listing
         unsigned resting = 0;       // see rest()
     };
     void pump();
