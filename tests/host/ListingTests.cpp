@@ -112,11 +112,13 @@ TEST_F(ListingTests, WhatCannotBeReadIsSaidAndNotGone) {
     listed("photos");
     fs::permissions(base, fs::perms(0755));
     fs::permissions(top / "photos", fs::perms::none);
+    fs::permissions(top, fs::perms(0555));
     const int user = ::setfsuid(65534); // without the superuser's privileges, on this thread only
     EXPECT_EQ(ask("enumerateItemsJSON", id("photos")) + ask("itemForIdentifier", id("photos/a.jpg")), "");
     EXPECT_EQ(ask("enumerateDeletedJSON", id("photos")), "[]");
     EXPECT_EQ(ask("updateItem", id("note.txt") + ",'parentID':'0','name':'n'"), R"({"status":"failure"})");
     ::setfsuid(static_cast<uid_t>(user));
+    for (const fs::path& folder : {top, top / "photos"}) fs::permissions(folder, fs::perms(0755)); // to be removed
     EXPECT_EQ(warnings.size(), 2u);
     EXPECT_NE(warnings[0].find("/photos\" cannot be read: Permission denied."), std::string::npos) << warnings[0];
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -201,6 +202,10 @@ TEST_F(DBusServicesTest, WrongMessagesAreDroppedAndTheConnectionStays) {
 TEST_F(DBusServicesTest, GarbageAndSilenceHarmNobody) {
     const std::string half("\0AUTH EXTERNAL\r\n", 16),
         garbage = std::string("\0AUTH NONSENSE\r\nBEGIN\r\n", 23) + std::string(100'000, '\xff');
+    rlimit descriptors{}; // both ends are in this process
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+    descriptors.rlim_cur = descriptors.rlim_max;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &descriptors), 0);
     std::vector<FileDescriptor> strangers;
     for (int i = 0; i < 1000; ++i) {
         const std::string greeting = i % 5 == 0 ? garbage : i % 5 == 1 ? half : "";
